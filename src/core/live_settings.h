@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+namespace mvdirigo {
+
+/// The communication settings in force, as the console reads them at every transmission and
+/// whenever it lays out its rows, and the two places that a decoded reply feeds.
+/// Texts are UTF-8 and stand as the user typed them.
+class LiveSettings {
+ public:
+  virtual ~LiveSettings() = default;
+
+  virtual std::string CommPortSetting() = 0;
+  /// Text of the selected row of the baud rates; empty when none is selected.
+  virtual std::string BaudRate() = 0;
+  virtual bool DTProtocol() = 0;
+  virtual bool OEMProtocol() = 0;
+  virtual std::string MaxStrings() = 0;
+  /// Reply time-out in ms, as text.
+  virtual std::string RCVTimeout() = 0;
+  /// Whether an automatic search runs: the tag of `AutoSetup` as a number is not 0.
+  virtual bool searching() = 0;
+
+  /// Takes the data part of a decoded reply (Latin-1).
+  virtual void setResponseString(const std::string& data) = 0;
+  virtual void stopScanTimer() = 0;
+};
+
+}  // namespace mvdirigo

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace mvdirigo {
+
+/// Texts of windows, files and the store are UTF-8; texts of the line are Latin-1, one byte a
+/// character. A character that Latin-1 lacks becomes "?".
+std::string latin1FromUtf8(std::string_view utf8);
+std::string utf8FromLatin1(std::string_view latin1);
+
+/// Line bytes for people, as UTF-8: control characters as "\r", "\n" or "\x02".
+std::string visibleControls(std::string_view latin1);
+
+/// `text` without the blanks (code 32) at both ends.
+std::string_view trimBlanks(std::string_view text);
+
+/// ASCII letters in lower case, all else as it stands.
+std::string lowerCase(std::string_view text);
+
+/// Decimal text to number: an optional sign, digits with "." as the point whatever the locale,
+/// blanks around it allowed. Throws `kTypeMismatch` for anything else.
+double textToNumber(std::string_view text);
+/// The same, rounded with halves to the even neighbour. Throws `kOverflow` outside the range.
+std::int16_t textToInt16(std::string_view text);
+std::int32_t textToInt32(std::string_view text);
+
+}  // namespace mvdirigo

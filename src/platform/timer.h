@@ -1,0 +1,24 @@
+#pragma once
+
+namespace mvdirigo {
+
+/// A periodic timer. The tick callback is given when the timer is made (`Platform::makeTimer`).
+///
+/// Ticks come only from the event loop: never inside a call of the timer, after it was disabled, or
+/// after its destruction. Ticks that are late are not made up in a burst, and a period does not
+/// drift by the lateness of the ticks before.
+class Timer {
+ public:
+  virtual ~Timer() = default;
+
+  /// Milliseconds between ticks. With 0 or less the timer never ticks.
+  virtual int Interval() const = 0;
+  /// A new interval starts the countdown afresh; setting the present one changes nothing.
+  virtual void setInterval(int interval_ms) = 0;
+
+  virtual bool Enabled() const = 0;
+  /// Enabling an enabled timer changes nothing: its countdown runs on.
+  virtual void setEnabled(bool enabled) = 0;
+};
+
+}  // namespace mvdirigo
