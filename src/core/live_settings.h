@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace mvdirigo {
@@ -26,5 +27,8 @@ class LiveSettings {
   virtual void setResponseString(const std::string& data) = 0;
   virtual void stopScanTimer() = 0;
 };
+
+/// Gives the live settings, making the window that holds them at the first call.
+using LiveSettingsSource = std::function<LiveSettings&()>;
 
 }  // namespace mvdirigo

@@ -1,0 +1,42 @@
+#include "app/program.h"
+
+#include <utility>
+
+namespace mvdirigo {
+
+Program::Program(Platform& platform, std::function<void()> on_end)
+    : platform_(platform), on_end_(std::move(on_end)), console_(platform, *this) {}
+
+Program::~Program() = default;
+
+void Program::start() {
+  console_.Form_Load();
+  if (!console_.life().leaving()) console_.show();
+}
+
+Settings& Program::settings() {
+  if (!settings_) {
+    settings_ = std::make_unique<Settings>(platform_, console_, [this] { showUpdate(); });
+    settings_->Form_Load();
+  }
+  return *settings_;
+}
+
+void Program::showSettings(QPoint anchor) {
+  Settings& dialog = settings();
+  dialog.move(anchor + QPoint(0, dialog.sizeHint().height() / 2));
+  dialog.show();
+  dialog.raise();
+  dialog.activateWindow();
+}
+
+void Program::showHelp() {}
+
+void Program::showUpdate() {}
+
+void Program::unloadAll() {
+  if (settings_) settings_->Form_Unload();
+  on_end_();
+}
+
+}  // namespace mvdirigo

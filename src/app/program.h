@@ -1,0 +1,39 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "console/string_fun.h"
+#include "platform/platform.h"
+#include "settings/settings.h"
+
+namespace mvdirigo {
+
+/// The windows of the program and who opens whom.
+class Program : private StringFun::Neighbours {
+ public:
+  /// `on_end` is called when the console was closed and every window has been ended.
+  Program(Platform& platform, std::function<void()> on_end);
+  ~Program() override;
+
+  /// Loads the console and shows it.
+  void start();
+
+  StringFun& console() { return console_; }
+  /// The settings window, made at the first call.
+  Settings& settings();
+
+ private:
+  LiveSettings& liveSettings() override { return settings(); }
+  void showSettings(QPoint anchor) override;
+  void showHelp() override;
+  void unloadAll() override;
+  void showUpdate();
+
+  Platform& platform_;
+  std::function<void()> on_end_;
+  StringFun console_;
+  std::unique_ptr<Settings> settings_;
+};
+
+}  // namespace mvdirigo

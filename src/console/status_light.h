@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QWidget>
+
+#include "protocol/transaction.h"
+
+namespace mvdirigo {
+
+/// A row's status light: a rectangle filled with the colour of what became of the row's command.
+class StatusLight : public QWidget {
+ public:
+  explicit StatusLight(QWidget* parent);
+
+  void setFillColor(LightColour colour);
+  LightColour fillColor() const { return colour_; }
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+
+ private:
+  LightColour colour_ = LightColour::kWhite;
+};
+
+}  // namespace mvdirigo

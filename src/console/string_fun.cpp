@@ -1,0 +1,182 @@
+#include "console/string_fun.h"
+
+#include <algorithm>
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QScreen>
+#include <QScrollArea>
+#include <QStyle>
+#include <QVBoxLayout>
+
+#include "core/stored_settings.h"
+#include "platform/handler_edge.h"
+#include "platform/text.h"
+
+namespace mvdirigo {
+namespace {
+
+constexpr int kRowsWithoutSetting = 10;
+constexpr int kLightTimeMs = 500;
+
+std::size_t at(int row) { return static_cast<std::size_t>(row); }
+
+/// `text` as a tool tip that shows it letter by letter, even where it looks like markup.
+QString plainToolTip(const QString& text) {
+  return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text;
+}
+
+/// What a tool tip tells of the raw reply: its newest characters, as many as fit a screen.
+QString receivedText(const std::string& raw) {
+  constexpr std::size_t kShown = 500;
+  if (raw.empty()) return "Nothing received";
+  const bool cut = raw.size() > kShown;
+  return "Received: " + QString(cut ? "..." : "") +
+         QString::fromStdString(visibleControls(cut ? raw.substr(raw.size() - kShown) : raw));
+}
+
+}  // namespace
+
+StringFun::StringFun(Platform& platform, Neighbours& neighbours)
+    : platform_(platform),
+      neighbours_(neighbours),
+      scroll_area_(new QScrollArea(this)),
+      screen_(new ConsoleScreen(kRows, nullptr)),
+      transaction_(
+          platform, [this]() -> LiveSettings& { return neighbours_.liveSettings(); }, *this) {
+  setObjectName("StringFun");
+  scroll_area_->setFrameShape(QFrame::NoFrame);
+  scroll_area_->setWidget(screen_);
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->addWidget(scroll_area_);
+
+  for (int row = 0; row < kRows; ++row) {
+    connect(screen_->SendCommand[at(row)], &QPushButton::clicked, this,
+            [this, row] { SendCommand_Click(row); });
+    ButtonTimer.push_back(
+        platform_.makeTimer([this, row] { setButtonShape(row, LightColour::kWhite); }));
+  }
+  for (int index = 0; index < ConsoleScreen::kBarButtons; ++index) {
+    connect(screen_->LoadButton[at(index)], &QPushButton::clicked, this,
+            [this, index] { LoadButton_Click(index); });
+  }
+  auto* Command1 = new QPushButton("Command1", screen_);
+  Command1->setObjectName("Command1");
+  Command1->hide();
+  connect(Command1, &QPushButton::clicked, this, [this] { transaction_.Command1_Click(); });
+}
+
+StringFun::~StringFun() = default;
+
+void StringFun::Form_Load() {
+  LoadSettings();
+  platform_.eventLoop().runPending();
+  SetupScreen();
+  platform_.eventLoop().runPending();
+}
+
+void StringFun::LoadSettings() {
+  readRows(platform_.settingsStore(), [this](int row, const std::string& text) {
+    screen_->StringToSend[at(row)]->setText(QString::fromStdString(text));
+  });
+  transaction_.resetSequence();
+}
+
+void StringFun::SetupScreen() {
+  LiveSettings& settings = neighbours_.liveSettings();
+  NumStrings = kRowsWithoutSetting;
+  skipOnError([&] { NumStrings = textToInt16(settings.MaxStrings()); });
+  transaction_.link().close();
+  screen_->layOutRows(NumStrings);
+  for (int row = 0; row < std::min(NumStrings, kRows); ++row) {
+    ButtonTimer[at(row)]->setInterval(kLightTimeMs);
+  }
+  fitToScreen();
+  setWindowTitle("Dirigo Version " MVDIRIGO_VERSION);
+  skipOnError([&] {
+    const int timeout_ms = textToInt32(settings.RCVTimeout());
+    if (timeout_ms > 0) tmrReceiveTimeOut().setInterval(timeout_ms);
+  });
+}
+
+void StringFun::fitToScreen() {
+  const QSize room = screen()->availableSize() - QSize(40, 60);
+  QSize size = screen_->size();
+  const int bar = style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+  if (size.height() > room.height()) size.rwidth() += bar;
+  resize(size.boundedTo(room));
+}
+
+void StringFun::LoadButton_Click(int Index) {
+  atHandlerEdge(platform_.dialogs(), "LoadButton_Click", [&] {
+    transaction_.link().close();
+    constexpr int kSettings = 3;
+    constexpr int kLoadDefault = 6;
+    constexpr int kHelp = 7;
+    if (Index == kSettings) {
+      const QRect button = screen_->LoadButton[kSettings]->geometry();
+      neighbours_.showSettings(pos() + button.topLeft() - QPoint(button.width() / 2, 0));
+    } else if (Index == kLoadDefault) {
+      LoadSettings();
+    } else if (Index == kHelp) {
+      neighbours_.showHelp();
+    }
+  });
+}
+
+void StringFun::closeEvent(QCloseEvent* event) {
+  event->accept();
+  if (life_.leaving()) return;
+  platform_.eventLoop().runPending();
+  Form_Unload();
+}
+
+void StringFun::Form_Unload() {
+  if (life_.leaving()) return;
+  life_.leave();
+  tmrReceiveTimeOut().setEnabled(false);
+  platform_.eventLoop().runPending();
+  writeRows(platform_.settingsStore(), [this](int row) { return StringToSend(row); });
+  transaction_.link().close();
+  platform_.eventLoop().runPending();
+  neighbours_.unloadAll();
+}
+
+std::string StringFun::StringToSend(int row) {
+  if (row < 0 || row >= kRows) return {};
+  return screen_->StringToSend[at(row)]->text().toStdString();
+}
+
+void StringFun::setReceiveString(int row, const std::string& text, const Exchange& exchange) {
+  QLineEdit* field = screen_->ReceiveString[at(row)];
+  field->setText(QString::fromStdString(text));
+  field->setCursorPosition(0);
+  field->setToolTip(plainToolTip(
+      QStringLiteral("%1\nAt %2, %3 ms after sending")
+          .arg(receivedText(exchange.raw), QString::fromStdString(platform_.timeOfDay()))
+          .arg(exchange.elapsed_ms)));
+}
+
+void StringFun::setButtonShape(int row, LightColour colour) {
+  screen_->ButtonShape[at(row)]->setFillColor(colour);
+}
+
+void StringFun::startButtonTimer(int row) { ButtonTimer[at(row)]->setEnabled(true); }
+
+void StringFun::enableSendCommands(bool enabled) {
+  const int last = std::clamp(NumStrings, -1, kRows - 1);
+  if (!enabled) focus_before_ = focusWidget();
+  for (int row = 0; row <= last; ++row) screen_->SendCommand[at(row)]->setEnabled(enabled);
+  // Disabling a focused button hands the focus on; a user who presses the same button again and
+  // again wants it back, unless the focus was moved on purpose meanwhile.
+  if (!enabled) {
+    focus_meanwhile_ = focusWidget();
+  } else if (focus_before_ != nullptr && focusWidget() == focus_meanwhile_) {
+    focus_before_->setFocus();
+  }
+}
+
+void StringFun::recordPress(int /*row*/) {}
+
+}  // namespace mvdirigo

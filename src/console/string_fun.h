@@ -1,0 +1,80 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <QWidget>
+
+#include "console/console_screen.h"
+#include "core/live_settings.h"
+#include "platform/platform.h"
+#include "protocol/transaction.h"
+
+class QScrollArea;
+
+namespace mvdirigo {
+
+/// The console: the window that starts and ends the program.
+class StringFun : public QWidget, private Transaction::Rows {
+ public:
+  /// The windows around the console, which it opens and ends without knowing them.
+  class Neighbours {
+   public:
+    virtual ~Neighbours() = default;
+    /// The live settings, whose window is made, hidden, at the first call.
+    virtual LiveSettings& liveSettings() = 0;
+    /// Shows the settings window, its left edge at `anchor` and its top half its own height below
+    /// `anchor`; in logical pixels of the screen.
+    virtual void showSettings(QPoint anchor) = 0;
+    virtual void showHelp() = 0;
+    /// Ends every other window and, with them, the program.
+    virtual void unloadAll() = 0;
+  };
+
+  /// Rows that exist; the settings allow at most 25 of them to be shown.
+  static constexpr int kRows = 51;
+
+  StringFun(Platform& platform, Neighbours& neighbours);
+  ~StringFun() override;
+
+  void Form_Load();
+  void SetupScreen();
+  void SendCommand_Click(int Index) { transaction_.SendCommand_Click(Index); }
+  void LoadButton_Click(int Index);
+
+  SerialPort& MSComm1() { return transaction_.link().MSComm1(); }
+  Timer& tmrReceiveTimeOut() { return transaction_.tmrReceiveTimeOut(); }
+  ConsoleScreen& controls() { return *screen_; }
+  const WindowLife& life() const override { return life_; }
+
+ protected:
+  void closeEvent(QCloseEvent* event) override;
+
+ private:
+  void LoadSettings();
+  void Form_Unload();
+  void fitToScreen();
+
+  std::string StringToSend(int row) override;
+  void setReceiveString(int row, const std::string& text, const Exchange& exchange) override;
+  void setButtonShape(int row, LightColour colour) override;
+  void startButtonTimer(int row) override;
+  void enableSendCommands(bool enabled) override;
+  void recordPress(int row) override;
+
+  Platform& platform_;
+  Neighbours& neighbours_;
+  WindowLife life_;
+  QScrollArea* scroll_area_;
+  ConsoleScreen* screen_;
+  Transaction transaction_;
+  std::vector<std::unique_ptr<Timer>> ButtonTimer;
+  int NumStrings = 0;
+  /// The send button that had the keyboard focus when the buttons were disabled, and where the
+  /// focus went then.
+  QWidget* focus_before_ = nullptr;
+  QWidget* focus_meanwhile_ = nullptr;
+};
+
+}  // namespace mvdirigo

@@ -1,0 +1,110 @@
+#include "core/serial_link.h"
+
+#include <utility>
+
+#include "platform/runtime_error.h"
+#include "platform/text.h"
+
+namespace mvdirigo {
+namespace {
+
+constexpr char kStx = 2;
+constexpr char kEtx = 3;
+constexpr char kCarriageReturn = 13;
+constexpr char kHost = '0';
+
+}  // namespace
+
+void appendBounded(std::string& buffer, char ch) {
+  if (buffer.size() >= kReplyCapacity) buffer.erase(0, buffer.size() - kReplyCapacity + 1);
+  buffer += ch;
+}
+
+SerialLink::SerialLink(Platform& platform, LiveSettingsSource settings, Listener& listener)
+    : settings_(std::move(settings)),
+      listener_(listener),
+      port_(platform.makeSerialPort([this] { MSComm1_OnComm(); })) {}
+
+void SerialLink::openOnDemand() {
+  if (port_->PortOpen()) return;
+  LiveSettings& settings = settings_();
+  skipOnError([&] { port_->setRThreshold(1); });
+  skipOnError([&] { port_->setInputLen(1); });
+  skipOnError([&] { port_->setCommPort(textToInt16(settings.CommPortSetting())); });
+  skipOnError([&] { port_->setSettings(settings.BaudRate()); });
+  skipOnError([&] { port_->setPortOpen(true); });
+}
+
+void SerialLink::reset() {
+  skipOnError([&] { port_->Input(); });
+  skipOnError([&] { port_->setPortOpen(false); });
+  skipOnError([&] { port_->setPortOpen(true); });
+}
+
+void SerialLink::close() {
+  if (port_->PortOpen()) port_->setPortOpen(false);
+}
+
+void SerialLink::transmit(const std::string& bytes) {
+  skipOnError([&] { port_->Output(bytes); });
+}
+
+std::string SerialLink::takeRawReply() { return std::exchange(raw_reply_, {}); }
+
+void SerialLink::MSComm1_OnComm() {
+  try {
+    const std::string input = port_->Input();
+    if (input.empty()) return;
+    const char ch = input.front();
+    appendBounded(raw_reply_, ch);
+    if (settings_().DTProtocol()) {
+      receiveDt(ch);
+    } else if (settings_().OEMProtocol()) {
+      receiveOem(ch);
+    }
+  } catch (const RuntimeError&) {
+    listener_.communicationsFailed();
+  }
+}
+
+void SerialLink::receiveDt(char ch) {
+  if (ch == kCarriageReturn) {
+    listener_.DecodeResponse();
+  } else {
+    appendBounded(rxBuffer, ch);
+  }
+}
+
+void SerialLink::receiveOem(char ch) {
+  const auto code = static_cast<std::uint8_t>(ch);
+  switch (rxState) {
+    case kHunting:
+      if (ch == kStx) {
+        rxState = kHostAddress;
+        rxChecksum = kStx;
+        rxBuffer.clear();
+      }
+      return;
+    case kHostAddress:
+      rxChecksum ^= code;
+      appendBounded(rxBuffer, ch);
+      if (ch == kHost) rxState = kBody;
+      break;
+    case kBody:
+      rxChecksum ^= code;
+      appendBounded(rxBuffer, ch);
+      if (ch == kEtx) rxState = kChecksum;
+      break;
+    case kChecksum:
+      rxState = kHunting;
+      if (code == rxChecksum) listener_.DecodeResponse();
+      break;
+  }
+  // A frame that starts inside another, whose end was lost; what was gathered is kept.
+  if (ch == kStx) {
+    rxState = kHostAddress;
+    rxChecksum = kStx;
+  }
+}
+
+}  // namespace mvdirigo

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace mvdirigo {
+
+/// `command` with every "RND", letter case ignored, replaced by the decimal text of a random number
+/// from 1 to 1000000. A match at the very start ends the search: nothing is replaced then.
+/// `random` gives uniform numbers in [0, 1).
+std::string substituteRandom(const std::string& command, const std::function<double()>& random);
+
+/// Frames of the OEM protocol: STX, unit address, sequence character, body, ETX, checksum.
+class OemFraming {
+ public:
+  /// Puts the sequence back to what it is at start.
+  void reset();
+
+  /// The whole frame of `command` ("/", unit address, body), sent from `currentRow`. A row that
+  /// sends twice in succession keeps its sequence number and sets the repeat bit; another row takes
+  /// the next number.
+  std::string frame(std::string_view command, int currentRow);
+
+ private:
+  static constexpr int kNoRow = 100;
+
+  int lastRow = kNoRow;
+  std::uint8_t seqNumber = '1';
+};
+
+}  // namespace mvdirigo

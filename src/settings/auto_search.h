@@ -1,0 +1,64 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/platform.h"
+
+namespace mvdirigo {
+
+/// The automatic search for a controller: every port that opens, three baud rates, sixteen unit
+/// addresses, one version query each through the console's own send path; the first combination
+/// that answers is kept.
+class AutoSearch {
+ public:
+  /// What the search turns and reads: the settings window and, behind it, the console.
+  class Bench {
+   public:
+    virtual ~Bench() = default;
+    virtual bool portAvailable(int port) = 0;
+    virtual void setCommPortSetting(int port) = 0;
+    virtual void selectBaudRate(int row) = 0;
+    virtual void setFirstString(const std::string& query) = 0;
+    /// Sends console row 0 as its button would.
+    virtual void sendFirstString() = 0;
+    virtual void closeConsolePort() = 0;
+    virtual void clearResponseString() = 0;
+    virtual bool hasResponse() = 0;
+    virtual void setSearchCaption(const std::string& caption) = 0;
+    virtual void SaveAppSettings() = 0;
+    virtual const WindowLife& life() const = 0;
+  };
+
+  AutoSearch(Platform& platform, Bench& bench);
+
+  /// Starts a search, or stops the running one. Returns when the search has ended.
+  void AutoSetup_Click();
+
+  /// Lets a running search stop at its next check.
+  void requestStop() { searching_ = false; }
+  bool searching() const { return searching_; }
+
+  Timer& ScanTimer() { return *ScanTimer_; }
+
+ private:
+  enum class Outcome { kFoundOrStopped, kNothingFound, kWindowGone };
+
+  Outcome search();
+  /// One port, or one query of it; none when the search goes on.
+  std::optional<Outcome> searchPort(int port);
+  std::optional<Outcome> query(int address);
+  void finish();
+  void reportNothingFound();
+
+  Platform& platform_;
+  Bench& bench_;
+  /// Enabled while a query waits for its reply.
+  std::unique_ptr<Timer> ScanTimer_;
+  bool searching_ = false;
+  /// A search is on the call stack, though it may already have been told to stop.
+  bool running_ = false;
+};
+
+}  // namespace mvdirigo

@@ -1,0 +1,20 @@
+#include "settings/port_scan.h"
+
+#include "platform/runtime_error.h"
+
+namespace mvdirigo {
+
+bool PortAvailable(SerialPort& MSComm1, int port) {
+  return skipOnError([&] {
+    MSComm1.setCommPort(port);
+    MSComm1.setPortOpen(true);
+    MSComm1.setPortOpen(false);
+  });
+}
+
+std::string portRowText(int port, bool available) {
+  return "COM" + std::to_string(port) +
+         (available ? "  available" : "  (not available or no such port)");
+}
+
+}  // namespace mvdirigo

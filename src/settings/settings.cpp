@@ -1,0 +1,336 @@
+#include "settings/settings.h"
+
+#include <utility>
+
+#include <QFormLayout>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QRadioButton>
+
+#include "core/stored_settings.h"
+#include "platform/handler_edge.h"
+#include "platform/text.h"
+#include "settings/port_scan.h"
+
+namespace mvdirigo {
+namespace {
+
+constexpr int kMostStrings = 25;
+constexpr const char* kStringsWhenEmpty = "10";
+constexpr const char* kBaudRates[] = {"9600", "19200", "38400", "57600", "115200", "230400"};
+
+QString text(const std::string& utf8) { return QString::fromStdString(utf8); }
+
+/// Labels `field` in `form` so that assistive tools and the label's own click find the field.
+void addField(QFormLayout* form, const char* label, QWidget* field, const char* name) {
+  field->setObjectName(name);
+  field->setAccessibleName(label);
+  auto* buddy = new QLabel(label);
+  buddy->setBuddy(field);
+  form->addRow(buddy, field);
+}
+
+/// Makes a list exactly as high as its rows and as wide as the widest.
+void fitToRows(QListWidget* list) {
+  const int frame = 2 * list->frameWidth();
+  list->setFixedHeight(list->sizeHintForRow(0) * list->count() + frame);
+  list->setMinimumWidth(list->sizeHintForColumn(0) + frame + 12);
+  list->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+  list->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+}
+
+}  // namespace
+
+Settings::Settings(Platform& platform, StringFun& console, std::function<void()> show_update)
+    : platform_(platform),
+      console_(console),
+      show_update_(std::move(show_update)),
+      search_(platform, *this) {
+  setObjectName("Settings");
+  setWindowTitle("Communications");
+
+  auto* cmdUpdate = new QPushButton("Update Firmware");
+  cmdUpdate->setObjectName("cmdUpdate");
+  auto* cmdOK = new QPushButton("OK");
+  cmdOK->setObjectName("cmdOK");
+  for (QPushButton* button : {cmdUpdate, cmdOK}) button->setAutoDefault(false);
+
+  auto* grid = new QGridLayout(this);
+  grid->addWidget(makeLineGroup(), 0, 0);
+  grid->addWidget(makeConsoleGroup(), 1, 0);
+  grid->addWidget(makeSearchGroup(), 0, 1, 2, 1);
+  auto* buttons = new QHBoxLayout;
+  buttons->addWidget(cmdUpdate);
+  buttons->addStretch();
+  buttons->addWidget(cmdOK);
+  grid->addLayout(buttons, 2, 0, 1, 2);
+  grid->setSizeConstraint(QLayout::SetFixedSize);
+  cmdOK->setDefault(true);
+
+  connect(cmdOK, &QPushButton::clicked, this, [this] { cmdOK_Click(); });
+  connect(cmdUpdate, &QPushButton::clicked, this, [this] { cmdUpdate_Click(); });
+}
+
+Settings::~Settings() = default;
+
+QGroupBox* Settings::makeLineGroup() {
+  CommPortSetting_ = new QLineEdit;
+  lstBaudRate = new QListWidget;
+  for (const char* rate : kBaudRates) lstBaudRate->addItem(rate);
+  fitToRows(lstBaudRate);
+  DTProtocol_ = new QRadioButton("DT Protocol");
+  DTProtocol_->setObjectName("DTProtocol");
+  DTProtocol_->setChecked(true);
+  OEMProtocol_ = new QRadioButton("OEM Protocol");
+  OEMProtocol_->setObjectName("OEMProtocol");
+  auto* FlowControl = new QLineEdit;
+
+  auto* group = new QGroupBox("Serial line");
+  auto* form = new QFormLayout(group);
+  addField(form, "Comm Port", CommPortSetting_, "CommPortSetting");
+  addField(form, "Baud Rate", lstBaudRate, "lstBaudRate");
+  form->addRow(DTProtocol_);
+  form->addRow(OEMProtocol_);
+  addField(form, "Flow Control", FlowControl, "FlowControl");
+  return group;
+}
+
+QGroupBox* Settings::makeConsoleGroup() {
+  MaxStrings_ = new QLineEdit;
+  RCVTimeout_ = new QLineEdit("3000");
+  RCVTimeout_->setToolTip("Reply time-out in milliseconds");
+  auto* group = new QGroupBox("Console");
+  auto* form = new QFormLayout(group);
+  addField(form, "Max Strings", MaxStrings_, "MaxStrings");
+  addField(form, "RCV TImeout", RCVTimeout_, "RCVTimeout");
+  connect(MaxStrings_, &QLineEdit::textChanged, this, [this] { MaxStrings_Change(); });
+  return group;
+}
+
+QGroupBox* Settings::makeSearchGroup() {
+  lstPorts = new QListWidget;
+  lstPorts->setObjectName("lstPorts");
+  lstPorts->setAccessibleName("Ports");
+  for (int port = SerialPort::kLowestPort; port <= SerialPort::kHighestPort; ++port) {
+    lstPorts->addItem(text(portRowText(port, false)));
+  }
+  fitToRows(lstPorts);
+  lstPorts->viewport()->installEventFilter(this);
+  auto* cmdRescanPorts = new QPushButton("Re-Scan Ports");
+  cmdRescanPorts->setObjectName("cmdRescanPorts");
+  AutoSetup = new QPushButton("Auto Set Comm");
+  AutoSetup->setObjectName("AutoSetup");
+  for (QPushButton* button : {cmdRescanPorts, AutoSetup}) button->setAutoDefault(false);
+  ResponseString = new QLineEdit;
+  ResponseString->setReadOnly(true);
+
+  auto* group = new QGroupBox("Find a controller");
+  auto* column = new QVBoxLayout(group);
+  column->addWidget(lstPorts);
+  auto* buttons = new QHBoxLayout;
+  buttons->addWidget(cmdRescanPorts);
+  buttons->addWidget(AutoSetup);
+  column->addLayout(buttons);
+  column->addStretch();
+  auto* form = new QFormLayout;
+  addField(form, "Response", ResponseString, "ResponseString");
+  column->addLayout(form);
+  connect(cmdRescanPorts, &QPushButton::clicked, this, [this] { cmdRescanPorts_Click(); });
+  connect(AutoSetup, &QPushButton::clicked, this, [this] {
+    atHandlerEdge(platform_.dialogs(), "AutoSetup_Click", [this] { search_.AutoSetup_Click(); });
+  });
+  return group;
+}
+
+void Settings::Form_Load() {
+  SettingsStore& store = platform_.settingsStore();
+  skipOnError([&] {
+    ScanPorts();
+    MaxStrings_->setText(text(readSetting(store, stored::kMaxStrings)));
+    CommPortSetting_->setText(text(readSetting(store, stored::kCommPortSetting)));
+    selectStoredBaudRate();
+    RCVTimeout_->setText(text(readSetting(store, stored::kRCVTimeout)));
+    // The button's own place in the console serves as the place on the screen until the dialog is
+    // first shown.
+    move(console_.controls().LoadButton[3]->pos());
+    console_.tmrReceiveTimeOut().setInterval(textToInt32(RCVTimeout()));
+    setWindowFlag(Qt::WindowStaysOnTopHint, true);
+    FirstTimeStartup = readSetting(store, stored::kFirstTimeStartup);
+    platform_.eventLoop().runPending();
+  });
+  kept_ = choices();
+}
+
+void Settings::selectStoredBaudRate() {
+  const int row = textToInt16(readSetting(platform_.settingsStore(), stored::kBaudRate));
+  if (row < 0 || row >= lstBaudRate->count()) throw RuntimeError(Fault::kInvalidPropertyValue);
+  lstBaudRate->setCurrentRow(row);
+}
+
+void Settings::Form_Unload() {
+  life_.leave();
+  search_.requestStop();
+  hide();
+  leaveTopmostLayer();
+}
+
+void Settings::leaveTopmostLayer() {
+  const bool shown = isVisible();
+  setWindowFlag(Qt::WindowStaysOnTopHint, false);
+  if (shown) show();
+}
+
+void Settings::SaveAppSettings() {
+  SettingsStore& store = platform_.settingsStore();
+  writeSetting(store, stored::kMaxStrings, MaxStrings());
+  writeSetting(store, stored::kCommPortSetting, CommPortSetting());
+  if (lstBaudRate->currentRow() >= 0) {
+    writeSetting(store, stored::kBaudRate, std::to_string(lstBaudRate->currentRow()));
+  }
+  writeSetting(store, stored::kRCVTimeout, RCVTimeout());
+  kept_ = choices();
+}
+
+void Settings::ScanPorts() {
+  lstPorts->clear();
+  for (int port = SerialPort::kLowestPort; port <= SerialPort::kHighestPort; ++port) {
+    const bool available = PortAvailable(console_.MSComm1(), port);
+    auto* row = new QListWidgetItem(text(portRowText(port, available)), lstPorts);
+    row->setToolTip(portToolTip(port, available));
+  }
+}
+
+QString Settings::portToolTip(int port, bool available) {
+  const PortDetails details = platform_.portDetails(port);
+  QStringList lines{text(details.device)};
+  if (!details.hardware.empty()) lines << text(details.hardware);
+  if (!available && console_.MSComm1().PortOpen()) {
+    lines << "The console holds a port open; close it to scan.";
+  } else if (!available) {
+    lines << text(details.obstacle);
+  }
+  lines.removeAll(QString());
+  return lines.join('\n');
+}
+
+void Settings::cmdOK_Click() {
+  atHandlerEdge(platform_.dialogs(), "cmdOK_Click", [this] {
+    if (MaxStrings_->text().isEmpty()) MaxStrings_->setText(kStringsWhenEmpty);
+    SaveAppSettings();
+    search_.requestStop();
+    console_.SetupScreen();
+    hide();
+  });
+}
+
+void Settings::cmdUpdate_Click() {
+  atHandlerEdge(platform_.dialogs(), "cmdUpdate_Click", [this] {
+    closeConsolePort();
+    hide();
+    show_update_();
+  });
+}
+
+void Settings::cmdRescanPorts_Click() {
+  atHandlerEdge(platform_.dialogs(), "cmdRescanPorts_Click", [this] { ScanPorts(); });
+}
+
+void Settings::MaxStrings_Change() {
+  double rows = 0;
+  // Text that is no number stays as it was typed; the layout falls back for it.
+  if (!skipOnError([&] { rows = textToNumber(MaxStrings()); })) return;
+  if (rows <= kMostStrings) return;
+  platform_.dialogs().messageBox("Maximum number of strings allowed is 25");
+  MaxStrings_->setText(QString::number(kMostStrings));
+}
+
+bool Settings::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == lstPorts->viewport() && event->type() == QEvent::MouseButtonPress) {
+    const auto* press = static_cast<QMouseEvent*>(event);
+    if (press->button() == Qt::LeftButton) {
+      lstPorts_MouseDown(press->position().toPoint());
+      return true;
+    }
+  }
+  return QDialog::eventFilter(watched, event);
+}
+
+void Settings::lstPorts_MouseDown(QPoint position) {
+  QListWidgetItem* hit = lstPorts->itemAt(position);
+  // Below the last row the nearest one counts.
+  const int row = hit != nullptr ? lstPorts->row(hit) : lstPorts->count() - 1;
+  lstPorts->setFocus(Qt::MouseFocusReason);
+  setCommPortSetting(row + 1);
+  lstPorts->setCurrentRow(row);
+}
+
+void Settings::showEvent(QShowEvent* event) {
+  kept_ = choices();
+  QDialog::showEvent(event);
+}
+
+// Escape and the window's own close button: a running search stops as its button would stop it,
+// otherwise what was changed since the dialog was shown is taken back. The dialog stays loaded.
+void Settings::reject() {
+  if (search_.searching()) {
+    search_.AutoSetup_Click();
+  } else {
+    restore(kept_);
+  }
+  hide();
+}
+
+Settings::Choices Settings::choices() const {
+  return {CommPortSetting_->text(), MaxStrings_->text(), RCVTimeout_->text(),
+          lstBaudRate->currentRow(), OEMProtocol_->isChecked()};
+}
+
+void Settings::restore(const Choices& choices) {
+  CommPortSetting_->setText(choices.port);
+  MaxStrings_->setText(choices.max_strings);
+  RCVTimeout_->setText(choices.timeout);
+  lstBaudRate->setCurrentRow(choices.baud_row);
+  (choices.oem ? OEMProtocol_ : DTProtocol_)->setChecked(true);
+}
+
+std::string Settings::CommPortSetting() { return CommPortSetting_->text().toStdString(); }
+
+std::string Settings::BaudRate() {
+  const QListWidgetItem* row = lstBaudRate->currentItem();
+  return row != nullptr ? row->text().toStdString() : std::string();
+}
+
+bool Settings::DTProtocol() { return DTProtocol_->isChecked(); }
+bool Settings::OEMProtocol() { return OEMProtocol_->isChecked(); }
+std::string Settings::MaxStrings() { return MaxStrings_->text().toStdString(); }
+std::string Settings::RCVTimeout() { return RCVTimeout_->text().toStdString(); }
+
+void Settings::setResponseString(const std::string& latin1) {
+  ResponseString->setText(text(utf8FromLatin1(latin1)));
+}
+
+bool Settings::portAvailable(int port) { return PortAvailable(console_.MSComm1(), port); }
+
+void Settings::setCommPortSetting(int port) { CommPortSetting_->setText(QString::number(port)); }
+
+void Settings::selectBaudRate(int row) { lstBaudRate->setCurrentRow(row); }
+
+void Settings::setFirstString(const std::string& query) {
+  console_.controls().StringToSend[0]->setText(text(query));
+}
+
+void Settings::closeConsolePort() {
+  if (console_.MSComm1().PortOpen()) console_.MSComm1().setPortOpen(false);
+}
+
+void Settings::clearResponseString() { ResponseString->clear(); }
+bool Settings::hasResponse() { return !ResponseString->text().isEmpty(); }
+
+void Settings::setSearchCaption(const std::string& caption) { AutoSetup->setText(text(caption)); }
+
+}  // namespace mvdirigo

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <QDialog>
+
+#include "console/string_fun.h"
+#include "core/live_settings.h"
+#include "platform/platform.h"
+#include "settings/auto_search.h"
+
+class QGroupBox;
+class QLineEdit;
+class QListWidget;
+class QPushButton;
+class QRadioButton;
+
+namespace mvdirigo {
+
+/// The communications dialog. Its controls are the live communication settings; it is made once and
+/// then only hidden and shown.
+class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench {
+ public:
+  /// `show_update` opens the firmware update.
+  Settings(Platform& platform, StringFun& console, std::function<void()> show_update);
+  ~Settings() override;
+
+  /// Fills the dialog from the store. A fault ends the filling where it stands, without a message.
+  void Form_Load();
+  void Form_Unload();
+  void SaveAppSettings() override;
+
+  /// Takes the dialog out of the layer above all windows.
+  void leaveTopmostLayer();
+
+  std::string CommPortSetting() override;
+  std::string BaudRate() override;
+  bool DTProtocol() override;
+  bool OEMProtocol() override;
+  std::string MaxStrings() override;
+  std::string RCVTimeout() override;
+  bool searching() override { return search_.searching(); }
+  void setResponseString(const std::string& data) override;
+  void stopScanTimer() override { search_.ScanTimer().setEnabled(false); }
+
+ protected:
+  void showEvent(QShowEvent* event) override;
+  void reject() override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+ private:
+  /// What the user can change and Escape takes back.
+  struct Choices {
+    QString port, max_strings, timeout;
+    int baud_row = 0;
+    bool oem = false;
+  };
+
+  QGroupBox* makeLineGroup();
+  QGroupBox* makeConsoleGroup();
+  QGroupBox* makeSearchGroup();
+  void ScanPorts();
+  QString portToolTip(int port, bool available);
+  void selectStoredBaudRate();
+  Choices choices() const;
+  void restore(const Choices& choices);
+
+  void cmdOK_Click();
+  void cmdUpdate_Click();
+  void cmdRescanPorts_Click();
+  void MaxStrings_Change();
+  void lstPorts_MouseDown(QPoint position);
+
+  bool portAvailable(int port) override;
+  void setCommPortSetting(int port) override;
+  void selectBaudRate(int row) override;
+  void setFirstString(const std::string& query) override;
+  void sendFirstString() override { console_.SendCommand_Click(0); }
+  void closeConsolePort() override;
+  void clearResponseString() override;
+  bool hasResponse() override;
+  void setSearchCaption(const std::string& caption) override;
+  const WindowLife& life() const override { return life_; }
+
+  Platform& platform_;
+  StringFun& console_;
+  std::function<void()> show_update_;
+  WindowLife life_;
+  AutoSearch search_;
+
+  QLineEdit* CommPortSetting_ = nullptr;
+  QListWidget* lstBaudRate = nullptr;
+  QLineEdit* MaxStrings_ = nullptr;
+  QLineEdit* RCVTimeout_ = nullptr;
+  QRadioButton* OEMProtocol_ = nullptr;
+  QRadioButton* DTProtocol_ = nullptr;
+  QListWidget* lstPorts = nullptr;
+  QPushButton* AutoSetup = nullptr;
+  QLineEdit* ResponseString = nullptr;
+
+  std::string FirstTimeStartup;
+  /// The choices as they were last loaded, saved, or shown.
+  Choices kept_;
+};
+
+}  // namespace mvdirigo
