@@ -94,10 +94,12 @@ void StringFun::SetupScreen() {
   }
   fitToScreen();
   setWindowTitle("Dirigo Version " MVDIRIGO_VERSION);
-  skipOnError([&] {
-    const int timeout_ms = textToInt32(settings.RCVTimeout());
-    if (timeout_ms > 0) tmrReceiveTimeOut().setInterval(timeout_ms);
-  });
+  skipOnError([&] { setReplyTimeOut(settings.RCVTimeout()); });
+}
+
+void StringFun::setReplyTimeOut(const std::string& text) {
+  const int timeout_ms = textToInt32(text);
+  if (timeout_ms > 0) transaction_.tmrReceiveTimeOut().setInterval(timeout_ms);
 }
 
 void StringFun::fitToScreen() {
@@ -135,7 +137,7 @@ void StringFun::closeEvent(QCloseEvent* event) {
 void StringFun::Form_Unload() {
   if (life_.leaving()) return;
   life_.leave();
-  tmrReceiveTimeOut().setEnabled(false);
+  transaction_.tmrReceiveTimeOut().setEnabled(false);
   platform_.eventLoop().runPending();
   writeRows(platform_.settingsStore(), [this](int row) { return StringToSend(row); });
   transaction_.link().close();

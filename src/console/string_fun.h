@@ -44,7 +44,10 @@ class StringFun : public QWidget, private Transaction::Rows {
   void LoadButton_Click(int Index);
 
   SerialPort& MSComm1() { return transaction_.link().MSComm1(); }
-  Timer& tmrReceiveTimeOut() { return transaction_.tmrReceiveTimeOut(); }
+  const Timer& tmrReceiveTimeOut() { return transaction_.tmrReceiveTimeOut(); }
+  /// Sets the interval of `tmrReceiveTimeOut` to `text`, in ms; 0 or less leaves it as it is.
+  /// Throws RuntimeError for text that is no number.
+  void setReplyTimeOut(const std::string& text);
   ConsoleScreen& controls() { return *screen_; }
   const WindowLife& life() const override { return life_; }
 

@@ -158,7 +158,7 @@ void Settings::Form_Load() {
     // The button's own place in the console serves as the place on the screen until the dialog is
     // first shown.
     move(console_.controls().LoadButton[3]->pos());
-    console_.tmrReceiveTimeOut().setInterval(textToInt32(RCVTimeout()));
+    console_.setReplyTimeOut(RCVTimeout());
     setWindowFlag(Qt::WindowStaysOnTopHint, true);
     FirstTimeStartup = readSetting(store, stored::kFirstTimeStartup);
     platform_.eventLoop().runPending();

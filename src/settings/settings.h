@@ -31,6 +31,7 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   void Form_Unload();
   void SaveAppSettings() override;
 
+  void closeConsolePort() override;
   /// Takes the dialog out of the layer above all windows.
   void leaveTopmostLayer();
 
@@ -77,7 +78,6 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   void selectBaudRate(int row) override;
   void setFirstString(const std::string& query) override;
   void sendFirstString() override { console_.SendCommand_Click(0); }
-  void closeConsolePort() override;
   void clearResponseString() override;
   bool hasResponse() override;
   void setSearchCaption(const std::string& caption) override;
