@@ -1,0 +1,125 @@
+#include "platform/qt/qt_dialogs.h"
+
+#include <QApplication>
+#include <QFileDialog>
+#include <QMessageBox>
+#include <QPointer>
+#include <QStringList>
+
+#include "platform/runtime_error.h"
+
+namespace mvdirigo {
+namespace {
+
+/// The window that a box belongs to, so that it stands above it.
+QWidget* owner() {
+  if (QWidget* active = QApplication::activeWindow()) return active;
+  if (QWidget* modal = QApplication::activeModalWidget()) return modal;
+  QWidget* shown = nullptr;
+  for (QWidget* window : QApplication::topLevelWidgets()) {
+    if (!window->isVisible()) continue;
+    if (!shown || window->windowFlags().testFlag(Qt::WindowStaysOnTopHint)) shown = window;
+  }
+  return shown;
+}
+
+/// Shows `dialog` until it is answered. Its owner may be destroyed meanwhile, and the dialog with
+/// it.
+template <class Dialog>
+int run(const QPointer<Dialog>& dialog) {
+  const QWidget* window = dialog->parentWidget();
+  if (window && window->windowFlags().testFlag(Qt::WindowStaysOnTopHint)) {
+    dialog->setWindowFlag(Qt::WindowStaysOnTopHint);
+  }
+  return dialog->exec();
+}
+
+QMessageBox::Icon iconOf(int style) {
+  // 48 contains the bit of 16, so it is looked for first; an added 64 doesn't soften it.
+  if ((style & box::kExclamation) == box::kExclamation) return QMessageBox::Warning;
+  if (style & box::kStop) return QMessageBox::Critical;
+  if (style & box::kInformation) return QMessageBox::Information;
+  return QMessageBox::NoIcon;
+}
+
+/// "Text (*.a;*.b)|*.a;*.b" as Qt wants it, "Text (*.a *.b)".
+QStringList nameFilters(const std::string& filter) {
+  QStringList filters;
+  const QStringList parts = QString::fromStdString(filter).split('|', Qt::SkipEmptyParts);
+  for (qsizetype i = 0; i + 1 < parts.size(); i += 2) {
+    const QString description = parts[i].section('(', 0, 0).trimmed();
+    filters << description + " (" + QString(parts[i + 1]).replace(';', ' ') + ')';
+  }
+  return filters;
+}
+
+}  // namespace
+
+BoxButton QtDialogs::messageBox(const std::string& text, int style, const std::string& title) {
+  QPointer<QMessageBox> message = new QMessageBox(owner());
+  message->setTextFormat(Qt::PlainText);
+  message->setText(QString::fromStdString(text).replace("\r\n", "\n"));
+  message->setWindowTitle(title.empty() ? QApplication::applicationName()
+                                        : QString::fromStdString(title));
+  message->setIcon(iconOf(style));
+
+  QMessageBox::StandardButton on_close = QMessageBox::Ok;
+  if (style & box::kYesNo) {
+    message->setStandardButtons(QMessageBox::Yes | QMessageBox::No);
+    on_close = QMessageBox::No;
+  } else if (style & box::kOkCancel) {
+    message->setStandardButtons(QMessageBox::Ok | QMessageBox::Cancel);
+    on_close = QMessageBox::Cancel;
+  } else {
+    message->setStandardButtons(QMessageBox::Ok);
+  }
+  message->setEscapeButton(on_close);
+
+  const int answer = run(message);
+  delete message;
+  switch (answer) {
+    case QMessageBox::Ok:
+      return BoxButton::kOk;
+    case QMessageBox::Yes:
+      return BoxButton::kYes;
+    case QMessageBox::No:
+      return BoxButton::kNo;
+    case QMessageBox::Cancel:
+      return BoxButton::kCancel;
+  }
+  // The box went away with the window that owned it.
+  return on_close == QMessageBox::No       ? BoxButton::kNo
+         : on_close == QMessageBox::Cancel ? BoxButton::kCancel
+                                           : BoxButton::kOk;
+}
+
+std::string QtDialogs::openFile(const FileRequest& request) {
+  return askForFile(request, Purpose::kOpen);
+}
+
+std::string QtDialogs::saveFile(const FileRequest& request) {
+  return askForFile(request, Purpose::kSave);
+}
+
+std::string QtDialogs::askForFile(const FileRequest& request, Purpose purpose) {
+  QPointer<QFileDialog> dialog = new QFileDialog(owner());
+  dialog->setOption(QFileDialog::DontUseNativeDialog);
+  if (!request.title.empty()) dialog->setWindowTitle(QString::fromStdString(request.title));
+  if (!request.filter.empty()) dialog->setNameFilters(nameFilters(request.filter));
+  if (!folder_.isEmpty()) dialog->setDirectory(folder_);
+  dialog->setFileMode(request.file_must_exist ? QFileDialog::ExistingFile : QFileDialog::AnyFile);
+  if (purpose == Purpose::kSave) {
+    dialog->setAcceptMode(QFileDialog::AcceptSave);
+    dialog->setOption(QFileDialog::DontConfirmOverwrite, !request.ask_before_overwriting);
+    dialog->setDefaultSuffix(QString::fromStdString(request.default_extension));
+  }
+
+  const bool accepted = run(dialog) == QDialog::Accepted && dialog;
+  const QStringList chosen = accepted ? dialog->selectedFiles() : QStringList();
+  if (accepted) folder_ = dialog->directory().absolutePath();
+  delete dialog;
+  if (chosen.isEmpty() && request.cancel_is_error) throw RuntimeError(Fault::kCancelled);
+  return chosen.isEmpty() ? std::string() : chosen.first().toStdString();
+}
+
+}  // namespace mvdirigo

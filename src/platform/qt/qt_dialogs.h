@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QString>
+
+#include "platform/dialogs.h"
+
+namespace mvdirigo {
+
+class QtDialogs : public Dialogs {
+ public:
+  BoxButton messageBox(const std::string& text, int style = box::kOkOnly,
+                       const std::string& title = {}) override;
+  std::string openFile(const FileRequest& request) override;
+  std::string saveFile(const FileRequest& request) override;
+
+ private:
+  enum class Purpose { kOpen, kSave };
+
+  std::string askForFile(const FileRequest& request, Purpose purpose);
+
+  /// Where the user last chose a file.
+  QString folder_;
+};
+
+}  // namespace mvdirigo

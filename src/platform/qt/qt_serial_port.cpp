@@ -1,0 +1,304 @@
+#include "platform/qt/qt_serial_port.h"
+
+#include <linux/serial.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include <QCoreApplication>
+#include <QLoggingCategory>
+#include <QSignalBlocker>
+#include <QTime>
+
+#include "platform/runtime_error.h"
+#include "platform/text.h"
+
+namespace mvdirigo {
+namespace {
+
+using namespace std::chrono_literals;
+
+Q_LOGGING_CATEGORY(lineLog, "mvdirigo.line", QtWarningMsg)
+
+/// Received characters kept here before the line is left to wait in the system's own buffer.
+constexpr std::size_t kReceiveCapacity = 64 * 1024;
+constexpr qint64 kReadSize = 4096;
+
+/// How long one turn of the event loop may deliver, so that the windows stay responsive.
+constexpr auto kLongestDelivery = 4ms;
+
+/// How long closing may wait for the line to take what is still queued.
+constexpr auto kLongestClosing = 200ms;
+
+void log(int comm_port, char direction, std::string_view bytes) {
+  qCInfo(lineLog).noquote().nospace()
+      << QTime::currentTime().toString("HH:mm:ss.zzz") << " COM" << comm_port << ' ' << direction
+      << ' ' << QString::fromStdString(visibleControls(bytes));
+}
+
+/// Bytes that wait in the system's queue of the line.
+int queuedInSystem(int handle) {
+  int queued = 0;
+  return ioctl(handle, TIOCOUTQ, &queued) == 0 ? queued : 0;
+}
+
+/// Writes what the line takes now, and returns how much that was. Qt's port would do the same by
+/// way of its buffer and the event loop.
+std::size_t writeAtOnce(int handle, std::string_view bytes) {
+  const ssize_t written = write(handle, bytes.data(), bytes.size());
+  return written > 0 ? static_cast<std::size_t>(written) : 0;
+}
+
+bool hungUp(int handle) {
+  pollfd state{handle, 0, 0};
+  return poll(&state, 1, 0) != 0;
+}
+
+bool apply(const LineSettings& line, QSerialPort& port) {
+  // A failure is the caller's to report, and no sign of a device that vanished.
+  const QSignalBlocker quiet(port);
+  const auto parity = line.parity == 'E'   ? QSerialPort::EvenParity
+                      : line.parity == 'O' ? QSerialPort::OddParity
+                                           : QSerialPort::NoParity;
+  const auto stop_bits = line.stop_bits == 2 ? QSerialPort::TwoStop : QSerialPort::OneStop;
+  return port.setBaudRate(line.baud) && port.setParity(parity) &&
+         port.setDataBits(static_cast<QSerialPort::DataBits>(line.data_bits)) &&
+         port.setStopBits(stop_bits);
+}
+
+/// Sets the line before Qt does. Qt's port puts back at closing what it found at opening, at once:
+/// that would garble the last bytes, which the hardware may still be sending.
+void setBeforehand(const LineSettings& line, int handle) {
+  constexpr std::array<tcflag_t, 4> kDataBits = {CS5, CS6, CS7, CS8};
+  termios settings{};
+  if (tcgetattr(handle, &settings) != 0) return;
+  cfmakeraw(&settings);
+  settings.c_cflag &= ~static_cast<tcflag_t>(CSIZE | CSTOPB | PARENB | PARODD | CRTSCTS);
+  settings.c_cflag |= CLOCAL | CREAD | kDataBits.at(static_cast<std::size_t>(line.data_bits - 5));
+  if (line.stop_bits == 2) settings.c_cflag |= CSTOPB;
+  if (line.parity != 'N') settings.c_cflag |= PARENB;
+  if (line.parity == 'O') settings.c_cflag |= PARODD;
+  cfsetspeed(&settings, static_cast<speed_t>(line.baud));
+  tcsetattr(handle, TCSANOW, &settings);
+}
+
+/// Asks an adapter to hand on what it receives at once. Common ones otherwise hold a short reply
+/// back for 16 ms, which is longer than the reply itself. Devices that can't are left as they are.
+void preferLowLatency(int handle) {
+  serial_struct serial{};
+  if (ioctl(handle, TIOCGSERIAL, &serial) != 0 || serial.flags & ASYNC_LOW_LATENCY) return;
+  serial.flags |= ASYNC_LOW_LATENCY;
+  ioctl(handle, TIOCSSERIAL, &serial);
+}
+
+Fault openingFault(QSerialPort::SerialPortError error) {
+  switch (error) {
+    case QSerialPort::DeviceNotFoundError:
+      return Fault::kInvalidPortNumber;
+    case QSerialPort::PermissionError:
+      // The device itself was opened before, so what refuses is Qt's lock.
+      return Fault::kPortAlreadyOpen;
+    default:
+      return Fault::kDeviceIo;
+  }
+}
+
+}  // namespace
+
+QtSerialPort::QtSerialPort(PortDevices& devices, std::function<void()> on_comm)
+    : devices_(devices),
+      on_comm_(std::make_shared<const std::function<void()>>(std::move(on_comm))) {}
+
+QtSerialPort::~QtSerialPort() { close(); }
+
+void QtSerialPort::setCommPort(int port) {
+  if (PortOpen()) throw RuntimeError(Fault::kNotValidWhilePortOpen);
+  if (port < kLowestPort || port > kHighestPort) throw RuntimeError(Fault::kInvalidPortNumber);
+  comm_port_ = port;
+}
+
+void QtSerialPort::setSettings(const std::string& settings) {
+  const LineSettings line = parseLineSettings(settings);
+  if (port_ && !apply(line, *port_)) throw RuntimeError(Fault::kInvalidPropertyValue);
+  settings_ = settings;
+  line_ = line;
+}
+
+void QtSerialPort::setPortOpen(bool open) {
+  if (open == PortOpen()) {
+    throw RuntimeError(open ? Fault::kPortAlreadyOpen : Fault::kDeviceNotOpen);
+  }
+  open ? this->open() : close();
+}
+
+void QtSerialPort::open() {
+  TakenDevice device = devices_.take(comm_port_);
+  setBeforehand(line_, device.handle());
+  preferLowLatency(device.handle());
+
+  auto port = std::make_unique<QSerialPort>(QString::fromStdString(device.path().string()));
+  port->setReadBufferSize(kReadSize);
+  apply(line_, *port);
+  if (!port->open(QIODevice::ReadWrite)) throw RuntimeError(openingFault(port->error()));
+  // What came in before is no answer to anything asked on this opening.
+  tcflush(device.handle(), TCIFLUSH);
+
+  QObject::connect(port.get(), &QSerialPort::readyRead, [this] { takeReceived(); });
+  QObject::connect(port.get(), &QSerialPort::errorOccurred,
+                   [this](QSerialPort::SerialPortError error) { onError(error); });
+  device_.emplace(std::move(device));
+  port_ = std::move(port);
+  opening_ = std::make_shared<const char>();
+  sent_by_ = Clock::now();
+  delivery_queued_ = vanishing_ = fault_unread_ = false;
+  state_ = State::kOpen;
+}
+
+void QtSerialPort::close() {
+  state_ = State::kClosed;
+  if (port_) {
+    port_->flush();
+    discardStuckOutput();
+    releaseDevice();
+  }
+  opening_.reset();
+  received_.clear();
+  unannounced_ = 0;
+}
+
+void QtSerialPort::releaseDevice() {
+  port_->disconnect();
+  port_.reset();
+  device_.reset();
+}
+
+/// The system waits at closing, for up to half a minute, until the line has taken what is queued.
+void QtSerialPort::discardStuckOutput() {
+  if (queuedInSystem(device_->handle()) == 0) return;
+  const auto still_needed = sent_by_ - Clock::now();
+  const bool stuck = still_needed < -kLongestClosing || still_needed > kLongestClosing;
+  if (stuck) tcflush(device_->handle(), TCOFLUSH);
+}
+
+void QtSerialPort::setRThreshold(int characters) {
+  if (characters < 0) throw RuntimeError(Fault::kInvalidPropertyValue);
+  receive_threshold_ = characters;
+}
+
+void QtSerialPort::setInputLen(int characters) {
+  if (characters < 0) throw RuntimeError(Fault::kInvalidPropertyValue);
+  input_len_ = characters;
+}
+
+std::string QtSerialPort::Input() {
+  if (std::exchange(fault_unread_, false)) throw RuntimeError(Fault::kDeviceIo);
+  if (!PortOpen()) throw RuntimeError(Fault::kPortMustBeOpen);
+  const std::size_t limit =
+      input_len_ == 0 ? received_.size() : static_cast<std::size_t>(input_len_);
+  const auto end =
+      received_.begin() + static_cast<std::ptrdiff_t>(std::min(limit, received_.size()));
+  std::string taken(received_.begin(), end);
+  received_.erase(received_.begin(), end);
+  // There is room again for what Qt's port kept back.
+  if (port_ && port_->bytesAvailable() > 0) takeReceived();
+  return taken;
+}
+
+void QtSerialPort::Output(const std::string& bytes) {
+  if (!PortOpen()) throw RuntimeError(Fault::kPortMustBeOpen);
+  if (vanishing_) throw RuntimeError(Fault::kDeviceIo);
+  log(comm_port_, '>', bytes);
+  std::string_view rest = bytes;
+  if (port_->bytesToWrite() == 0) rest.remove_prefix(writeAtOnce(device_->handle(), rest));
+  if (!rest.empty()) {
+    port_->write(rest.data(), static_cast<qint64>(rest.size()));
+    port_->flush();
+  }
+  if (vanishing_) throw RuntimeError(Fault::kDeviceIo);
+  constexpr auto kBitsPerCharacter = 11;
+  sent_by_ = Clock::now() +
+             std::chrono::microseconds(1s) * kBitsPerCharacter * OutBufferCount() / line_.baud;
+}
+
+int QtSerialPort::OutBufferCount() const {
+  if (!port_) return 0;
+  return static_cast<int>(port_->bytesToWrite()) + queuedInSystem(device_->handle());
+}
+
+void QtSerialPort::onError(QSerialPort::SerialPortError error) {
+  switch (error) {
+    case QSerialPort::NoError:
+    case QSerialPort::TimeoutError:
+    case QSerialPort::UnsupportedOperationError:
+      return;
+    case QSerialPort::ResourceError:
+      // A full line reports the same.
+      if (!hungUp(device_->handle())) return;
+      break;
+    default:
+      break;
+  }
+  // Qt's port repeats the error without end, so it is closed, but never inside its own signal.
+  if (std::exchange(vanishing_, true)) return;
+  queue(&QtSerialPort::onVanished);
+}
+
+void QtSerialPort::onVanished() {
+  keep(port_->readAll());
+  releaseDevice();
+  state_ = State::kVanished;
+  queueDelivery();
+}
+
+void QtSerialPort::takeReceived() {
+  if (received_.size() < kReceiveCapacity) keep(port_->readAll());
+}
+
+void QtSerialPort::keep(const QByteArray& bytes) {
+  if (bytes.isEmpty()) return;
+  log(comm_port_, '<', {bytes.data(), static_cast<std::size_t>(bytes.size())});
+  received_.insert(received_.end(), bytes.begin(), bytes.end());
+  unannounced_ += static_cast<std::size_t>(bytes.size());
+  queueDelivery();
+}
+
+void QtSerialPort::queueDelivery() {
+  if (std::exchange(delivery_queued_, true)) return;
+  queue(&QtSerialPort::deliver);
+}
+
+void QtSerialPort::queue(void (QtSerialPort::*call)()) {
+  QMetaObject::invokeMethod(
+      QCoreApplication::instance(),
+      [this, call, opening = std::weak_ptr(opening_)] {
+        if (!opening.expired()) (this->*call)();
+      },
+      Qt::QueuedConnection);
+}
+
+void QtSerialPort::deliver() {
+  delivery_queued_ = false;
+  const auto on_comm = on_comm_;
+  const auto opening = std::weak_ptr(opening_);
+  const auto end = Clock::now() + kLongestDelivery;
+  while (unannounced_ > 0) {
+    --unannounced_;
+    // A handler that waits gets the rest within its wait.
+    if (deliveryDue()) queueDelivery();
+    const auto threshold = static_cast<std::size_t>(receive_threshold_);
+    if (threshold == 0 || received_.size() < threshold) continue;
+    (*on_comm)();
+    if (opening.expired() || Clock::now() >= end) return;
+  }
+  if (state_ != State::kVanished) return;
+  close();
+  fault_unread_ = true;
+  if (receive_threshold_ > 0) (*on_comm)();
+}
+
+}  // namespace mvdirigo
