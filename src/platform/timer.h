@@ -6,7 +6,8 @@ namespace mvdirigo {
 ///
 /// Ticks come only from the event loop: never inside a call of the timer, after it was disabled, or
 /// after its destruction. Ticks that are late are not made up in a burst, and a period does not
-/// drift by the lateness of the ticks before.
+/// drift by the lateness of the ticks before. A tick that falls due while the callback of the one
+/// before still runs (because it waits) is left out.
 class Timer {
  public:
   virtual ~Timer() = default;

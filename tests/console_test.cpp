@@ -1,0 +1,397 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "console/button_bar.h"
+#include "console/command_file.h"
+#include "console/recorder.h"
+#include "platform/runtime_error.h"
+#include "support/virtual_test.h"
+
+namespace mvdirigo {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kTickMs = 50;
+
+using Presses = std::vector<std::pair<int, int>>;  // (tick, row)
+
+struct RecorderTest : VirtualTest, Recorder::Bar {
+  void setBarCaption(int button, const std::string& text) override { captions[button] = text; }
+  void enableBarButton(int button, bool enabled) override {
+    disabled.erase(button);
+    if (!enabled) disabled.insert(button);
+  }
+  void pressRow(int row) override {
+    pressed.emplace_back(now(), row);
+    recorder.recordPress(row);
+    if (inside_press) std::exchange(inside_press, nullptr)();
+  }
+  const WindowLife& life() const override { return window; }
+
+  void tick(int ticks = 1) { platform_.runFor(ticks * kTickMs); }
+  int now() const {
+    return static_cast<int>((platform_.now() - start) / std::chrono::milliseconds(kTickMs));
+  }
+  /// Forgets the presses so far, and counts ticks from here.
+  void startOver() {
+    pressed.clear();
+    start = platform_.now();
+  }
+  /// Records presses of the rows 0, 1, 2, ..., each `delays[i]` ticks after the one before.
+  void record(const std::vector<int>& delays, int end_delay) {
+    recorder.clickRecord();
+    for (int row = 0; const int delay : delays) {
+      tick(delay);
+      pressRow(row++);
+    }
+    tick(end_delay);
+    recorder.clickRecord();
+    startOver();
+  }
+  /// Puts loaded fields into the table: button, delay, button, delay, ...
+  void load(const std::vector<std::string>& fields) {
+    for (int cell = 0; const std::string& text : fields) {
+      const auto set = cell % 2 == 0 ? &RecordTable::setButton : &RecordTable::setDelay;
+      (recorder.table().*set)(cell++ / 2, Cell::ofField(text, false));
+    }
+  }
+
+  WindowLife window;
+  std::map<int, std::string> captions;
+  std::set<int> disabled;
+  std::function<void()> inside_press;
+  Presses pressed;
+  SimTime start = platform_.now();
+  Recorder recorder{platform_, *this};
+};
+
+TEST_F(RecorderTest, PlaysWithTheRecordedDistancesFromTheFirstTickOn) {
+  const auto played = [this](const std::vector<int>& delays) {
+    record(delays, 45);
+    recorder.clickPlayback();
+    tick(40000);
+    EXPECT_FALSE(recorder.Playing());
+    return pressed;
+  };
+  EXPECT_EQ(played({99, 1, 7, 2, 300}), (Presses{{1, 0}, {2, 1}, {9, 2}, {11, 3}, {311, 4}}));
+  EXPECT_EQ(recorder.table().button(5).text(), "");
+  EXPECT_EQ(recorder.table().delay(5).number(), 45);
+  EXPECT_EQ(played({5}), (Presses{{1, 0}})) << "a recording replaces the one before";
+  EXPECT_EQ(played({1, 2, 0, 2}), (Presses{{1, 0}, {3, 1}})) << "cut at a delay of 0";
+  EXPECT_EQ(played({1, 40000}), (Presses{{1, 0}, {32768, 1}})) << "a pause past the largest count";
+}
+
+TEST_F(RecorderTest, PausesForTheEndEntryAndOneTickAfterEveryEndlessCycleOfADay) {
+  record({5, 3}, 4);
+  recorder.clickPlayEndless();
+  constexpr int kTicksOfADay = 24 * 60 * 60 * 20;
+  while (now() < kTicksOfADay) {
+    pressed.clear();
+    tick(8);
+    ASSERT_EQ(pressed, (Presses{{now() - 7, 0}, {now() - 4, 1}}));
+  }
+  recorder.clickPlayback();
+  startOver();
+  recorder.clickPlayback();
+  tick(50);
+  EXPECT_EQ(pressed, (Presses{{1, 0}, {4, 1}})) << "a stop ends the endless mode too";
+}
+
+TEST_F(RecorderTest, EndsOnTheFirstTickWhenNothingWasRecorded) {
+  recorder.clickPlayback();
+  tick();
+  EXPECT_FALSE(recorder.Playing()) << "never recorded";
+  record({}, 30);
+  recorder.clickPlayback();
+  tick();
+  EXPECT_FALSE(recorder.Playing()) << "no press";
+  recorder.clickPlayEndless();
+  tick(100);
+  EXPECT_TRUE(recorder.Playing());
+  EXPECT_TRUE(pressed.empty());
+}
+
+TEST_F(RecorderTest, KeepsItsCountersAtAStopAndStartsAfresh) {
+  record({1, 10, 10}, 5);
+  recorder.clickPlayback();
+  tick(4);
+  recorder.clickPlayback();
+  tick(30);
+  EXPECT_EQ(recorder.StepIndex(), 1);
+  EXPECT_EQ(recorder.TickCount(), 6);
+  recorder.clickPlayback();
+  tick(100);
+  EXPECT_EQ(pressed, (Presses{{1, 0}, {35, 0}, {45, 1}, {55, 2}}));
+}
+
+TEST_F(RecorderTest, ShowsItsStateOnTheBar) {
+  recorder.clickRecord();
+  EXPECT_EQ(captions[bar::kRecord], "Stop Recording");
+  EXPECT_EQ(disabled, (std::set{0, 1, 3, 4, 5}));
+  recorder.clickRecord();
+  EXPECT_EQ(captions[bar::kRecord], "Record");
+  EXPECT_TRUE(disabled.empty());
+  for (const auto click : {&Recorder::clickPlayback, &Recorder::clickPlayEndless}) {
+    (recorder.*click)();
+    EXPECT_EQ(captions[bar::kPlayback], "Stop Playback");
+    EXPECT_EQ(disabled, (std::set{0, 2, 3, 4, 5}));
+    recorder.clickPlayEndless();
+    EXPECT_EQ(captions[bar::kPlayback], "Play");
+    EXPECT_TRUE(disabled.empty() && !recorder.Playing() && !recorder.PlayEndless());
+  }
+  recorder.clickPlayback();
+  tick();
+  EXPECT_EQ(captions[bar::kPlayback], "Play");
+  EXPECT_TRUE(disabled.empty()) << "the end of the sequence frees the bar";
+}
+
+TEST_F(RecorderTest, EndsAFullRecordingAtThePressThatHasNoRow) {
+  recorder.clickRecord();
+  for (int press = 0; press < 500; ++press) {
+    tick();
+    pressRow(press % 25);
+  }
+  EXPECT_TRUE(recorder.Recording());
+  tick(3);
+  platform_.script().expectBox("The recording is full: it holds 500 presses. It has been stopped.",
+                               box::kInformation);
+  recorder.recordPress(7);
+  EXPECT_FALSE(recorder.Recording());
+  EXPECT_EQ(captions[bar::kRecord], "Record");
+  startOver();
+  recorder.clickPlayEndless();
+  tick(504);
+  ASSERT_EQ(pressed.size(), 501U);
+  EXPECT_EQ(pressed[499], std::make_pair(500, 24));
+  EXPECT_EQ(pressed[500], std::make_pair(504, 0)) << "the end entry's 3 ticks and one";
+  recorder.clickPlayback();
+  recorder.clickRecord();
+  EXPECT_EQ(recorder.table().delay(499).number(), 0);
+  EXPECT_EQ(recorder.table().delay(500).number(), 3) << "a start leaves the last row as it is";
+}
+
+TEST_F(RecorderTest, PlaysLoadedTextUntilACellIsNoNumber) {
+  load({"3", "", " 4 ", "2", "", "5", "0", "0"});
+  recorder.clickPlayback();
+  tick(50);
+  EXPECT_EQ(pressed, (Presses{{1, 3}, {3, 4}}));
+  const std::vector<std::pair<std::vector<std::string>, std::string>> broken{
+      {{"3", "0", "abc", "2"}, "13 :: Type mismatch"},
+      {{"3", "0", "4", "abc"}, "13 :: Type mismatch"},
+      {{"3", "0", "4", ""}, "13 :: Type mismatch"},
+      {{"3", "0", "4", "32768"}, "6 :: Overflow"}};
+  for (const auto& [fields, fault] : broken) {
+    startOver();
+    load(fields);
+    platform_.script().expectBox("RecordPlayTimer_Timer() Error #: " + fault, box::kOkOnly);
+    recorder.clickPlayEndless();
+    tick(50);
+    EXPECT_EQ(pressed.size(), 1U);
+    EXPECT_FALSE(recorder.Playing() || recorder.PlayEndless());
+    EXPECT_EQ(captions[bar::kPlayback], "Play");
+  }
+}
+
+TEST_F(RecorderTest, LeavesWhatTheBarDidInsideAPressAlone) {
+  record({1, 3, 3}, 5);
+  const auto playWith = [this](std::function<void()> action) {
+    startOver();
+    inside_press = std::move(action);
+    recorder.clickPlayback();
+    tick(200);
+  };
+  playWith([this] { recorder.clickPlayback(); });
+  EXPECT_EQ(pressed.size(), 1U) << "stopped";
+  EXPECT_EQ(recorder.StepIndex(), 0);
+  playWith([this] {
+    recorder.clickPlayback();
+    recorder.clickPlayback();
+  });
+  EXPECT_EQ(pressed, (Presses{{1, 0}, {2, 0}, {5, 1}, {8, 2}})) << "started again";
+  playWith([this] { tick(100); });
+  EXPECT_EQ(pressed, (Presses{{1, 0}, {104, 1}, {107, 2}})) << "waited for the user";
+  playWith([this] { window.leave(); });
+  EXPECT_EQ(recorder.StepIndex(), 0) << "the window went away";
+}
+
+TEST_F(RecorderTest, TogglesABareRecordingWithoutTouchingTableOrBar) {
+  record({1, 3}, 5);
+  recorder.clickPlayback();
+  captions.clear();
+  recorder.toggleRecording();
+  EXPECT_TRUE(recorder.Recording() && !recorder.Playing());
+  tick(9);
+  pressRow(20);
+  recorder.toggleRecording();
+  EXPECT_FALSE(recorder.Recording());
+  EXPECT_TRUE(captions.empty());
+  EXPECT_EQ(recorder.table().button(0).number(), 20);
+  EXPECT_EQ(recorder.table().delay(0).number(), 9);
+  EXPECT_EQ(recorder.table().button(1).number(), 1) << "no end entry, and nothing cleared";
+}
+
+struct CommandFileTest : testing::Test {
+  CommandFileTest() {
+    std::string name = (fs::temp_directory_path() / "commands-XXXXXX").string();
+    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder for the test");
+    folder = name;
+    path = folder / "file";
+  }
+  ~CommandFileTest() override { fs::remove_all(folder); }
+
+  static fs::path sample(const std::string& name) { return fs::path(MVDIRIGO_TEST_DATA) / name; }
+  static std::string bytesOf(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  /// Writing and reading return the fault's number, 0 for none.
+  static int faultOf(const std::function<void()>& action) {
+    try {
+      action();
+    } catch (const RuntimeError& error) {
+      return error.number();
+    }
+    return 0;
+  }
+  int write(const fs::path& file) const {
+    const auto string_to_send = [this](int row) { return strings.at(index(row)); };
+    return faultOf([&] { writeCommandFile(file.string(), string_to_send, table); });
+  }
+  int read(const fs::path& file) {
+    taken = 0;
+    const auto take_string = [this](int row, const std::string& text) {
+      EXPECT_EQ(row, taken++);
+      strings.at(index(row)) = text;
+    };
+    return faultOf([&] { readCommandFile(file.string(), take_string, table); });
+  }
+  int readBytes(const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+    return read(path);
+  }
+  static std::size_t index(int row) { return static_cast<std::size_t>(row); }
+
+  fs::path folder;
+  fs::path path;
+  std::array<std::string, kCommandFileStrings> strings;
+  RecordTable table;
+  int taken = 0;
+};
+
+TEST_F(CommandFileTest, SavesALoadedFileAsItWas) {
+  for (const char* name :
+       {"recording.txt", "no-recording.txt", "commas.txt", "quotes.txt", "utf8.txt"}) {
+    ASSERT_EQ(read(sample(name)), 0) << name;
+    write(path);
+    EXPECT_EQ(bytesOf(path), bytesOf(sample(name))) << name;
+  }
+}
+
+TEST_F(CommandFileTest, BringsBackEveryString) {
+  strings = {"",
+             "\"",
+             "\"\"",
+             ",",
+             "\",\"",
+             "a\r\nb",
+             "\n",
+             "\r",
+             " blanks ",
+             "\"\r\n\"",
+             "\u00FF",
+             "\uFEFFmark",
+             "\U0001F600",
+             std::string("nul\0nul", 7),
+             std::string(65536, '"')};
+  table.setButton(0, Cell::ofNumber(24));
+  table.setDelay(0, Cell::ofText("abc, \"def\""));
+  table.setDelay(499, Cell::ofText("12"));
+  const auto written = strings;
+  write(path);
+  const std::string bytes = bytesOf(path);
+  EXPECT_EQ(read(path), 0);
+  EXPECT_EQ(strings, written);
+  EXPECT_EQ(table.delay(0).text(), "abc, \"def\"");
+  EXPECT_THROW(table.delay(1).number(), RuntimeError) << "an empty line gives empty text";
+  write(path);
+  EXPECT_EQ(bytesOf(path), bytes);
+}
+
+TEST_F(CommandFileTest, ReadsWhatEditorsMakeOfIt) {
+  ASSERT_EQ(read(sample("by-hand.txt")), 0);
+  const std::vector<std::string> start(strings.begin(), strings.begin() + 7);
+  EXPECT_EQ(start, (std::vector<std::string>{"/1A100R", "/2A200R", "/3 \"lone\" quote",
+                                             "/4 un\"quoted", "/5\r\nsecond line", "", "/7"}));
+  EXPECT_EQ(table.button(499).number(), 1);
+  EXPECT_EQ(table.delay(499).number(), 4);
+  EXPECT_TRUE(Cell::ofField("abc", false).quoted()) << "text is written in quotes";
+  EXPECT_EQ(readBytes("a,"), 62);
+  EXPECT_EQ(taken, 2) << "a comma has a field on both sides";
+  ASSERT_EQ(read(sample("latin1.txt")), 0);
+  EXPECT_EQ(strings[0], "/1\u00E9 \u00B5");
+  for (const std::string malformed : {"\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xC3"}) {
+    readBytes("\xC3\xA9\r\n" + malformed + "\r\n");
+    EXPECT_EQ(strings[0], "\u00C3\u00A9") << "one field that is not UTF-8 decides for all";
+  }
+}
+
+TEST_F(CommandFileTest, KeepsWhatWasReadBeforeAFailure) {
+  strings.fill("old");
+  EXPECT_EQ(read(sample("short.txt")), 62);
+  EXPECT_EQ(strings[23], "/6A1000R");
+  EXPECT_EQ(strings[24], "old");
+  EXPECT_EQ(read(sample("binary.bin")), 62);
+  EXPECT_EQ(read(sample("empty.txt")), 62);
+  EXPECT_EQ(readBytes("a\r\n" + std::string(65537, 'x') + "\r\n"), 6);
+  EXPECT_EQ(taken, 1);
+  EXPECT_EQ(readBytes("\"/1A1\"\r\n\"/1A10"), 62);
+  EXPECT_EQ(taken, 1) << "a string cut off in its middle is not taken";
+
+  const std::string whole = bytesOf(sample("recording.txt"));
+  table.setDelay(499, Cell::ofNumber(77));
+  EXPECT_EQ(readBytes(whole.substr(0, whole.size() - 3)), 62) << "the last line is missing";
+  EXPECT_EQ(table.button(2).number(), 24);
+  EXPECT_EQ(table.delay(499).number(), 77);
+  EXPECT_EQ(readBytes(whole.substr(0, whole.size() - 2)), 0) << "only its line end is missing";
+  EXPECT_EQ(readBytes(whole + "\"more"), 0);
+}
+
+TEST_F(CommandFileTest, RefusesAtOnceWhatItCantReadOrWrite) {
+  std::ofstream(path) << '"';
+  fs::resize_file(path, std::uintmax_t{1} << 40);
+  EXPECT_EQ(read(path), 6) << "a line of 1 TiB";
+  const fs::path pipe = folder / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  for (const fs::path& no_file : {pipe, folder}) {
+    EXPECT_EQ(read(no_file), 75) << no_file;
+    EXPECT_EQ(write(no_file), 75) << no_file;
+  }
+  EXPECT_EQ(read("/dev/zero"), 75);
+  EXPECT_EQ(read(folder / "none"), 53);
+  EXPECT_EQ(write(folder / "none" / "file"), 53);
+  EXPECT_EQ(write("/dev/full"), 61);
+  EXPECT_EQ(write("/dev/null"), 0);
+  fs::permissions(path, fs::perms::none);
+  const int forbidden = ::geteuid() == 0 ? 0 : 70;
+  EXPECT_EQ(write(path), forbidden);
+  EXPECT_EQ(read(path), forbidden);
+}
+
+}  // namespace
+}  // namespace mvdirigo
