@@ -30,12 +30,19 @@ void Program::showSettings(QPoint anchor) {
   dialog.activateWindow();
 }
 
-void Program::showHelp() {}
+void Program::showHelp() {
+  if (!help_) help_ = std::make_unique<StringFunHelp>(platform_, &console_);
+  if (!help_->isVisible()) help_->Form_Load();
+  help_->show();
+  help_->raise();
+  help_->activateWindow();
+}
 
 void Program::showUpdate() {}
 
 void Program::unloadAll() {
   if (settings_) settings_->Form_Unload();
+  if (help_) help_->Form_Unload();
   on_end_();
 }
 

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "console/string_fun.h"
+#include "help/string_fun_help.h"
 #include "platform/platform.h"
 #include "settings/settings.h"
 
@@ -34,6 +35,7 @@ class Program : private StringFun::Neighbours {
   std::function<void()> on_end_;
   StringFun console_;
   std::unique_ptr<Settings> settings_;
+  std::unique_ptr<StringFunHelp> help_;
 };
 
 }  // namespace mvdirigo

@@ -6,7 +6,9 @@
 #include <QEvent>
 #include <QFontMetrics>
 #include <QFrame>
+#include <QValidator>
 
+#include "console/command_file.h"
 #include "console/logo.h"
 #include "core/serial_link.h"
 
@@ -15,8 +17,8 @@ namespace {
 
 /// Rows that the screen is sized for before a layout has shown any.
 constexpr int kInitialRows = 10;
-/// Characters of a command string or a reply field: a whole reply of any length, with its status.
-constexpr int kFieldCapacity = static_cast<int>(kReplyCapacity) + 100;
+/// Characters of a reply field: a whole reply of any length, with its status text.
+constexpr int kReplyFieldCapacity = static_cast<int>(kReplyCapacity) + 100;
 constexpr float kLeastButtonHeight = 330;
 constexpr float kLeastButtonWidth = 1455;
 
@@ -48,6 +50,16 @@ QRect pixels(const TwipsRect& twips) {
   return QRect(QPoint(static_cast<int>(left), static_cast<int>(top)),
                QSize(static_cast<int>(right - left), static_cast<int>(bottom - top)));
 }
+
+/// Lets a user type no command string that a command file could not take.
+class CommandStringLimit : public QValidator {
+ public:
+  using QValidator::QValidator;
+  State validate(QString& input, int&) const override {
+    return input.toUtf8().size() <= static_cast<qsizetype>(kCommandFieldLimit) ? Acceptable
+                                                                               : Invalid;
+  }
+};
 
 QString indexed(const char* control, int index) {
   return QStringLiteral("%1(%2)").arg(QLatin1String(control)).arg(index);
@@ -82,13 +94,14 @@ void ConsoleScreen::makeRow(int row) {
   auto* string = new QLineEdit(this);
   string->setObjectName(indexed("StringToSend", row));
   string->setAccessibleName(QStringLiteral("Command string %1").arg(row));
-  string->setMaxLength(kFieldCapacity);
+  string->setMaxLength(static_cast<int>(kCommandFieldLimit));
+  string->setValidator(new CommandStringLimit(string));
   StringToSend.push_back(string);
 
   auto* reply = new QLineEdit(this);
   reply->setObjectName(indexed("ReceiveString", row));
   reply->setAccessibleName(QStringLiteral("Reply %1").arg(row));
-  reply->setMaxLength(kFieldCapacity);
+  reply->setMaxLength(kReplyFieldCapacity);
   reply->setReadOnly(true);
   reply->setFocusPolicy(Qt::ClickFocus);
   ReceiveString.push_back(reply);

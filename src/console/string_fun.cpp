@@ -9,6 +9,8 @@
 #include <QStyle>
 #include <QVBoxLayout>
 
+#include "console/button_bar.h"
+#include "console/command_file.h"
 #include "core/stored_settings.h"
 #include "platform/handler_edge.h"
 #include "platform/text.h"
@@ -43,7 +45,8 @@ StringFun::StringFun(Platform& platform, Neighbours& neighbours)
       scroll_area_(new QScrollArea(this)),
       screen_(new ConsoleScreen(kRows, nullptr)),
       transaction_(
-          platform, [this]() -> LiveSettings& { return neighbours_.liveSettings(); }, *this) {
+          platform, [this]() -> LiveSettings& { return neighbours_.liveSettings(); }, *this),
+      recorder_(platform, *this) {
   setObjectName("StringFun");
   scroll_area_->setFrameShape(QFrame::NoFrame);
   scroll_area_->setWidget(screen_);
@@ -113,18 +116,64 @@ void StringFun::fitToScreen() {
 void StringFun::LoadButton_Click(int Index) {
   atHandlerEdge(platform_.dialogs(), "LoadButton_Click", [&] {
     transaction_.link().close();
-    constexpr int kSettings = 3;
-    constexpr int kLoadDefault = 6;
-    constexpr int kHelp = 7;
-    if (Index == kSettings) {
-      const QRect button = screen_->LoadButton[kSettings]->geometry();
-      neighbours_.showSettings(pos() + button.topLeft() - QPoint(button.width() / 2, 0));
-    } else if (Index == kLoadDefault) {
-      LoadSettings();
-    } else if (Index == kHelp) {
-      neighbours_.showHelp();
+    switch (Index) {
+      case bar::kPlayEndless:
+        return recorder_.clickPlayEndless();
+      case bar::kPlayback:
+        return recorder_.clickPlayback();
+      case bar::kRecord:
+        return recorder_.clickRecord();
+      case bar::kSettings:
+        return openSettings();
+      case bar::kSaveStrings:
+        return saveStrings();
+      case bar::kLoadStrings:
+        return loadStrings();
+      case bar::kLoadDefault:
+        return LoadSettings();
+      case bar::kHelp:
+        return neighbours_.showHelp();
+      default:
+        return;
     }
   });
+}
+
+void StringFun::openSettings() {
+  const QRect button = screen_->LoadButton[bar::kSettings]->geometry();
+  neighbours_.showSettings(pos() + button.topLeft() - QPoint(button.width() / 2, 0));
+}
+
+void StringFun::saveStrings() {
+  std::string path;
+  const bool chosen = skipOnError([&] {
+    path = platform_.dialogs().saveFile(
+        {.title = "Save Protocol", .ask_before_overwriting = true, .cancel_is_error = true});
+  });
+  if (!chosen || life_.leaving()) return;
+  const bool written = skipOnError([&] {
+    writeCommandFile(
+        path, [this](int row) { return StringToSend(row); }, recorder_.table());
+  });
+  if (!written) platform_.dialogs().messageBox(commandFileWriteError(path), box::kExclamation);
+}
+
+void StringFun::loadStrings() {
+  std::string path;
+  const bool chosen = skipOnError([&] {
+    path = platform_.dialogs().openFile({.title = "Load Protocol", .cancel_is_error = true});
+  });
+  if (!chosen || life_.leaving()) return;
+  const auto take_string = [this](int row, const std::string& text) {
+    screen_->StringToSend[at(row)]->setText(QString::fromStdString(text));
+    screen_->ReceiveString[at(row)]->clear();
+    screen_->ReceiveString[at(row)]->setToolTip({});
+  };
+  if (skipOnError([&] { readCommandFile(path, take_string, recorder_.table()); })) {
+    setWindowTitle(QString::fromStdString(commandFileTitle(path)));
+  } else {
+    platform_.dialogs().messageBox(commandFileReadError(path), box::kExclamation);
+  }
 }
 
 void StringFun::closeEvent(QCloseEvent* event) {
@@ -179,6 +228,12 @@ void StringFun::enableSendCommands(bool enabled) {
   }
 }
 
-void StringFun::recordPress(int /*row*/) {}
+void StringFun::setBarCaption(int button, const std::string& caption) {
+  screen_->LoadButton[at(button)]->setText(QString::fromStdString(caption));
+}
+
+void StringFun::enableBarButton(int button, bool enabled) {
+  screen_->LoadButton[at(button)]->setEnabled(enabled);
+}
 
 }  // namespace mvdirigo

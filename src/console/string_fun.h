@@ -7,6 +7,7 @@
 #include <QWidget>
 
 #include "console/console_screen.h"
+#include "console/recorder.h"
 #include "core/live_settings.h"
 #include "platform/platform.h"
 #include "protocol/transaction.h"
@@ -16,7 +17,7 @@ class QScrollArea;
 namespace mvdirigo {
 
 /// The console: the window that starts and ends the program.
-class StringFun : public QWidget, private Transaction::Rows {
+class StringFun : public QWidget, private Transaction::Rows, private Recorder::Bar {
  public:
   /// The windows around the console, which it opens and ends without knowing them.
   class Neighbours {
@@ -57,6 +58,9 @@ class StringFun : public QWidget, private Transaction::Rows {
  private:
   void LoadSettings();
   void Form_Unload();
+  void openSettings();
+  void saveStrings();
+  void loadStrings();
   void fitToScreen();
 
   std::string StringToSend(int row) override;
@@ -64,7 +68,11 @@ class StringFun : public QWidget, private Transaction::Rows {
   void setButtonShape(int row, LightColour colour) override;
   void startButtonTimer(int row) override;
   void enableSendCommands(bool enabled) override;
-  void recordPress(int row) override;
+  void recordPress(int row) override { recorder_.recordPress(row); }
+
+  void setBarCaption(int button, const std::string& caption) override;
+  void enableBarButton(int button, bool enabled) override;
+  void pressRow(int row) override { SendCommand_Click(row); }
 
   Platform& platform_;
   Neighbours& neighbours_;
@@ -72,6 +80,7 @@ class StringFun : public QWidget, private Transaction::Rows {
   QScrollArea* scroll_area_;
   ConsoleScreen* screen_;
   Transaction transaction_;
+  Recorder recorder_;
   std::vector<std::unique_ptr<Timer>> ButtonTimer;
   int NumStrings = 0;
   /// The send button that had the keyboard focus when the buttons were disabled, and where the

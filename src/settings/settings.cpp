@@ -12,6 +12,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 
+#include "console/button_bar.h"
 #include "core/stored_settings.h"
 #include "platform/handler_edge.h"
 #include "platform/text.h"
@@ -157,7 +158,7 @@ void Settings::Form_Load() {
     RCVTimeout_->setText(text(readSetting(store, stored::kRCVTimeout)));
     // The button's own place in the console serves as the place on the screen until the dialog is
     // first shown.
-    move(console_.controls().LoadButton[3]->pos());
+    move(console_.controls().LoadButton[bar::kSettings]->pos());
     console_.setReplyTimeOut(RCVTimeout());
     setWindowFlag(Qt::WindowStaysOnTopHint, true);
     FirstTimeStartup = readSetting(store, stored::kFirstTimeStartup);
