@@ -1,0 +1,44 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "platform/settings_store.h"
+
+namespace mvdirigo {
+
+/// A settings store in memory that tests can fill, look into, and make unwritable.
+class MemoryStore : public SettingsStore {
+ public:
+  struct Address {
+    std::string application, section, key;
+    auto operator<=>(const Address&) const = default;
+  };
+  struct Saved {
+    Address address;
+    std::string value;
+    bool operator==(const Saved&) const = default;
+  };
+
+  std::string get(const std::string& application, const std::string& section,
+                  const std::string& key, const std::string& default_value) override {
+    const auto found = values.find({application, section, key});
+    return found == values.end() ? default_value : found->second;
+  }
+
+  void save(const std::string& application, const std::string& section, const std::string& key,
+            const std::string& value) override {
+    const Address address{application, section, key};
+    saves.push_back({address, value});
+    if (writable) values[address] = value;
+  }
+
+  std::map<Address, std::string> values;
+  /// Every save that was asked for, in order, kept or not.
+  std::vector<Saved> saves;
+  bool writable = true;
+};
+
+}  // namespace mvdirigo
