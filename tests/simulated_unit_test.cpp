@@ -1,0 +1,172 @@
+#include <stdexcept>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "simulator/simulated_bus.h"
+
+namespace mvdirigo {
+namespace {
+
+using std::chrono::milliseconds;
+
+/// A host without a console: sends bytes to a bus and gathers what comes back.
+class Host {
+ public:
+  explicit Host(std::vector<UnitOptions> units, std::vector<std::string> faults = {})
+      : bus_(units, options(faults)) {}
+
+  /// What is heard until `patience` after the last byte sent.
+  std::string ask(const std::string& bytes, SimTime patience = milliseconds(400)) {
+    for (const char byte : bytes) {
+      now_ += byteTime(baud);
+      bus_.receive(byte, baud, now_);
+    }
+    std::string heard;
+    const SimTime end = now_ + patience;
+    for (auto next = bus_.nextEvent(); next && *next <= end; next = bus_.nextEvent()) {
+      last_heard = *next - now_;
+      heard += bus_.advance(*next, baud);
+    }
+    now_ = end;
+    return heard;
+  }
+
+  /// The data of a DT answer, with its status character in front.
+  std::string askDt(const std::string& command) {
+    const std::string answer = ask(command + "\r");
+    if (!answer.starts_with("\xFF/0") || !answer.ends_with("\x03\r\n")) return "not an answer";
+    return answer.substr(3, answer.size() - 6);
+  }
+
+  SimulatedUnit& unit(std::size_t index = 0) { return bus_.unit(index); }
+  bool vanished() const { return bus_.vanished(); }
+
+  int baud = 9600;
+  SimTime last_heard{};
+
+ private:
+  static BusOptions options(const std::vector<std::string>& faults) {
+    BusOptions options;
+    for (const std::string& fault : faults) options.faults.push_back(parseFault(fault));
+    return options;
+  }
+
+  SimulatedBus bus_;
+  SimTime now_ = std::chrono::seconds(100);
+};
+
+std::string oem(const std::string& content, char checksum) {
+  return '\x02' + content + '\x03' + checksum;
+}
+
+TEST(SimulatedUnit, AnswersInDtWithStatusDataAndTheErrorCode) {
+  Host host({UnitOptions()});
+  EXPECT_EQ(host.ask("/1&\r"), "\xFF/0`Movane Stepper v7.02\x03\r\n");
+  EXPECT_EQ(host.last_heard, 27 * byteTime(9600));
+  EXPECT_EQ(host.askDt("/1!"), "`100 3A7");
+  const std::pair<const char*, const char*> rows[] = {
+      {"/1?12", "c"}, {"/1?x", "c"},      {"/1Q5R", "b"},  {"/1A", "c"},      {"/1[11111", "c"},
+      {"/1", "`"},    {"/1b12345R", "c"}, {"/1F", "`0"},   {"/1?2", "`2000"}, {"/1gA1", "c"},
+      {"/1T", "`"},   {"/1/1V100R", "`"}, {"/1?2", "`100"}};
+  for (const auto& [command, answer] : rows) EXPECT_EQ(host.askDt(command), answer) << command;
+  EXPECT_EQ(host.ask("/2&\r"), "");
+  EXPECT_EQ(host.ask("\xAA" + std::string(9, '\r')), "");
+}
+
+TEST(SimulatedUnit, IsBusyWhileItMovesAndComesToRest) {
+  Host host({UnitOptions()});
+  EXPECT_EQ(host.askDt("/1A1000M500D200R"), "@");
+  EXPECT_EQ(host.askDt("/1?0"), "@810");  // 400 ms and 5 bytes at 2000 steps/s
+  EXPECT_EQ(host.askDt("/1P5R"), "O");
+  host.ask("", std::chrono::seconds(1));
+  EXPECT_EQ(host.askDt("/1?0"), "`800");
+  host.askDt("/1gP10M10G0R");
+  EXPECT_EQ(host.askDt("/1?11").substr(0, 1), "@");
+  EXPECT_EQ(host.askDt("/1T"), "`");
+  EXPECT_EQ(host.askDt("/1Z10000R"), "@");
+  host.ask("", std::chrono::seconds(1));
+  EXPECT_EQ(host.askDt("/1?0"), "`0");
+}
+
+TEST(SimulatedUnit, AnswersInOemAndDoesNotExecuteARepeatTwice) {
+  Host host({UnitOptions()});
+  const std::string answer = oem("0@", 'q');
+  EXPECT_EQ(host.ask(oem("12P100R", '1')), answer);
+  EXPECT_EQ(host.ask(oem("1:P100R", '9')), answer);
+  EXPECT_EQ(host.askDt("/1?0"), "`100");
+  EXPECT_EQ(host.ask(oem("13P100R", '1')), "") << "a wrong checksum";
+  EXPECT_EQ(host.ask("\x02lost" + oem("14P100R", '7')), answer) << "STX begins a frame anew";
+  EXPECT_EQ(host.ask(oem("1=?0", '\x02')), oem("0`200", 'c')) << "a repeat of what was never heard";
+}
+
+TEST(SimulatedUnit, HearsItsOwnAddressRateAndProtocolOnly) {
+  UnitOptions second;
+  second.address = '<';
+  second.baud = 19200;
+  second.protocol = UnitProtocol::kDt;
+  Host host({UnitOptions(), second});
+  EXPECT_EQ(host.ask("/<&\r"), "");
+  EXPECT_EQ(host.askDt("/1b19200R"), "`") << "a change of rate is answered at the old one";
+  EXPECT_EQ(host.ask("/1&\r"), "");
+  host.baud = 19200;
+  EXPECT_EQ(host.askDt("/<?2"), "`2000");
+  EXPECT_EQ(host.askDt("/1?2"), "`2000");
+  EXPECT_EQ(host.ask(oem("<1?2", '\x01')), "");
+}
+
+TEST(SimulatedUnit, TakesAnUpdateUntilSilenceAndKeepsTheImage) {
+  UnitOptions broken;
+  broken.valid_firmware = false;
+  broken.expected_image = "abcdefghijkl";
+  Host host({broken}, {"refuse-piece=7@2", "late=1500@3"});
+  EXPECT_EQ(host.ask("/1T\r"), "\r?");
+  EXPECT_EQ(host.ask("/1&\r"), "?\r");
+  EXPECT_EQ(host.ask("/1[40617\r"), "?");
+  EXPECT_EQ(host.ask("abcdef"), "\r");
+  EXPECT_EQ(host.ask("/1&\rxx"), "Error 7\r");
+  EXPECT_EQ(host.ask("ghijkl", milliseconds(2000)), "\r");
+  EXPECT_EQ(host.last_heard, milliseconds(1500) + byteTime(9600));
+  EXPECT_EQ(host.unit().image(), "abcdefghijkl");
+  EXPECT_TRUE(host.unit().updating());
+  host.ask("", std::chrono::seconds(2));
+  EXPECT_EQ(host.askDt("/1?0"), "`0");
+}
+
+TEST(LineFault, DoesWhatItsNameSays) {
+  const std::string good = "\xFF/0`2000\x03\r\n";
+  const auto heard = [](const std::string& fault) {
+    return Host({UnitOptions()}, {fault}).ask("/1?2\r");
+  };
+  EXPECT_EQ(heard("silent"), "");
+  EXPECT_EQ(heard("late=300"), good);
+  EXPECT_EQ(heard("late=401"), "");
+  EXPECT_EQ(heard("drop=100"), "");
+  EXPECT_EQ(heard("double=100").substr(0, 4), "\xFF\xFF//");
+  EXPECT_EQ(heard("lost-etx"), "\xFF/0`2000\r\n");
+  EXPECT_EQ(heard("garbage-before=3").substr(3), good);
+  EXPECT_EQ(heard("endless=50").size(), good.size() + 50);
+  EXPECT_EQ(heard("endless").substr(0, good.size()), good);
+  EXPECT_EQ(heard("drop@1"), good) << "only the piece that is named";
+  const std::string corrupt = heard("corrupt=50");
+  EXPECT_EQ(corrupt.size(), good.size());
+  EXPECT_NE(corrupt, good);
+  EXPECT_EQ(corrupt, heard("corrupt=50")) << "the same seed gives the same course";
+  EXPECT_EQ(Host({UnitOptions()}, {"bad-checksum"}).ask(oem("12T", 'V')), oem("0`", 'Q' ^ 0x55));
+
+  Host vanishing({UnitOptions()}, {"vanish-at=6"});
+  EXPECT_EQ(vanishing.ask("/1?2\r"), good);
+  EXPECT_EQ(vanishing.ask("/1?2\r"), "");
+  EXPECT_TRUE(vanishing.vanished());
+
+  Host other_rate({UnitOptions()}, {"other-rate-garbage"});
+  other_rate.baud = 19200;
+  EXPECT_EQ(other_rate.ask("/1?2\r").size(), 5U);
+
+  for (const char* wrong : {"", "loud", "late=x", "late=-1", "drop@0", "drop@x", "vanish-at"}) {
+    EXPECT_THROW(parseFault(wrong), std::invalid_argument) << wrong;
+  }
+}
+
+}  // namespace
+}  // namespace mvdirigo
