@@ -73,6 +73,13 @@ LineFault parseFault(std::string_view text) {
   return fault;
 }
 
+std::string describeFault(const LineFault& fault) {
+  const auto* type = std::find_if(std::begin(kTypes), std::end(kTypes),
+                                  [&](const FaultType& known) { return known.kind == fault.kind; });
+  const std::string text = std::string(type->name) + "=" + std::to_string(fault.amount);
+  return fault.piece == 0 ? text : text + "@" + std::to_string(fault.piece);
+}
+
 LineFaults::Outcome LineFaults::apply(std::string bytes, int piece) {
   Outcome outcome{std::move(bytes)};
   for (const LineFault& fault : faults_) {

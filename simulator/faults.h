@@ -48,6 +48,7 @@ std::span<const FaultType> faultTypes();
 
 /// Reads NAME[=AMOUNT][@PIECE]. Throws std::invalid_argument that says what is wrong.
 LineFault parseFault(std::string_view text);
+std::string describeFault(const LineFault& fault);
 
 /// All that goes wrong on one line; the same seed gives the same course.
 class LineFaults {

@@ -24,7 +24,7 @@ void SimulatedBus::receive(char byte, int host_baud, SimTime now) {
       answer(*reply, now);
     }
   }
-  if (!heard_by_all && faults_.garbageAtOtherRates()) {
+  if (!heard_by_all && host_baud > 0 && faults_.garbageAtOtherRates()) {
     send(faults_.noise(), host_baud, now, options_.paced);
   }
 }

@@ -37,6 +37,8 @@ std::optional<long> numberIn(std::string_view digits) {
 
 }  // namespace
 
+std::span<const int> unitRates() { return kRates; }
+
 std::optional<SimulatedUnit::Answer> SimulatedUnit::receive(char byte, SimTime now,
                                                             const LineFaults& faults) {
   advance(now);

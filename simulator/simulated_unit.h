@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -28,6 +29,9 @@ struct UnitOptions {
   /// The image that makes valid firmware; without it any image does.
   std::optional<std::string> expected_image;
 };
+
+/// The rates that a unit can be set to, in bit/s.
+std::span<const int> unitRates();
 
 /// One simulated controller on a serial line. It hears bytes and answers; the line between is not
 /// its concern.

@@ -1,0 +1,21 @@
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+
+#include "simulator/serve.h"
+#include "simulator/sim_options.h"
+#include "simulator/simulation.h"
+
+int main(int argc, char** argv) {
+  using namespace mvdirigo;
+  const SimOptions options = parseSimOptions(argc, argv);
+  try {
+    Simulation simulation(options);
+    const int code = serve(simulation.ports(), options.command);
+    const bool images_good = simulation.finish(realTime());
+    return code != 0 || images_good ? code : EXIT_FAILURE;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "movane-sim: %s\n", error.what());
+    return EXIT_FAILURE;
+  }
+}

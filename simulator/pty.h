@@ -1,0 +1,40 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace mvdirigo {
+
+/// A pseudo-terminal that stands for a serial device; the host opens `path()`.
+class Pty {
+ public:
+  /// Throws std::system_error.
+  Pty();
+
+  int fd() const { return master_.number; }
+  const std::string& path() const { return path_; }
+
+  /// The rate that the host has set, in bit/s; 0 for one that no serial line of ours has.
+  int hostBaud() const;
+  /// What the host has sent and was not read yet, without waiting.
+  std::string read();
+  /// A line does not wait for a host that does not read: what finds no room is lost.
+  /// Returns how many bytes found room.
+  std::size_t write(const std::string& bytes);
+
+ private:
+  struct Descriptor {
+    explicit Descriptor(int opened) : number(opened) {}
+    ~Descriptor();
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int number;
+  };
+
+  Descriptor master_;
+  std::string path_;
+  /// Kept open, since a master without any slave hears only errors.
+  Descriptor slave_;
+};
+
+}  // namespace mvdirigo

@@ -1,0 +1,117 @@
+#include "simulator/pty_port.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace mvdirigo {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kInputLimit = 64 * 1024;
+
+/// Whether a link may make way: one of ours that was left behind, not one to a real device.
+bool leadsToNoRealDevice(const fs::path& link) {
+  return fs::is_symlink(fs::symlink_status(link)) &&
+         (!fs::exists(link) || fs::read_symlink(link).parent_path() == "/dev/pts");
+}
+
+}  // namespace
+
+PtyPort::PtyPort(const Options& options)
+    : options_(options),
+      bus_(options.units, options.bus),
+      log_("port " + std::to_string(options.number), options.verbose) {
+  offerDevice();
+}
+
+fs::path PtyPort::link() const {
+  return options_.link_folder / ("com" + std::to_string(options_.number));
+}
+
+void PtyPort::offerDevice() {
+  if (fs::exists(fs::symlink_status(link()))) {
+    if (!leadsToNoRealDevice(link())) {
+      throw std::runtime_error(link().string() + " exists and is not ours; remove it first");
+    }
+    fs::remove(link());
+  }
+  pty_.emplace();
+  fs::create_symlink(pty_->path(), link());
+}
+
+void PtyPort::removeDevice() {
+  std::error_code ignored;
+  if (pty_ && fs::read_symlink(link(), ignored) == pty_->path()) fs::remove(link(), ignored);
+  pty_.reset();
+}
+
+int PtyPort::pollFd() const { return pty_ && from_host_.size() < kInputLimit ? pty_->fd() : -1; }
+
+void PtyPort::readable(SimTime now) {
+  if (!pty_) return;
+  const int baud = baudOfInput();
+  const std::string bytes = pty_->read();
+  log_.add(TrafficLog::Direction::kFromHost, bytes, now);
+  line_free_ = std::max(line_free_, now);
+  for (const char byte : bytes) {
+    if (options_.bus.paced && baud > 0) line_free_ += byteTime(baud);
+    from_host_.push_back({byte, baud, line_free_});
+  }
+}
+
+int PtyPort::baudOfInput() {
+  const int now_set = pty_->hostBaud();
+  const int before = std::exchange(last_baud_, now_set);
+  // The first bytes after a change of rate may have been sent just before it: a pseudo-terminal
+  // does not tell. They count as sent at the rate at which somebody hears them.
+  const auto heard_at = [this](int baud) {
+    for (std::size_t i = 0; i < bus_.unitCount(); ++i) {
+      if (bus_.unit(i).baud() == baud) return true;
+    }
+    return false;
+  };
+  return !heard_at(now_set) && heard_at(before) ? before : now_set;
+}
+
+std::optional<SimTime> PtyPort::nextEvent() const {
+  std::optional<SimTime> next;
+  const auto consider = [&next](std::optional<SimTime> when) {
+    if (when && (!next || *when < *next)) next = when;
+  };
+  consider(bus_.nextEvent());
+  consider(returns_at_);
+  consider(log_.nextEvent());
+  if (!from_host_.empty()) consider(from_host_.front().due);
+  return next;
+}
+
+void PtyPort::advance(SimTime now) {
+  while (!from_host_.empty() && from_host_.front().due <= now) {
+    const ByteFromHost sent = from_host_.front();
+    from_host_.pop_front();
+    bus_.receive(sent.byte, sent.baud, sent.due);
+  }
+  if (const auto due = bus_.nextEvent(); due && *due <= now) {
+    toHost(bus_.advance(now, pty_ ? pty_->hostBaud() : 0), now);
+  }
+  log_.advance(now);
+  if (bus_.vanished() && pty_) {
+    removeDevice();
+    from_host_.clear();
+    if (options_.return_after) returns_at_ = now + *options_.return_after;
+  }
+  if (returns_at_ && *returns_at_ <= now) {
+    returns_at_.reset();
+    bus_.restore();
+    offerDevice();
+  }
+}
+
+void PtyPort::toHost(const std::string& bytes, SimTime now) {
+  if (bytes.empty() || !pty_) return;
+  const std::size_t written = pty_->write(bytes);
+  log_.add(TrafficLog::Direction::kToHost, bytes.substr(0, written), now);
+}
+
+}  // namespace mvdirigo
