@@ -1,10 +1,12 @@
 #include <QApplication>
 
+#include "app/end_signals.h"
 #include "app/program.h"
 #include "core/stored_settings.h"
 #include "platform/qt/qt_platform.h"
 
 int main(int argc, char** argv) {
+  mvdirigo::EndSignals::block();
   QApplication application(argc, argv);
   QApplication::setApplicationName(mvdirigo::kApplicationName);
   QApplication::setApplicationVersion(MVDIRIGO_VERSION);
@@ -18,6 +20,7 @@ int main(int argc, char** argv) {
         qApp, [] { QApplication::exit(0); }, Qt::QueuedConnection);
   };
   mvdirigo::Program program(platform, end);
+  const mvdirigo::EndSignals end_signals([&program] { program.console().close(); });
   program.start();
   return QApplication::exec();
 }
