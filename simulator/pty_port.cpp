@@ -10,6 +10,10 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kInputLimit = 64 * 1024;
 
+// What the system takes to wake this program and the host for a byte. It is no part of the line,
+// so a byte from the host counts as sent so much earlier, but not before the byte it may answer.
+constexpr SimTime kWakeUps = std::chrono::microseconds(200);
+
 /// Whether a link may make way: one of ours that was left behind, not one to a real device.
 bool leadsToNoRealDevice(const fs::path& link) {
   return fs::is_symlink(fs::symlink_status(link)) &&
@@ -53,10 +57,12 @@ void PtyPort::readable(SimTime now) {
   const int baud = baudOfInput();
   const std::string bytes = pty_->read();
   log_.add(TrafficLog::Direction::kFromHost, bytes, now);
-  line_free_ = std::max(line_free_, now);
+  SimTime due = std::max(now, line_time_);
+  if (options_.bus.paced) due = std::max(line_time_, now - kWakeUps);
+  if (!from_host_.empty()) due = std::max(due, from_host_.back().due);
   for (const char byte : bytes) {
-    if (options_.bus.paced && baud > 0) line_free_ += byteTime(baud);
-    from_host_.push_back({byte, baud, line_free_});
+    if (options_.bus.paced && baud > 0) due += byteTime(baud);
+    from_host_.push_back({byte, baud, due});
   }
 }
 
@@ -87,14 +93,21 @@ std::optional<SimTime> PtyPort::nextEvent() const {
 }
 
 void PtyPort::advance(SimTime now) {
-  while (!from_host_.empty() && from_host_.front().due <= now) {
-    const ByteFromHost sent = from_host_.front();
-    from_host_.pop_front();
-    bus_.receive(sent.byte, sent.baud, sent.due);
+  std::string heard;
+  while (true) {
+    auto due = bus_.nextEvent();
+    const bool from_host = !from_host_.empty() && (!due || from_host_.front().due <= *due);
+    if (from_host) due = from_host_.front().due;
+    if (!due || *due > now) break;
+    line_time_ = *due;
+    if (from_host) {
+      bus_.receive(from_host_.front().byte, from_host_.front().baud, *due);
+      from_host_.pop_front();
+    } else {
+      heard += bus_.advance(*due, pty_ ? pty_->hostBaud() : 0);
+    }
   }
-  if (const auto due = bus_.nextEvent(); due && *due <= now) {
-    toHost(bus_.advance(now, pty_ ? pty_->hostBaud() : 0), now);
-  }
+  toHost(heard, now);
   log_.advance(now);
   if (bus_.vanished() && pty_) {
     removeDevice();

@@ -61,8 +61,8 @@ class PtyPort {
   std::optional<Pty> pty_;
   std::optional<SimTime> returns_at_;
   std::deque<ByteFromHost> from_host_;
-  /// When the line has carried all of `from_host_`.
-  SimTime line_free_{};
+  /// Up to when the line's traffic has happened.
+  SimTime line_time_{};
   int last_baud_ = 0;
   TrafficLog log_;
 };

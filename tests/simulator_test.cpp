@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/runtime_error.h"
+#include "simulator/simulated_bus.h"
 #include "support/virtual_test.h"
 
 namespace mvdirigo {
@@ -121,6 +122,9 @@ TEST_F(VirtualMachine, AWaitEndsAtItsConditionOrWithItsWindowOrIsAProblem) {
   platform_.queue().post(platform_.now() + milliseconds(5), [&] { rang = true; });
   EXPECT_EQ(loop_.waitUntil([&] { return rang; }, life_), WaitResult::kDone);
   EXPECT_THROW(loop_.waitUntil([] { return false; }, life_), std::logic_error);
+  bool foreign = false;
+  platform_.onRunPending = [&] { foreign = true; };
+  EXPECT_EQ(loop_.waitUntil([&] { return foreign; }, life_), WaitResult::kDone);
   platform_.queue().post(platform_.now(), [&] { life_.leave(); });
   EXPECT_EQ(loop_.waitUntil([] { return false; }, life_), WaitResult::kWindowGone);
   EXPECT_EQ(platform_.takeProblems(), std::vector<std::string>{"a wait that nothing ends"});
@@ -242,6 +246,24 @@ TEST_F(VirtualLine, AVanishedDeviceIsReportedOnceAfterTheLastCharacter) {
   port_->Output("back");
   platform_.runUntilIdle();
   EXPECT_EQ(read_, "okback");
+}
+
+TEST_F(VirtualLine, WhatAnAdapterGatheredStandsInTheBufferTogether) {
+  UnitOptions broken;
+  broken.valid_firmware = false;
+  BusOptions options;
+  options.gather_interval = milliseconds(16);
+  SimulatedBus bus({broken}, options);
+  platform_.attach(4, bus);
+  port_->setCommPort(4);
+  port_->setPortOpen(true);
+  port_->Output("/1T\r");
+  loop_.waitUntil([&] { return read_ == "\r"; }, life_);
+  EXPECT_EQ(platform_.now() % milliseconds(16), SimTime(0));
+  EXPECT_EQ(port_->Input(), "?");
+  platform_.runFor(1000);
+  EXPECT_EQ(read_, "\r") << "no event for a character that was taken already";
+  platform_.detach(4);
 }
 
 TEST_F(VirtualLine, NothingOfAnOpeningIsLeftAfterItsClosing) {
