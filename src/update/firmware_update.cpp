@@ -33,9 +33,10 @@ std::string pieceAt(const std::string& image, std::size_t position) {
 }
 
 /// A unit's answer in one line for people, without its end.
-std::string shownAnswer(std::string answer) {
+std::string shownAnswer(std::string_view reply) {
+  std::string answer(reply);
   std::erase_if(answer, [](char c) { return c == '\r' || c == '\n'; });
-  return visibleControls(trimBlanks(answer));
+  return visibleControls(answer);
 }
 
 }  // namespace
@@ -259,7 +260,7 @@ bool FirmwareUpdate::enterUpdateMode(const ZrfHeader& header) {
     return false;
   }
   if (reply.contains("?")) return true;
-  showBox("Response: '" + shownAnswer(reply.UpdateRxBuffer()) + "'. Exiting...",
+  showBox("Response: '" + shownAnswer(trimBlanks(reply.UpdateRxBuffer())) + "'. Exiting...",
           box::kInformation + box::kExclamation);
   return false;
 }
