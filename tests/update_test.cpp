@@ -1,5 +1,6 @@
 #include <sys/stat.h>
 
+#include <cstring>
 #include <deque>
 #include <filesystem>
 #include <fstream>
@@ -27,23 +28,21 @@ class Unit : public SimulatedLine {
  public:
   Unit(const UnitOptions& unit, const BusOptions& bus) : bus_({unit}, bus) {}
 
-  /// By the command without slash, address and carriage return; an empty answer is none.
+  /// By the wake byte or a command's text behind the address; an empty answer is none.
   std::map<std::string, std::string> answers = {{"\xAA", "\r"}};
-  /// What came at each rate, pieces left out.
-  std::vector<std::pair<int, std::string>> heard;
+  /// Every rate that the host spoke at, in front of what it said; pieces left out.
+  std::string heard;
 
   SimulatedUnit& model() { return bus_.unit(0); }
 
   void receive(char byte, int host_baud, SimTime now) override {
     if (model().updating()) return bus_.receive(byte, host_baud, now);
-    if (heard.empty() || heard.back().first != host_baud) heard.emplace_back(host_baud, "");
-    heard.back().second += byte;
+    if (std::exchange(baud_, host_baud) != host_baud) heard += std::to_string(host_baud) + ":";
+    heard += byte;
     if (byte == '/') command_.clear();
     command_ += byte;
-    const bool wake = byte == '\xAA';
-    const auto answer = answers.find(wake           ? "\xAA"
-                                     : byte == '\r' ? command_.substr(2, command_.size() - 3)
-                                                    : "");
+    const bool whole = byte == '\r' && command_.size() > 2;
+    const auto answer = answers.find(whole ? command_.substr(2, command_.size() - 3) : command_);
     // A model that never hears the carriage return does not answer.
     if (answer == answers.end()) return bus_.receive(byte, host_baud, now);
     for (const char c : answer->second) said_.emplace_back(now += byteTime(host_baud), c);
@@ -62,6 +61,7 @@ class Unit : public SimulatedLine {
 
  private:
   SimulatedBus bus_;
+  int baud_ = 0;
   std::string command_;
   std::deque<std::pair<SimTime, char>> said_;
 };
@@ -71,13 +71,11 @@ class DialogDouble : public FirmwareUpdate::Window {
  public:
   WindowLife life;
   std::vector<std::string> statuses = {"Status: None"};
-  std::string spinner;
   std::string spins;
   std::string traffic;
   std::vector<int> steps;
   bool update_enabled = false;
   bool pause_enabled = false;
-  bool pause_was_enabled = false;
   bool enlarged = false;
   bool verbose_checked = false;
   int unit = 1;
@@ -91,14 +89,12 @@ class DialogDouble : public FirmwareUpdate::Window {
     statuses.push_back(text);
     if (on_status) on_status(text);
   }
-  void setSpinner(const std::string& text) override { touch(), spinner = text, spins += text; }
+  void setSpinner(const std::string& text) override { touch(), spins += text; }
   int progress() override { return steps.back(); }
   void setProgress(int percent) override { touch(), steps.push_back(percent); }
   void enableUpdate(bool enabled) override { touch(), update_enabled = enabled; }
   void enlarge() override { touch(), enlarged = true; }
-  void enablePause(bool enabled) override {
-    touch(), pause_enabled = enabled, pause_was_enabled |= enabled;
-  }
+  void enablePause(bool enabled) override { touch(), pause_enabled = enabled; }
   int unitNumber() override { return unit; }
   std::string baudText() override { return baud; }
   void selectFirstBaud() override { touch(), baud = "9600"; }
@@ -126,29 +122,27 @@ const std::string kConfirm =
     "Are you sure you want to continue? \r\n\r\n- Disconnect all other devices from serial bus.\r\n"
     "- Terminate connections for high baud rates.\r\n\r\n"
     "- DO NOT POWER OFF DEVICE until update is complete.";
-const std::string kUnable = "Unable to validate ZRF file!";
-const std::string kWrongModel =
-    "This ZRF update file does not work with this stepper model or this model can not be field "
-    "upgraded.";
-const std::string kFailedUnit =
-    "Unable to validate file for this controller state.\r\r"
-    "The controller has not passed self-validation.\rTake care to ensure this is the correct "
-    "update for this particular stepper controller.";
-const std::string kPieceTimeout = " 5 Timeout waiting for response, Exiting";
+const std::string kOk = "Status: OK";
+const std::string kValidating = "Status: Validating ZRF file...";
 const std::string kLineTimeout = "Status: Timeout. No Movane detected.";
-
-// Sanitizers take their time.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr int kPieceStride = 37;
-#else
-constexpr int kPieceStride = 1;
-#endif
 
 struct Box {
   std::string text;
-  int style;
+  int style = 0;
   BoxButton answer = BoxButton::kOk;
 };
+constexpr BoxButton kCancel = BoxButton::kCancel;
+const Box kUnable = {"Unable to validate ZRF file!", 49, kCancel};
+const Box kWrongModel = {
+    "This ZRF update file does not work with this stepper model or this model can not be field "
+    "upgraded.",
+    65, kCancel};
+const Box kFailedUnit = {
+    "Unable to validate file for this controller state.\r\r"
+    "The controller has not passed self-validation.\rTake care to ensure this is the correct "
+    "update for this particular stepper controller.",
+    48};
+const Box kPieceTimeout = {" 5 Timeout waiting for response, Exiting"};
 
 std::string bytes(std::size_t count) {
   std::string text(count, '\0');
@@ -172,14 +166,11 @@ class UpdateTest : public VirtualTest {
   }
   ~UpdateTest() override { fs::remove_all(folder_); }
 
-  void plugUnit(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
+  void openDialog(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
+    update_.reset();
     platform_.detach(3);
     unit_ = std::make_unique<Unit>(unit, bus);
     platform_.attach(3, *unit_);
-  }
-  void openDialog(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
-    update_.reset();
-    plugUnit(unit, bus);
     dialog_ = std::make_unique<DialogDouble>();
     update_ = std::make_unique<FirmwareUpdate>(platform_, *dialog_, dialog_->life);
     update_->Form_Load(chosen_);
@@ -219,41 +210,36 @@ class UpdateTest : public VirtualTest {
 };
 
 TEST(UpdateFile, RecognisesAndDecodesItsHeader) {
-  struct Case {
-    std::string text;
-    bool no_header, full;
-    std::int32_t cpu_id;
-    std::string cpu_id_text, model;
+  const std::pair<std::string, std::string> cases[] = {
+      {"103A7", "full 3A7 = 935 stepper from 6"},
+      {"00A70", "partial A70 = 2672 stepper from 6"},
+      {"5010f", "full 10F = 271 stepper from 6"},
+      {"200a3", "partial 0A3 = 163 stepper from 6"},
+      {"XYABC", "partial 000 = 0 stepper from 6"},
+      {"10 A7", "partial 010 = 16 stepper from 6"},  // The number stops at the blank.
+      {"\xFF\xD8\x01\x02\x03", "partial 000 = 0 stepper from 6"},
+      {"     ", "partial 000 = 0 stepper from 6"},
+      {"603A7", "partial  = 0  from 1"},
+      {"F03A7", "partial  = 0  from 1"},
+      {"a03A7", "partial  = 0  from 1"},
+      {"03A70", "partial  = 0  from 1"},
   };
-  const Case cases[] = {
-      {"103A7", false, true, 0x3A7, "3A7", "stepper"},
-      {"03A70", true, false, 0, "", ""},  // The second digit must be 0.
-      {"00A70", false, false, 0xA70, "A70", "stepper"},
-      {"5010f", false, true, 0x10F, "10F", "stepper"},
-      {"200a3", false, false, 0x0A3, "0A3", "stepper"},
-      {"603A7", true, false, 0, "", ""},
-      {"F03A7", true, false, 0, "", ""},
-      {"a03A7", true, false, 0, "", ""},
-      {"XYABC", false, false, 0, "000", "stepper"},
-      {"10 A7", false, false, 0x010, "010", "stepper"},  // The number stops at the blank.
-      {std::string("\xFF\x00\x01\x02\x03", 5), false, false, 0, "000", "stepper"},
-      {"     ", false, false, 0, "000", "stepper"},
+  const auto told = [](const ZrfHeader& header) {
+    return (header.FullUpdate ? "full " : "partial ") + header.CpuIdText + " = " +
+           std::to_string(header.CpuId) + " " + header.Model + (header.IsServo ? " servo" : "") +
+           " from " + std::to_string(payloadStart(header));
   };
   ScriptedDialogs dialogs;
-  for (const Case& c : cases) {
+  for (const auto& [text, expected] : cases) {
     ZrfHeader header;
     header.Model = "left over";
-    recogniseHeader(c.text, header, dialogs);
-    EXPECT_EQ(header.NoHeader, c.no_header) << c.text;
-    EXPECT_EQ(header.FullUpdate, c.full) << c.text;
-    EXPECT_EQ(header.CpuId, c.cpu_id) << c.text;
-    EXPECT_EQ(header.CpuIdText, c.cpu_id_text) << c.text;
-    EXPECT_EQ(header.Model, c.model) << c.text;
-    EXPECT_FALSE(header.IsServo) << c.text;
-    EXPECT_EQ(payloadStart(header), c.no_header ? 1u : 6u) << c.text;
+    recogniseHeader(text, header, dialogs);
+    EXPECT_EQ(told(header), expected) << text;
   }
-  EXPECT_EQ(hexLiteral("123456789"), 0x23456789);
-  EXPECT_EQ(hexLiteral("FFFFFFFF"), -1);
+  ZrfHeader header;
+  EXPECT_TRUE(getZRFHeader("03A70", header, dialogs));
+  EXPECT_EQ(told(header), "partial A70 = 2672 stepper from 6");
+  EXPECT_EQ(hexLiteral("FFFFFFFFe"), -2);
 }
 
 TEST(ControllerVersion, IsTheFirstWordWithVAndPoint) {
@@ -313,13 +299,11 @@ TEST_F(UpdateTest, SendsEverythingInOrderAtTheRightRate) {
   openDialog(unit_15);
   dialog_->unit = 15;
   choose("103A7" + bytes(9));
-  update("Status: OK");
+  update(kOk);
   const std::string image = bytes(9) + "   ";
   EXPECT_EQ(platform_.socket(3).sent, "\xAA/@T\r/@b57600R\r/@&\r/@!\r/@]40617\r" + image);
   EXPECT_EQ(unit_->model().image(), image);
-  const std::vector<std::pair<int, std::string>> heard = {{9600, "\xAA/@T\r/@b57600R\r"},
-                                                          {57600, "/@&\r/@!\r/@]40617\r"}};
-  EXPECT_EQ(unit_->heard, heard);
+  EXPECT_EQ(unit_->heard, "9600:\xAA/@T\r/@b57600R\r57600:/@&\r/@!\r/@]40617\r");
   const std::vector<std::string> statuses = {"Status: None",
                                              "Status: Loaded " + file_.string(),
                                              "Status: Terminating Commands...",
@@ -333,26 +317,27 @@ TEST_F(UpdateTest, SendsEverythingInOrderAtTheRightRate) {
                                              "Status: OK"};
   EXPECT_EQ(dialog_->statuses, statuses);
   EXPECT_EQ(dialog_->steps, (std::vector{5, 2, 10, 20, 25, 30}));
-  EXPECT_TRUE(dialog_->pause_was_enabled);
 }
 
 TEST_F(UpdateTest, MovesSpinnerAndProgressInSteps) {
   choose("003A7" + bytes(600));
-  update("Status: OK");
+  update(kOk);
   EXPECT_EQ(dialog_->spins, "-/|\\-/|\\-/|\\-/| ");  // Pieces 0, 7, ... 98; 7 is 3 modulo 4.
   EXPECT_EQ(dialog_->steps.size(), 4 + 14);          // 42 bytes, the first time 36, per step.
 }
 
 TEST_F(UpdateTest, DeliversThePayloadButNotAPieceThatWouldStartAtTheLastByte) {
   // File length, and how many bytes of the payload are sent: with and without a header.
-  const std::size_t cases[][3] = {{5, 0, 5},
-                                  {6, 0, 6},
-                                  {7, 2, 6},
-                                  {11, 6, 11},
-                                  {12, 6, 12},
-                                  {13, 8, 12},
-                                  {65536, 65531, 65536},
-                                  {1048576, 1048571, 1048576}};
+  const std::size_t cases[][3] = {
+      {5, 0, 5},
+      {6, 0, 6},
+      {7, 2, 6},
+      {11, 6, 11},
+      {12, 6, 12},
+      {13, 8, 12},
+      {65536, 65531, 65536},
+      {1048576, 1048571, 1048576},
+  };
   const std::string rates[] = {"9600", "19200", "38400", "57600"};
   int round = 0;
   for (const auto& [length, with_header, without] : cases) {
@@ -363,7 +348,7 @@ TEST_F(UpdateTest, DeliversThePayloadButNotAPieceThatWouldStartAtTheLastByte) {
       openDialog();
       dialog_->baud = rates[round++ % 4];
       choose(content);
-      update("Status: OK");
+      update(kOk);
       std::string sent = has_header ? content.substr(5, with_header) : content.substr(0, without);
       sent.resize((sent.size() + 5) / 6 * 6, ' ');
       EXPECT_TRUE(unit_->model().image() == sent) << start << " " << length;
@@ -373,94 +358,77 @@ TEST_F(UpdateTest, DeliversThePayloadButNotAPieceThatWouldStartAtTheLastByte) {
 }
 
 TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
+  const Box no_terminate = {
+      "No response from Terminate command. Verify unit is powered up, connected and the address "
+      "switch is set to 1."};
+  const Box no_version = {
+      "Unable to get a valid version string from stepper controller. Got: ERR 12", 65, kCancel};
+  const Box bad_version = {"validUpdateFile() Error #: 13 :: Type mismatch", 64};
+  const Box critical = {
+      "Critical Upgrade must use Partial upgrade files only. Please re-try the update with the "
+      "Partial Upgrade file. Exiting...",
+      112};
+  const Box no_prompt = {" 20 Unrecognized response from Unit, Exiting"};
+  const std::string entering = "Status: Entering update mode...";
   struct Case {
-    const char* name;
-    std::map<std::string, std::string> answers;
+    std::string command, answer;
     std::vector<Box> boxes;
     std::string status;
-    std::string last_command;
+    std::string last_commands;
     std::string file = "003A7";
   };
-  const auto kCancel = BoxButton::kCancel;
-  const std::string no_version =
-      "Unable to get a valid version string from stepper controller. Got: ";
-  const std::string critical =
-      "Critical Upgrade must use Partial upgrade files only. Please re-try the update with the "
-      "Partial Upgrade file. Exiting...";
-  const std::string valid = "Status: Validating ZRF file...";
-  const std::string ok = "Status: OK";
-  const std::string entering = "Status: Entering update mode...";
-  const std::string partial = "[40617";
   const Case cases[] = {
-      {"no wake answer", {{"\xAA", ""}}, {}, ok, partial},
-      {"no terminate answer",
-       {{"T", ""}},
-       {{"No response from Terminate command. Verify unit is powered up, connected and the address "
-         "switch is set to 1.",
-         0}},
-       "Status: Terminating Commands...",
-       "T"},
-      {"no version answer", {{"&", ""}}, {{kUnable, 49, kCancel}}, valid, "&"},
-      {"no version word", {{"&", "ERR 12\r"}}, {{no_version + "ERR 12", 65, kCancel}}, valid, "&"},
-      {"long version", {{"&", "v123.4\r"}}, {{kUnable, 49, kCancel}}, valid, "&"},
-      {"unusable version",
-       {{"&", "v7.x\r"}},
-       {{"validUpdateFile() Error #: 13 :: Type mismatch", 64}, {kUnable, 49, kCancel}},
-       valid,
-       "&"},
-      {"old version needs no ID", {{"&", "v7.01\r"}, {"!", ""}}, {}, ok, partial},
-      {"no ID answer", {{"!", ""}}, {{kUnable, 49, kCancel}}, valid, "!"},
-      {"ID that is no number", {{"!", "/0@A7\r"}}, {{kUnable, 49, kCancel}}, valid, "!"},
-      {"other ID", {{"!", "/0@103A8\r"}}, {{kWrongModel, 65, kCancel}}, valid, "!"},
-      {"ID in lower case", {{"!", "/0@103a7\r"}}, {}, ok, partial},
-      {"full file", {}, {}, ok, "]40617", "103A7"},
-      {"failed unit, partial file", {{"&", "?\r"}}, {{kFailedUnit, 48}}, ok, partial},
-      {"failed unit, full file",
-       {{"&", "?\r"}},
-       {{kFailedUnit, 48}, {critical, 112}},
-       entering,
-       "&",
-       "103A7"},
-      {"no prompt",
-       {{partial, "OK\r"}},
-       {{" 20 Unrecognized response from Unit, Exiting", 0}},
-       entering,
-       partial},
+      {"\xAA", "", {}, kOk, "TbR&!["},
+      {"T", "", {no_terminate}, "Status: Terminating Commands...", "\xAAT"},
+      {"&", "", {kUnable}, kValidating, "R&"},
+      {"&", "ERR 12\r", {no_version}, kValidating, "R&"},
+      {"&", "v123.4\r", {kUnable}, kValidating, "R&"},
+      {"&", "v7.x\r", {bad_version, kUnable}, kValidating, "R&"},
+      {"&", "v7.01\r", {}, kOk, "R&["},
+      {"!", "", {kUnable}, kValidating, "R&!"},
+      {"!", "/0@A7\r", {kUnable}, kValidating, "R&!"},
+      {"!", "/0@103A8\r", {kWrongModel}, kValidating, "R&!"},
+      {"!", "/0@103a7\r", {}, kOk, "R&!["},
+      {"-", "", {}, kOk, "R&!]", "103A7"},
+      {"&", "?\r", {kFailedUnit}, kOk, "R&["},
+      {"&", "?\r", {kFailedUnit, critical}, entering, "R&", "103A7"},
+      {"[40617", "OK\r", {no_prompt}, entering, "R&!["},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+    SCOPED_TRACE(c.command + " answered by " + c.answer);
     openDialog();
+    unit_->answers[c.command] = c.answer;
     choose(c.file + bytes(100));
-    for (const auto& [command, answer] : c.answers) unit_->answers[command] = answer;
     update(c.status, c.boxes);
-    const std::string& heard = unit_->heard.back().second;
-    EXPECT_TRUE(heard.ends_with("/1" + c.last_command + "\r")) << heard;
+    std::string commands = unit_->heard;
+    std::erase_if(commands, [](char byte) { return std::strchr("/\r:0123456789", byte); });
+    EXPECT_TRUE(commands.ends_with(c.last_commands)) << commands;
   }
 }
 
 TEST_F(UpdateTest, CallsASuccessAtTheTenthTryInvalidAndGoesOnAfterTenFailures) {
+  const Box again = {kUnable.text, kUnable.style};
   choose("003A7" + bytes(20));
   unit_->answers["&"] = "";
-  const Box again = {kUnable, 49};
-  update("Status: OK", std::vector<Box>(10, again));
+  update(kOk, std::vector<Box>(10, again));
+  EXPECT_EQ(unit_->model().image(), bytes(20) + "    ");
 
   openDialog();
   choose();
   unit_->answers["&"] = "";
-  platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
-  for (int i = 1; i < 9; ++i) platform_.script().expectBox(kUnable, 49);
-  platform_.script().expectBox(kUnable, 49, BoxButton::kOk, [&] { unit_->answers.erase("&"); });
-  update_->cmdUpdate_Click();
-  EXPECT_EQ(dialog_->statuses.back(), "Status: Invalid ZRF update file...");
-  EXPECT_TRUE(dialog_->update_enabled);
+  int tries = 0;
+  dialog_->on_status = [&](const std::string& status) {
+    if (status == kValidating && ++tries == 10) unit_->answers.erase("&");
+  };
+  update("Status: Invalid ZRF update file...", std::vector<Box>(9, again));
 }
 
 TEST_F(UpdateTest, TakesAnEarlierNumericAnswerForASecondValidation) {
   choose("003A7" + bytes(20));
-  update("Status: OK");
+  update(kOk);
   platform_.runFor(5000);
   unit_->answers["!"] = "";
-  update("Status: Validating ZRF file...", {{kWrongModel, 65, BoxButton::kCancel}});
+  update(kValidating, {kWrongModel});
 }
 
 TEST_F(UpdateTest, LeavesTheBaudRateToAUnitWithoutFirmware) {
@@ -470,9 +438,8 @@ TEST_F(UpdateTest, LeavesTheBaudRateToAUnitWithoutFirmware) {
   at_once.paced = false;
   openDialog(without_firmware, at_once);
   choose("003A7" + bytes(20));
-  update("Status: OK", {{kFailedUnit, 48}});
-  EXPECT_EQ(unit_->heard.size(), 1u);
-  EXPECT_EQ(unit_->heard[0].second, "\xAA/1T\r/1&\r/1[40617\r");
+  update(kOk, {kFailedUnit});
+  EXPECT_EQ(unit_->heard, "9600:\xAA/1T\r/1&\r/1[40617\r");
   EXPECT_EQ(dialog_->baud, "9600");
 }
 
@@ -487,15 +454,6 @@ TEST_F(UpdateTest, EndsWhenThePromptCameBeforeItsCommand) {
   EXPECT_TRUE(dialog_->traffic.starts_with("[\xAA][][/1T\r][")) << dialog_->traffic;
 }
 
-TEST_F(UpdateTest, DoesNothingWhenNotConfirmed) {
-  choose("003A7" + bytes(20));
-  platform_.script().expectBox(kConfirm, 68, BoxButton::kNo);
-  update_->cmdUpdate_Click();
-  EXPECT_EQ(dialog_->statuses.back(), "Status: None");
-  EXPECT_TRUE(dialog_->update_enabled);
-  EXPECT_EQ(platform_.socket(3).sent, "");
-}
-
 TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) {
   openDialog({}, withFaults({{FaultKind::kSilent, 0, 5}}));
   unit_->answers["&"] = "v7.01\r";
@@ -504,51 +462,54 @@ TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) 
     if (status != kLineTimeout) return;
     after(1s, [&] {
       EXPECT_TRUE(dialog_->update_enabled);
+      EXPECT_TRUE(dialog_->pause_enabled);
       EXPECT_EQ(dialog_->steps.back(), 0);
       update_->cmdUpdate_Click();  // Ignored: the first update still waits.
     });
   };
-  update(kLineTimeout, {{kPieceTimeout, 0}});
+  update(kLineTimeout, {kPieceTimeout});
   update("Status: Transmitting data...");
   EXPECT_EQ(unit_->model().pieces(), 0);
   openDialog();
   choose();
-  update("Status: OK");
+  update(kOk);
 }
 
 TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
   constexpr int kPieces = 1000;
+#ifdef __SANITIZE_ADDRESS__
+  constexpr int kStride = 9;  // More than ten times slower; the last piece is met all the same.
+#else
+  constexpr int kStride = 1;
+#endif
   const std::string payload = bytes(6 * kPieces);
   write("003A7" + payload);
-  const Box timeout = {kPieceTimeout, 0};
-  const Box line_gone = {"MSComm_OnComm() Error #: 57 :: Device I/O error", 0};
-  const std::string ok = "Status: OK";
+  const Box line_gone = {"MSComm_OnComm() Error #: 57 :: Device I/O error"};
   struct Case {
     FaultKind kind;
     long amount;
     std::string status;
     std::vector<Box> boxes;
-    std::string status_at_last_piece;
+    // A late acknowledgement of the last piece still completes the transfer.
+    std::string last_piece_status;
   };
   const Case cases[] = {
-      {FaultKind::kDrop, 100, kLineTimeout, {timeout}, kLineTimeout},
-      {FaultKind::kDouble, 100, ok, {}, ok},
-      {FaultKind::kCorrupt, 100, kLineTimeout, {timeout}, kLineTimeout},
-      {FaultKind::kLate, 300, ok, {}, ok},
-      {FaultKind::kLate, 2000, kLineTimeout, {}, ok},
-      {FaultKind::kLate, 13000, kLineTimeout, {timeout}, kLineTimeout},
+      {FaultKind::kDrop, 100, kLineTimeout, {kPieceTimeout}, kLineTimeout},
+      {FaultKind::kDouble, 100, kOk, {}, kOk},
+      {FaultKind::kCorrupt, 100, kLineTimeout, {kPieceTimeout}, kLineTimeout},
+      {FaultKind::kLate, 300, kOk, {}, kOk},
+      {FaultKind::kLate, 2000, kLineTimeout, {}, kOk},
+      {FaultKind::kLate, 13000, kLineTimeout, {kPieceTimeout}, kLineTimeout},
       {FaultKind::kRefusePiece, 3, "Status: Error 3!", {}, "Status: Error 3!"},
-      {FaultKind::kVanish, 0, kLineTimeout, {line_gone, timeout}, kLineTimeout},
+      {FaultKind::kVanish, 0, kLineTimeout, {line_gone, kPieceTimeout}, kLineTimeout},
   };
   for (const Case& c : cases) {
-    for (int piece = 1; piece <= kPieces && !HasFailure(); piece += kPieceStride) {
-      SCOPED_TRACE("fault " + std::to_string(static_cast<int>(c.kind)) + " of " +
-                   std::to_string(c.amount) + " at piece " + std::to_string(piece));
+    for (int piece = 1; piece <= kPieces && !HasFailure(); piece += kStride) {
+      SCOPED_TRACE(std::to_string(&c - cases) + " at piece " + std::to_string(piece));
       openDialog({}, withFaults({{c.kind, c.amount, piece}}));
       choose();
-      update(piece == kPieces ? c.status_at_last_piece : c.status, c.boxes);
-      const bool whole = unit_->model().image() == payload;
-      EXPECT_TRUE(whole || dialog_->statuses.back() != ok);
+      update(piece == kPieces ? c.last_piece_status : c.status, c.boxes);
+      EXPECT_TRUE(unit_->model().image() == payload || dialog_->statuses.back() != kOk);
     }
   }
 }
@@ -568,65 +529,45 @@ TEST_F(UpdateTest, DoesNotTakeARepeatedAcknowledgementForTheNextPieces) {
 }
 
 TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
-  const std::string content = "003A7" + bytes(600);
-  const Box unable = {kUnable, 49, BoxButton::kCancel};
-  const Box wrong_model = {kWrongModel, 65, BoxButton::kCancel};
   const Box not_found = {"validUpdateFile() Error #: 53 :: File not found", 64};
   const Box no_file = {"validUpdateFile() Error #: 75 :: Path/File access error", 64};
+  const Box too_large = {"cmdUpdate_Click() Error #: 7 :: Out of memory"};
+  const Box deleted = {"cmdUpdate_Click() Error #: 53 :: File not found"};
+  const Box replaced = {"cmdUpdate_Click() Error #: 75 :: Path/File access error"};
   const std::string settling = "Status: Negotiating baud rate...";
-  const std::string validating = "Status: Validating ZRF file...";
   const std::string valid = "Status: ZRF file OK...";
-  const std::string transmitting = "Status: Transmitting data...";
-  const std::string ok = "Status: OK";
+  const std::string sending = "Status: Transmitting data...";
   const auto remove = [&] { fs::remove(file_); };
+  const auto make_folder = [&] { remove(), fs::create_directory(file_); };
+  const auto make_fifo = [&] { remove(), ::mkfifo(file_.c_str(), 0600); };
+  const auto grow = [&] { fs::resize_file(file_, kLargestUpdateFile + 1); };
   struct Case {
-    const char* name;
     std::string when;
     std::function<void()> change;
     std::vector<Box> boxes;
     std::string status;
   };
   const Case cases[] = {
-      {"deleted", settling, remove, {not_found, unable}, validating},
-      {"now a directory",
-       settling,
-       [&] { remove(), fs::create_directory(file_); },
-       {no_file, unable},
-       validating},
-      {"now a FIFO",
-       settling,
-       [&] { remove(), ::mkfifo(file_.c_str(), 0600); },
-       {no_file, unable},
-       validating},
-      {"empty", settling, [&] { write(""); }, {wrong_model}, validating},
-      {"too large",
-       settling,
-       [&] { fs::resize_file(file_, kLargestUpdateFile + 1); },
-       {{"cmdUpdate_Click() Error #: 7 :: Out of memory", 0}},
-       valid},
-      {"deleted after the check",
-       valid,
-       remove,
-       {{"cmdUpdate_Click() Error #: 53 :: File not found", 0}},
-       valid},
-      {"replaced after the check",
-       valid,
-       [&] { write("103A7" + bytes(600)); },
-       {{"cmdUpdate_Click() Error #: 75 :: Path/File access error", 0}},
-       valid},
-      {"deleted while sent", transmitting, remove, {}, ok},
-      {"truncated while sent", transmitting, [&] { write("003A7"); }, {}, ok},
+      {settling, remove, {not_found, kUnable}, kValidating},
+      {settling, make_folder, {no_file, kUnable}, kValidating},
+      {settling, make_fifo, {no_file, kUnable}, kValidating},
+      {settling, [&] { write(""); }, {kWrongModel}, kValidating},
+      {settling, grow, {too_large}, valid},
+      {valid, remove, {deleted}, valid},
+      {valid, [&] { write("103A7" + bytes(600)); }, {replaced}, valid},
+      {sending, remove, {}, kOk},
+      {sending, [&] { write("003A7"); }, {}, kOk},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+    SCOPED_TRACE(&c - cases);
     fs::remove_all(file_);
     openDialog();
-    choose(content);
+    choose("003A7" + bytes(600));
     dialog_->on_status = [&](const std::string& status) {
       if (status == c.when) c.change();
     };
     update(c.status, c.boxes);
-    EXPECT_EQ(unit_->model().image(), c.status == ok ? bytes(600) : "");
+    EXPECT_EQ(unit_->model().image(), c.status == kOk ? bytes(600) : "");
   }
 }
 
@@ -654,7 +595,7 @@ TEST_F(UpdateTest, EndsAtOnceWhenTheWindowGoesAwayInAnyWait) {
   update_->cmdUpdate_Click();
 }
 
-TEST_F(UpdateTest, RefusesUnsuitableSettingsAndReportsACancelledFileDialog) {
+TEST_F(UpdateTest, ReportsWhatKeepsItFromStarting) {
   const std::string unsuitable =
       "Communication Settings are incompatible with update mode. Please lower the baud rate.";
   for (std::string* setting : {&chosen_.port, &chosen_.baud, &chosen_.timeout}) {
@@ -670,9 +611,12 @@ TEST_F(UpdateTest, RefusesUnsuitableSettingsAndReportsACancelledFileDialog) {
   EXPECT_FALSE(dialog_->update_enabled);
   choose("603A7");
   EXPECT_TRUE(dialog_->update_enabled);
+  platform_.script().expectBox(kConfirm, 68, BoxButton::kNo);
+  update_->cmdUpdate_Click();
+  EXPECT_EQ(dialog_->statuses.back(), "Status: None");
+  EXPECT_TRUE(dialog_->update_enabled);
   platform_.detach(3);
-  update("Status: Loaded " + file_.string(),
-         {{"cmdUpdate_Click() Error #: 8002 :: Invalid port number", 0}});
+  update("Status: None", {{"cmdUpdate_Click() Error #: 8002 :: Invalid port number"}});
 }
 
 }  // namespace
