@@ -1,0 +1,169 @@
+#include "update/flash_link.h"
+
+#include "platform/runtime_error.h"
+#include "platform/text.h"
+
+namespace mvdirigo {
+namespace {
+
+/// Two bytes at 9600 bit/s, the slowest rate.
+constexpr int kDrainPollMs = 2;
+
+/// Runs `action` when the scope is left, however that happens.
+template <class Action>
+struct AtExit {
+  Action action;
+  ~AtExit() { action(); }
+};
+
+}  // namespace
+
+FlashLink::FlashLink(Platform& platform, Window& window, const WindowLife& life)
+    : event_loop_(platform.eventLoop()),
+      dialogs_(platform.dialogs()),
+      window_(window),
+      life_(life),
+      DoLoopTimer_(platform.makeTimer([this] { DoLoopTimer_->setEnabled(false); })),
+      tmrMSCommFlash_(platform.makeTimer([this] { tmrMSCommFlash_Timer(); })),
+      drain_timer_(platform.makeTimer([] {})),
+      MSCommFlash_(platform.makeSerialPort([this] { MSCommFlash_OnComm(); })) {
+  drain_timer_->setInterval(kDrainPollMs);
+}
+
+void FlashLink::setUp(LiveSettings& settings) {
+  reply = {};
+  AbortTransfer = false;
+  tmrMSCommFlash_->setInterval(textToInt32(settings.RCVTimeout()));
+  tmrMSCommFlash_->setEnabled(false);
+  close();
+  MSCommFlash_->setRThreshold(1);
+  MSCommFlash_->setInputLen(1);
+  MSCommFlash_->setCommPort(textToInt16(settings.CommPortSetting()));
+  MSCommFlash_->setSettings(settings.BaudRate());
+  MSCommFlash_->setInputMode(SerialPort::Mode::kText);
+}
+
+void FlashLink::close() {
+  if (MSCommFlash_->PortOpen()) MSCommFlash_->setPortOpen(false);
+}
+
+void FlashLink::reopen(const std::string& settings) {
+  close();
+  MSCommFlash_->setSettings(settings);
+  MSCommFlash_->setPortOpen(true);
+}
+
+void FlashLink::yield() {
+  event_loop_.runPending();
+  throwIfLeaving();
+}
+
+void FlashLink::throwIfLeaving() const {
+  if (life_.leaving()) throw WindowGone{};
+}
+
+void FlashLink::waitUntil(const std::function<bool()>& done) {
+  event_loop_.waitUntil(done, life_);
+  throwIfLeaving();
+}
+
+void FlashLink::print(const std::string& bytes) {
+  if (window_.verbose()) window_.printTraffic(bytes);
+}
+
+void FlashLink::sendFlashtoMV(const std::string& text) {
+  if (window_.verbose()) {
+    window_.printTraffic(text);
+    yield();
+  }
+  if (!MSCommFlash_->PortOpen()) MSCommFlash_->setPortOpen(true);
+  reply.clear();
+  yield();
+  if (sending_piece_) reply.ReplyDone = false;
+  MSCommFlash_->Output(text);
+  yield();
+}
+
+void FlashLink::sendPiece(const std::string& text) {
+  sending_piece_ = true;
+  const AtExit sent{[this] { sending_piece_ = false; }};
+  sendFlashtoMV(text);
+  WaitOutputDrained();
+}
+
+void FlashLink::WaitOutputDrained() {
+  const auto drained = [this] { return MSCommFlash_->OutBufferCount() == 0; };
+  if (drained()) return;
+  // No event tells that the line has taken the last byte, so the wait has to look now and then.
+  drain_timer_->setEnabled(true);
+  const AtExit stop{[this] { drain_timer_->setEnabled(false); }};
+  waitUntil(drained);
+}
+
+std::string FlashLink::getRXBuffer(int count) {
+  try {
+    waitUntil([&] { return MSCommFlash_->InBufferCount() >= count; });
+    return std::string(trimBlanks(MSCommFlash_->Input()));
+  } catch (const RuntimeError& error) {
+    dialogs_.messageBox(errorReport("getRXBuffer", error));
+    throwIfLeaving();
+    return {};
+  }
+}
+
+void FlashLink::discardInput() { MSCommFlash_->Input(); }
+
+bool FlashLink::waitFor(const bool& flag, int timeout_ms) {
+  DoLoopTimer_->setEnabled(false);
+  DoLoopTimer_->setInterval(timeout_ms);
+  DoLoopTimer_->setEnabled(true);
+  waitUntil([&] { return flag || !DoLoopTimer_->Enabled(); });
+  return DoLoopTimer_->Enabled();
+}
+
+void FlashLink::pause(int duration_ms) { waitFor(false, duration_ms); }
+
+bool FlashLink::waitForAcknowledgement(int timeout_ms) {
+  tmrMSCommFlash_->setEnabled(true);
+  if (!waitFor(reply.ReplyDone, timeout_ms)) return false;
+  DoLoopTimer_->setEnabled(false);
+  tmrMSCommFlash_->setEnabled(false);
+  return true;
+}
+
+void FlashLink::MSCommFlash_OnComm() {
+  try {
+    const std::string character = MSCommFlash_->Input();
+    if (character == "\r") {
+      const bool too_early = sending_piece_ && MSCommFlash_->OutBufferCount() > 0;
+      if (!too_early) reply.ReplyDone = true;
+      print(reply.UpdateRxBuffer());
+    }
+    if (character == "?") {
+      reply.PromptSeen = true;
+      print(reply.UpdateRxBuffer());
+    }
+    if (!character.empty()) reply.append(character[0]);
+  } catch (const RuntimeError& error) {
+    dialogs_.messageBox(errorReport("MSComm_OnComm", error));
+  }
+}
+
+void FlashLink::tmrMSCommFlash_Timer() {
+  try {
+    tmrMSCommFlash_->setEnabled(false);
+    throwIfLeaving();
+    window_.setSpinner(" ");
+    window_.setStatus("Status: Timeout. No Movane detected.");
+    yield();
+    window_.enableUpdate(true);
+    window_.setProgress(0);
+    // The status line tells it already, and the transfer must end even on a port that is gone.
+    skipOnError([this] { discardInput(); });
+    skipOnError([this] { reopen(MSCommFlash_->Settings()); });
+    AbortTransfer = true;
+  } catch (const WindowGone&) {
+  }
+}
+
+}  // namespace mvdirigo

@@ -1,0 +1,129 @@
+#include "update/update_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/runtime_error.h"
+
+namespace mvdirigo {
+namespace {
+
+/// A regular file, open for reading.
+class InputFile {
+ public:
+  explicit InputFile(const std::string& path)
+      // Without O_NONBLOCK the opening of a FIFO would wait for a writer.
+      : descriptor_(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {
+    if (descriptor_ < 0) throw RuntimeError(fileFault(errno));
+  }
+  ~InputFile() { ::close(descriptor_); }
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+
+  std::size_t size() const {
+    struct stat status {};
+    if (::fstat(descriptor_, &status) != 0) throw RuntimeError(fileFault(errno));
+    if (!S_ISREG(status.st_mode)) throw RuntimeError(Fault::kPathFileAccess);
+    return static_cast<std::size_t>(status.st_size);
+  }
+
+  std::string read(std::size_t length) const {
+    std::string bytes(length, '\0');
+    for (std::size_t done = 0; done < length;) {
+      const ssize_t count = ::read(descriptor_, bytes.data() + done, length - done);
+      if (count == 0) throw RuntimeError(Fault::kInputPastEndOfFile);
+      if (count > 0) {
+        done += static_cast<std::size_t>(count);
+      } else if (errno != EINTR) {
+        throw RuntimeError(fileFault(errno));
+      }
+    }
+    return bytes;
+  }
+
+ private:
+  int descriptor_;
+};
+
+int hexDigit(char character) {
+  if (character >= '0' && character <= '9') return character - '0';
+  if (character >= 'A' && character <= 'F') return character - 'A' + 10;
+  if (character >= 'a' && character <= 'f') return character - 'a' + 10;
+  return -1;
+}
+
+char hexDigitOf(std::int32_t value) { return "0123456789ABCDEF"[value & 0xF]; }
+
+}  // namespace
+
+std::int32_t hexLiteral(std::string_view text) {
+  std::uint32_t value = 0;
+  for (const char character : text) {
+    const int digit = hexDigit(character);
+    if (digit < 0) break;
+    value = value << 4 | static_cast<std::uint32_t>(digit);
+  }
+  return static_cast<std::int32_t>(value);
+}
+
+std::string headerText(std::string_view file) {
+  std::string text(file.substr(0, kHeaderLength));
+  text.resize(kHeaderLength, ' ');
+  return text;
+}
+
+void recogniseHeader(const std::string& text, ZrfHeader& header, Dialogs& dialogs) {
+  header.NoHeader = true;
+  header.Model.clear();
+  const std::string_view digits = text;
+  if (hexLiteral(digits.substr(0, 1)) <= 5 && hexLiteral(digits.substr(1, 1)) == 0) {
+    header.NoHeader = false;
+    getZRFHeader(text, header, dialogs);
+  }
+}
+
+bool getZRFHeader(const std::string& text, ZrfHeader& header, Dialogs& dialogs) {
+  try {
+    const std::int32_t number = hexLiteral(text);
+    header.FullUpdate = (number & 0x10000) != 0;
+    // The masked bit is 0x100 when set, never 2, so every file counts as one for a stepper. The
+    // model only words messages; the controller's own answer decides what a file fits.
+    const std::int32_t model = number & 0x100;
+    if (model == 2) {
+      header.IsServo = true;
+      header.Model = "servo";
+    } else {
+      header.IsServo = false;
+      header.Model = "stepper";
+    }
+    header.CpuId = number & 0xFFF;
+    header.CpuIdText = {hexDigitOf((number & 0xF00) / 256), hexDigitOf((header.CpuId & 0xF0) / 16),
+                        hexDigitOf(header.CpuId & 0xF)};
+    return true;
+  } catch (const RuntimeError& error) {
+    dialogs.messageBox(errorReport("getZRFHeader", error));
+    return false;
+  }
+}
+
+std::size_t payloadStart(const ZrfHeader& header) {
+  return header.NoHeader ? 1 : kHeaderLength + 1;
+}
+
+std::string readStartOfFile(const std::string& path, std::size_t most) {
+  const InputFile file(path);
+  return file.read(std::min(file.size(), most));
+}
+
+std::string readUpdateFile(const std::string& path) {
+  const InputFile file(path);
+  const std::size_t size = file.size();
+  if (size > kLargestUpdateFile) throw RuntimeError(Fault::kOutOfMemory);
+  return file.read(size);
+}
+
+}  // namespace mvdirigo

@@ -1,0 +1,623 @@
+#include <sys/stat.h>
+
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/runtime_error.h"
+#include "simulator/simulated_bus.h"
+#include "support/virtual_test.h"
+#include "update/controller_version.h"
+#include "update/firmware_update.h"
+
+namespace mvdirigo {
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+/// A simulated unit of which a test can replace answers, and a record of what it heard.
+class Unit : public SimulatedLine {
+ public:
+  Unit(const UnitOptions& unit, const BusOptions& bus) : bus_({unit}, bus) {}
+
+  /// By the wake byte or a command's text behind the address; an empty answer is none.
+  std::map<std::string, std::string> answers = {{"\xAA", "\r"}};
+  /// Every rate that the host spoke at, in front of what it said; pieces left out.
+  std::string heard;
+
+  SimulatedUnit& model() { return bus_.unit(0); }
+
+  void receive(char byte, int host_baud, SimTime now) override {
+    if (model().updating()) return bus_.receive(byte, host_baud, now);
+    if (std::exchange(baud_, host_baud) != host_baud) heard += std::to_string(host_baud) + ":";
+    heard += byte;
+    if (byte == '/') command_.clear();
+    command_ += byte;
+    const bool whole = byte == '\r' && command_.size() > 2;
+    const auto answer = answers.find(whole ? command_.substr(2, command_.size() - 3) : command_);
+    // A model that never hears the carriage return does not answer.
+    if (answer == answers.end()) return bus_.receive(byte, host_baud, now);
+    for (const char c : answer->second) said_.emplace_back(now += byteTime(host_baud), c);
+  }
+  std::optional<SimTime> nextEvent() const override {
+    return said_.empty() ? bus_.nextEvent() : said_.front().first;
+  }
+  std::string advance(SimTime now, int host_baud) override {
+    std::string bytes = bus_.advance(now, host_baud);
+    for (; !said_.empty() && said_.front().first <= now; said_.pop_front()) {
+      bytes += said_.front().second;
+    }
+    return bytes;
+  }
+  bool vanished() const override { return bus_.vanished(); }
+
+ private:
+  SimulatedBus bus_;
+  int baud_ = 0;
+  std::string command_;
+  std::deque<std::pair<SimTime, char>> said_;
+};
+
+/// The dialog: keeps what it was told, and notices being touched after it left.
+class DialogDouble : public FirmwareUpdate::Window {
+ public:
+  WindowLife life;
+  std::vector<std::string> statuses = {"Status: None"};
+  std::string spins;
+  std::string traffic;
+  std::vector<int> steps;
+  bool update_enabled = false;
+  bool pause_enabled = false;
+  bool enlarged = false;
+  bool verbose_checked = false;
+  int unit = 1;
+  std::string baud = "57600";
+  std::function<void(const std::string&)> on_status;
+
+  bool verbose() override { return verbose_checked; }
+  void printTraffic(const std::string& bytes) override { touch(), traffic += "[" + bytes + "]"; }
+  void setStatus(const std::string& text) override {
+    touch();
+    statuses.push_back(text);
+    if (on_status) on_status(text);
+  }
+  void setSpinner(const std::string& text) override { touch(), spins += text; }
+  int progress() override { return steps.back(); }
+  void setProgress(int percent) override { touch(), steps.push_back(percent); }
+  void enableUpdate(bool enabled) override { touch(), update_enabled = enabled; }
+  void enlarge() override { touch(), enlarged = true; }
+  void enablePause(bool enabled) override { touch(), pause_enabled = enabled; }
+  int unitNumber() override { return unit; }
+  std::string baudText() override { return baud; }
+  void selectFirstBaud() override { touch(), baud = "9600"; }
+
+ private:
+  void touch() const { EXPECT_FALSE(life.leaving()) << "touched after it left"; }
+};
+
+class Chosen : public LiveSettings {
+ public:
+  std::string port = "3", baud = "9600", timeout = "1000";
+
+  std::string CommPortSetting() override { return port; }
+  std::string BaudRate() override { return baud; }
+  bool DTProtocol() override { return true; }
+  bool OEMProtocol() override { return false; }
+  std::string MaxStrings() override { return "11"; }
+  std::string RCVTimeout() override { return timeout; }
+  bool searching() override { return false; }
+  void setResponseString(const std::string&) override {}
+  void stopScanTimer() override {}
+};
+
+const std::string kConfirm =
+    "Are you sure you want to continue? \r\n\r\n- Disconnect all other devices from serial bus.\r\n"
+    "- Terminate connections for high baud rates.\r\n\r\n"
+    "- DO NOT POWER OFF DEVICE until update is complete.";
+const std::string kOk = "Status: OK";
+const std::string kValidating = "Status: Validating ZRF file...";
+const std::string kLineTimeout = "Status: Timeout. No Movane detected.";
+
+struct Box {
+  std::string text;
+  int style = 0;
+  BoxButton answer = BoxButton::kOk;
+};
+constexpr BoxButton kCancel = BoxButton::kCancel;
+const Box kUnable = {"Unable to validate ZRF file!", 49, kCancel};
+const Box kWrongModel = {
+    "This ZRF update file does not work with this stepper model or this model can not be field "
+    "upgraded.",
+    65, kCancel};
+const Box kFailedUnit = {
+    "Unable to validate file for this controller state.\r\r"
+    "The controller has not passed self-validation.\rTake care to ensure this is the correct "
+    "update for this particular stepper controller.",
+    48};
+const Box kPieceTimeout = {" 5 Timeout waiting for response, Exiting"};
+
+std::string bytes(std::size_t count) {
+  std::string text(count, '\0');
+  for (std::size_t i = 0; i < count; ++i) text[i] = static_cast<char>(i * 7 + i / 251);
+  return text;
+}
+
+BusOptions withFaults(const std::vector<LineFault>& faults) {
+  BusOptions options;
+  options.faults = faults;
+  return options;
+}
+
+class UpdateTest : public VirtualTest {
+ protected:
+  UpdateTest() {
+    char folder[] = "/tmp/mvdirigo-update-XXXXXX";
+    folder_ = ::mkdtemp(folder);
+    file_ = folder_ / "image.zrf";
+    openDialog();
+  }
+  ~UpdateTest() override { fs::remove_all(folder_); }
+
+  void openDialog(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
+    update_.reset();
+    platform_.detach(3);
+    unit_ = std::make_unique<Unit>(unit, bus);
+    platform_.attach(3, *unit_);
+    dialog_ = std::make_unique<DialogDouble>();
+    update_ = std::make_unique<FirmwareUpdate>(platform_, *dialog_, dialog_->life);
+    update_->Form_Load(chosen_);
+  }
+  void write(const std::string& content) {
+    std::ofstream(file_, std::ios::binary | std::ios::trunc) << content;
+  }
+  void choose() {
+    platform_.script().expectOpenFile(file_.string());
+    update_->cmdLoadImage_Click();
+  }
+  void choose(const std::string& content) {
+    write(content);
+    choose();
+  }
+  /// A whole update that shows these boxes and leaves the dialog idle.
+  void update(const std::string& last_status, const std::vector<Box>& boxes = {}) {
+    platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
+    for (const Box& box : boxes) platform_.script().expectBox(box.text, box.style, box.answer);
+    update_->cmdUpdate_Click();
+    EXPECT_EQ(dialog_->statuses.back(), last_status);
+    EXPECT_TRUE(dialog_->update_enabled);
+    EXPECT_FALSE(dialog_->pause_enabled);
+    for (const auto& problem : platform_.takeProblems()) ADD_FAILURE() << problem;
+  }
+  /// Runs `action` so much later, while something waits.
+  void after(SimTime delay, std::function<void()> action) {
+    platform_.queue().post(platform_.now() + delay, std::move(action));
+  }
+
+  fs::path folder_;
+  fs::path file_;
+  Chosen chosen_;
+  std::unique_ptr<DialogDouble> dialog_;
+  std::unique_ptr<Unit> unit_;
+  std::unique_ptr<FirmwareUpdate> update_;
+};
+
+TEST(UpdateFile, RecognisesAndDecodesItsHeader) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"103A7", "full 3A7 = 935 stepper from 6"},
+      {"00A70", "partial A70 = 2672 stepper from 6"},
+      {"5010f", "full 10F = 271 stepper from 6"},
+      {"200a3", "partial 0A3 = 163 stepper from 6"},
+      {"XYABC", "partial 000 = 0 stepper from 6"},
+      {"10 A7", "partial 010 = 16 stepper from 6"},  // The number stops at the blank.
+      {"\xFF\xD8\x01\x02\x03", "partial 000 = 0 stepper from 6"},
+      {"     ", "partial 000 = 0 stepper from 6"},
+      {"603A7", "partial  = 0  from 1"},
+      {"F03A7", "partial  = 0  from 1"},
+      {"a03A7", "partial  = 0  from 1"},
+      {"03A70", "partial  = 0  from 1"},
+  };
+  const auto told = [](const ZrfHeader& header) {
+    return (header.FullUpdate ? "full " : "partial ") + header.CpuIdText + " = " +
+           std::to_string(header.CpuId) + " " + header.Model + (header.IsServo ? " servo" : "") +
+           " from " + std::to_string(payloadStart(header));
+  };
+  ScriptedDialogs dialogs;
+  for (const auto& [text, expected] : cases) {
+    ZrfHeader header;
+    header.Model = "left over";
+    recogniseHeader(text, header, dialogs);
+    EXPECT_EQ(told(header), expected) << text;
+  }
+  ZrfHeader header;
+  EXPECT_TRUE(getZRFHeader("03A70", header, dialogs));
+  EXPECT_EQ(told(header), "partial A70 = 2672 stepper from 6");
+  EXPECT_EQ(hexLiteral("FFFFFFFFe"), -2);
+}
+
+TEST(ControllerVersion, IsTheFirstWordWithVAndPoint) {
+  EXPECT_EQ(ExtractVersion("/0`Movane Servo  V7.02 v8.00\r"), "V7.02");
+  EXPECT_EQ(ExtractVersion("v7 2.0 Rev1.5"), "Rev1.5");
+  EXPECT_EQ(ExtractVersion("ERR 12\r"), "");
+  EXPECT_EQ(ExtractVersion(""), "");
+}
+
+TEST(ControllerVersion, TellsWhetherTheUnitKnowsItsCpuId) {
+  using enum CpuIdQuery;
+  const std::pair<const char*, CpuIdQuery> cases[] = {
+      {"v7.02", kAnswered},     {"v8.00", kAnswered},    {"v6.10", kAnswered},
+      {"v10.23", kAnswered},    {"v7.2", kAnswered},     {"v7.01", kNotAnswered},
+      {"v7.00", kNotAnswered},  {"v5.01", kNotAnswered}, {"v7.0\x03\r", kNotAnswered},
+      {"v07.01", kNotAnswered}, {"v7.0b", kNotAnswered}, {"v123.4", kUnknown},
+      {"v.02", kUnknown},       {".v", kUnknown},
+  };
+  for (const auto& [word, answer] : cases) EXPECT_EQ(cpuIdQueryOf(word), answer) << word;
+  for (const char* word : {"v7.", "v7.x", "ab.1", "vx1.0"}) {
+    EXPECT_THROW(cpuIdQueryOf(word), RuntimeError) << word;
+  }
+}
+
+TEST(FlashReply, FindsANumberTwoPlacesBehindAZero) {
+  const std::pair<const char*, bool> cases[] = {
+      {"/0`123\r", true},  {"/0@103A7\r", true}, {"/0`12\r", false}, {"/0`3A7\r", false},
+      {"/1`123\r", false}, {"0\r12", true},      {"\r/0`456", true}, {"/0`45", false},
+  };
+  for (const auto& [text, found] : cases) {
+    FlashReply reply;
+    reply.WantNumeric = true;
+    for (const char* c = text; *c != '\0'; ++c) {
+      if (*c == '\r') reply.ReplyDone = true;
+      reply.append(*c);
+    }
+    EXPECT_EQ(reply.NumericSeen, found) << text;
+    EXPECT_EQ(reply.WantNumeric, !found) << text;
+  }
+}
+
+TEST(FlashReply, KeepsTheNewestOfAReplyWithoutEnd) {
+  FlashReply reply;
+  reply.WantNumeric = reply.ReplyDone = true;
+  for (int i = 0; i < 100000; ++i) reply.append(i % 3 == 0 ? '0' : 'x');
+  EXPECT_EQ(reply.UpdateRxBuffer().size(), FlashReply::kCapacity);
+  EXPECT_FALSE(reply.NumericSeen);
+  for (const char c : std::string("/0`778")) reply.append(c);
+  EXPECT_TRUE(reply.UpdateRxBuffer().ends_with("0xx0/0`778"));
+  EXPECT_EQ(reply.UpdateRxBuffer().size(), FlashReply::kCapacity);
+  EXPECT_TRUE(reply.NumericSeen);
+}
+
+TEST_F(UpdateTest, SendsEverythingInOrderAtTheRightRate) {
+  UnitOptions unit_15;
+  unit_15.address = '@';
+  openDialog(unit_15);
+  dialog_->unit = 15;
+  choose("103A7" + bytes(9));
+  update(kOk);
+  const std::string image = bytes(9) + "   ";
+  EXPECT_EQ(platform_.socket(3).sent, "\xAA/@T\r/@b57600R\r/@&\r/@!\r/@]40617\r" + image);
+  EXPECT_EQ(unit_->model().image(), image);
+  EXPECT_EQ(unit_->heard, "9600:\xAA/@T\r/@b57600R\r57600:/@&\r/@!\r/@]40617\r");
+  const std::vector<std::string> statuses = {"Status: None",
+                                             "Status: Loaded " + file_.string(),
+                                             "Status: Terminating Commands...",
+                                             "Status: Negotiating baud rate...",
+                                             "Status: Validating ZRF update file...",
+                                             "Status: Validating ZRF file...",
+                                             "Status: ***FULL UPDATE*** ZRF file OK...",
+                                             "Status: Entering update mode...",
+                                             "Status: Transmitting data...",
+                                             "Status: Transfer complete...",
+                                             "Status: OK"};
+  EXPECT_EQ(dialog_->statuses, statuses);
+  EXPECT_EQ(dialog_->steps, (std::vector{5, 2, 10, 20, 25, 30}));
+}
+
+TEST_F(UpdateTest, MovesSpinnerAndProgressInSteps) {
+  choose("003A7" + bytes(600));
+  update(kOk);
+  EXPECT_EQ(dialog_->spins, "-/|\\-/|\\-/|\\-/| ");  // Pieces 0, 7, ... 98; 7 is 3 modulo 4.
+  EXPECT_EQ(dialog_->steps.size(), 4 + 14);          // 42 bytes, the first time 36, per step.
+}
+
+TEST_F(UpdateTest, DeliversThePayloadButNotAPieceThatWouldStartAtTheLastByte) {
+  // File length, and how many bytes of the payload are sent: with and without a header.
+  const std::size_t cases[][3] = {
+      {5, 0, 5},
+      {6, 0, 6},
+      {7, 2, 6},
+      {11, 6, 11},
+      {12, 6, 12},
+      {13, 8, 12},
+      {65536, 65531, 65536},
+      {1048576, 1048571, 1048576},
+  };
+  const std::string rates[] = {"9600", "19200", "38400", "57600"};
+  int round = 0;
+  for (const auto& [length, with_header, without] : cases) {
+    for (const std::string start : {"103A7", "003A7", "603A7", "1103"}) {
+      const bool has_header = start == "103A7" || start == "003A7";
+      std::string content = start + bytes(length);
+      content.resize(length);
+      openDialog();
+      dialog_->baud = rates[round++ % 4];
+      choose(content);
+      update(kOk);
+      std::string sent = has_header ? content.substr(5, with_header) : content.substr(0, without);
+      sent.resize((sent.size() + 5) / 6 * 6, ' ');
+      EXPECT_TRUE(unit_->model().image() == sent) << start << " " << length;
+    }
+    ++round;
+  }
+}
+
+TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
+  const Box no_terminate = {
+      "No response from Terminate command. Verify unit is powered up, connected and the address "
+      "switch is set to 1."};
+  const Box no_version = {
+      "Unable to get a valid version string from stepper controller. Got: ERR 12", 65, kCancel};
+  const Box bad_version = {"validUpdateFile() Error #: 13 :: Type mismatch", 64};
+  const Box critical = {
+      "Critical Upgrade must use Partial upgrade files only. Please re-try the update with the "
+      "Partial Upgrade file. Exiting...",
+      112};
+  const Box no_prompt = {" 20 Unrecognized response from Unit, Exiting"};
+  const std::string entering = "Status: Entering update mode...";
+  struct Case {
+    std::string command, answer;
+    std::vector<Box> boxes;
+    std::string status;
+    std::string last_commands;
+    std::string file = "003A7";
+  };
+  const Case cases[] = {
+      {"\xAA", "", {}, kOk, "TbR&!["},
+      {"T", "", {no_terminate}, "Status: Terminating Commands...", "\xAAT"},
+      {"&", "", {kUnable}, kValidating, "R&"},
+      {"&", "ERR 12\r", {no_version}, kValidating, "R&"},
+      {"&", "v123.4\r", {kUnable}, kValidating, "R&"},
+      {"&", "v7.x\r", {bad_version, kUnable}, kValidating, "R&"},
+      {"&", "v7.01\r", {}, kOk, "R&["},
+      {"!", "", {kUnable}, kValidating, "R&!"},
+      {"!", "/0@A7\r", {kUnable}, kValidating, "R&!"},
+      {"!", "/0@103A8\r", {kWrongModel}, kValidating, "R&!"},
+      {"!", "/0@103a7\r", {}, kOk, "R&!["},
+      {"-", "", {}, kOk, "R&!]", "103A7"},
+      {"&", "?\r", {kFailedUnit}, kOk, "R&["},
+      {"&", "?\r", {kFailedUnit, critical}, entering, "R&", "103A7"},
+      {"[40617", "OK\r", {no_prompt}, entering, "R&!["},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.command + " answered by " + c.answer);
+    openDialog();
+    unit_->answers[c.command] = c.answer;
+    choose(c.file + bytes(100));
+    update(c.status, c.boxes);
+    std::string commands = unit_->heard;
+    std::erase_if(commands, [](char byte) { return std::strchr("/\r:0123456789", byte); });
+    EXPECT_TRUE(commands.ends_with(c.last_commands)) << commands;
+  }
+}
+
+TEST_F(UpdateTest, CallsASuccessAtTheTenthTryInvalidAndGoesOnAfterTenFailures) {
+  const Box again = {kUnable.text, kUnable.style};
+  choose("003A7" + bytes(20));
+  unit_->answers["&"] = "";
+  update(kOk, std::vector<Box>(10, again));
+  EXPECT_EQ(unit_->model().image(), bytes(20) + "    ");
+
+  openDialog();
+  choose();
+  unit_->answers["&"] = "";
+  int tries = 0;
+  dialog_->on_status = [&](const std::string& status) {
+    if (status == kValidating && ++tries == 10) unit_->answers.erase("&");
+  };
+  update("Status: Invalid ZRF update file...", std::vector<Box>(9, again));
+}
+
+TEST_F(UpdateTest, TakesAnEarlierNumericAnswerForASecondValidation) {
+  choose("003A7" + bytes(20));
+  update(kOk);
+  platform_.runFor(5000);
+  unit_->answers["!"] = "";
+  update(kValidating, {kWrongModel});
+}
+
+TEST_F(UpdateTest, LeavesTheBaudRateToAUnitWithoutFirmware) {
+  UnitOptions without_firmware;
+  without_firmware.valid_firmware = false;
+  BusOptions at_once;
+  at_once.paced = false;
+  openDialog(without_firmware, at_once);
+  choose("003A7" + bytes(20));
+  update(kOk, {kFailedUnit});
+  EXPECT_EQ(unit_->heard, "9600:\xAA/1T\r/1&\r/1[40617\r");
+  EXPECT_EQ(dialog_->baud, "9600");
+}
+
+TEST_F(UpdateTest, EndsWhenThePromptCameBeforeItsCommand) {
+  dialog_->verbose_checked = true;
+  dialog_->on_status = [&](const std::string& status) {
+    if (status == "Status: Entering update mode...") platform_.socket(3).deliver("?");
+  };
+  choose("003A7" + bytes(20));
+  update("Status: Entering update mode...", {{"Response: ''. Exiting...", 112}});
+  EXPECT_TRUE(dialog_->enlarged);
+  EXPECT_TRUE(dialog_->traffic.starts_with("[\xAA][][/1T\r][")) << dialog_->traffic;
+}
+
+TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) {
+  openDialog({}, withFaults({{FaultKind::kSilent, 0, 5}}));
+  unit_->answers["&"] = "v7.01\r";
+  choose("003A7" + bytes(100));
+  dialog_->on_status = [&](const std::string& status) {
+    if (status != kLineTimeout) return;
+    after(1s, [&] {
+      EXPECT_TRUE(dialog_->update_enabled);
+      EXPECT_TRUE(dialog_->pause_enabled);
+      EXPECT_EQ(dialog_->steps.back(), 0);
+      update_->cmdUpdate_Click();  // Ignored: the first update still waits.
+    });
+  };
+  update(kLineTimeout, {kPieceTimeout});
+  update("Status: Transmitting data...");
+  EXPECT_EQ(unit_->model().pieces(), 0);
+  openDialog();
+  choose();
+  update(kOk);
+}
+
+TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
+  constexpr int kPieces = 1000;
+#ifdef __SANITIZE_ADDRESS__
+  constexpr int kStride = 9;  // More than ten times slower; the last piece is met all the same.
+#else
+  constexpr int kStride = 1;
+#endif
+  const std::string payload = bytes(6 * kPieces);
+  write("003A7" + payload);
+  const Box line_gone = {"MSComm_OnComm() Error #: 57 :: Device I/O error"};
+  struct Case {
+    FaultKind kind;
+    long amount;
+    std::string status;
+    std::vector<Box> boxes;
+    // A late acknowledgement of the last piece still completes the transfer.
+    std::string last_piece_status;
+  };
+  const Case cases[] = {
+      {FaultKind::kDrop, 100, kLineTimeout, {kPieceTimeout}, kLineTimeout},
+      {FaultKind::kDouble, 100, kOk, {}, kOk},
+      {FaultKind::kCorrupt, 100, kLineTimeout, {kPieceTimeout}, kLineTimeout},
+      {FaultKind::kLate, 300, kOk, {}, kOk},
+      {FaultKind::kLate, 2000, kLineTimeout, {}, kOk},
+      {FaultKind::kLate, 13000, kLineTimeout, {kPieceTimeout}, kLineTimeout},
+      {FaultKind::kRefusePiece, 3, "Status: Error 3!", {}, "Status: Error 3!"},
+      {FaultKind::kVanish, 0, kLineTimeout, {line_gone, kPieceTimeout}, kLineTimeout},
+  };
+  for (const Case& c : cases) {
+    for (int piece = 1; piece <= kPieces && !HasFailure(); piece += kStride) {
+      SCOPED_TRACE(std::to_string(&c - cases) + " at piece " + std::to_string(piece));
+      openDialog({}, withFaults({{c.kind, c.amount, piece}}));
+      choose();
+      update(piece == kPieces ? c.last_piece_status : c.status, c.boxes);
+      EXPECT_TRUE(unit_->model().image() == payload || dialog_->statuses.back() != kOk);
+    }
+  }
+}
+
+TEST_F(UpdateTest, DoesNotTakeARepeatedAcknowledgementForTheNextPieces) {
+  write("003A7" + bytes(60));
+  for (const bool paced : {true, false}) {
+    for (int piece = 1; piece < 10; ++piece) {
+      BusOptions bus =
+          withFaults({{FaultKind::kDouble, 100, piece}, {FaultKind::kRefusePiece, 3, 10}});
+      bus.paced = paced;
+      openDialog({}, bus);
+      choose();
+      update("Status: Error 3!");
+    }
+  }
+}
+
+TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
+  const Box not_found = {"validUpdateFile() Error #: 53 :: File not found", 64};
+  const Box no_file = {"validUpdateFile() Error #: 75 :: Path/File access error", 64};
+  const Box too_large = {"cmdUpdate_Click() Error #: 7 :: Out of memory"};
+  const Box deleted = {"cmdUpdate_Click() Error #: 53 :: File not found"};
+  const Box replaced = {"cmdUpdate_Click() Error #: 75 :: Path/File access error"};
+  const std::string settling = "Status: Negotiating baud rate...";
+  const std::string valid = "Status: ZRF file OK...";
+  const std::string sending = "Status: Transmitting data...";
+  const auto remove = [&] { fs::remove(file_); };
+  const auto make_folder = [&] { remove(), fs::create_directory(file_); };
+  const auto make_fifo = [&] { remove(), ::mkfifo(file_.c_str(), 0600); };
+  const auto grow = [&] { fs::resize_file(file_, kLargestUpdateFile + 1); };
+  struct Case {
+    std::string when;
+    std::function<void()> change;
+    std::vector<Box> boxes;
+    std::string status;
+  };
+  const Case cases[] = {
+      {settling, remove, {not_found, kUnable}, kValidating},
+      {settling, make_folder, {no_file, kUnable}, kValidating},
+      {settling, make_fifo, {no_file, kUnable}, kValidating},
+      {settling, [&] { write(""); }, {kWrongModel}, kValidating},
+      {settling, grow, {too_large}, valid},
+      {valid, remove, {deleted}, valid},
+      {valid, [&] { write("103A7" + bytes(600)); }, {replaced}, valid},
+      {sending, remove, {}, kOk},
+      {sending, [&] { write("003A7"); }, {}, kOk},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    fs::remove_all(file_);
+    openDialog();
+    choose("003A7" + bytes(600));
+    dialog_->on_status = [&](const std::string& status) {
+      if (status == c.when) c.change();
+    };
+    update(c.status, c.boxes);
+    EXPECT_EQ(unit_->model().image(), c.status == kOk ? bytes(600) : "");
+  }
+}
+
+TEST_F(UpdateTest, EndsAtOnceWhenTheWindowGoesAwayInAnyWait) {
+  write("003A7" + bytes(60));
+  // What is not answered, and until when something waits without a box to show.
+  const std::pair<std::string, SimTime> cases[] = {{"\xAA", 5s}, {"T", 5s},       {"&", 10s},
+                                                   {"!", 10s},   {"[40617", 25s}, {"piece", 17s}};
+  for (const auto& [silent, end] : cases) {
+    for (SimTime leaves = 333us; leaves < end; leaves += leaves < 40ms ? 333us : 97ms) {
+      openDialog({}, withFaults({{FaultKind::kSilent, 0, 5}}));
+      unit_->answers[silent] = "";
+      choose();
+      platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
+      const SimTime start = platform_.now();
+      after(leaves, [&] { dialog_->life.leave(); });
+      update_->cmdUpdate_Click();
+      ASSERT_EQ(platform_.now() - start, leaves) << silent;
+      update_.reset();
+      platform_.runUntilIdle();
+    }
+  }
+  openDialog();
+  platform_.script().expectBox(kConfirm, 68, BoxButton::kYes, [&] { dialog_->life.leave(); });
+  update_->cmdUpdate_Click();
+}
+
+TEST_F(UpdateTest, ReportsWhatKeepsItFromStarting) {
+  const std::string unsuitable =
+      "Communication Settings are incompatible with update mode. Please lower the baud rate.";
+  for (std::string* setting : {&chosen_.port, &chosen_.baud, &chosen_.timeout}) {
+    const std::string suitable = std::exchange(*setting, "x");
+    platform_.script().expectBox(unsuitable, 0);
+    openDialog();
+    *setting = suitable;
+  }
+  openDialog();
+  platform_.script().expectOpenFile(std::nullopt);
+  platform_.script().expectBox("cmdLoadImage_Click() Error #: 32755 :: Cancel was selected.", 0);
+  update_->cmdLoadImage_Click();
+  EXPECT_FALSE(dialog_->update_enabled);
+  choose("603A7");
+  EXPECT_TRUE(dialog_->update_enabled);
+  platform_.script().expectBox(kConfirm, 68, BoxButton::kNo);
+  update_->cmdUpdate_Click();
+  EXPECT_EQ(dialog_->statuses.back(), "Status: None");
+  EXPECT_TRUE(dialog_->update_enabled);
+  platform_.detach(3);
+  update("Status: None", {{"cmdUpdate_Click() Error #: 8002 :: Invalid port number"}});
+}
+
+}  // namespace
+}  // namespace mvdirigo
