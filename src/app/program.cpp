@@ -38,11 +38,18 @@ void Program::showHelp() {
   help_->activateWindow();
 }
 
-void Program::showUpdate() {}
+void Program::showUpdate() {
+  std::erase_if(closed_updates_, [](const auto& dialog) { return !dialog->busy(); });
+  update_ = std::make_unique<frmFlash>(platform_, settings(),
+                                       [this] { closed_updates_.push_back(std::move(update_)); });
+  update_->Form_Load();
+  if (!console_.life().leaving()) update_->show();
+}
 
 void Program::unloadAll() {
   if (settings_) settings_->Form_Unload();
   if (help_) help_->Form_Unload();
+  if (update_) update_->Form_Unload();
   on_end_();
 }
 

@@ -2,11 +2,13 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "console/string_fun.h"
 #include "help/string_fun_help.h"
 #include "platform/platform.h"
 #include "settings/settings.h"
+#include "update/frm_flash.h"
 
 namespace mvdirigo {
 
@@ -23,6 +25,8 @@ class Program : private StringFun::Neighbours {
   StringFun& console() { return console_; }
   /// The settings window, made at the first call.
   Settings& settings();
+  /// The update dialog that is open, or null.
+  frmFlash* update() { return update_.get(); }
 
  private:
   LiveSettings& liveSettings() override { return settings(); }
@@ -36,6 +40,9 @@ class Program : private StringFun::Neighbours {
   StringFun console_;
   std::unique_ptr<Settings> settings_;
   std::unique_ptr<StringFunHelp> help_;
+  std::unique_ptr<frmFlash> update_;
+  /// Update dialogs that were closed while their update was on the call stack.
+  std::vector<std::unique_ptr<frmFlash>> closed_updates_;
 };
 
 }  // namespace mvdirigo

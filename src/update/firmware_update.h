@@ -39,6 +39,7 @@ class FirmwareUpdate {
   /// Runs a whole update. Does nothing while one is running: the receive time-out enables the
   /// button some seconds before the transfer that it stopped has ended.
   void cmdUpdate_Click();
+  bool running() const { return running_; }
 
  private:
   enum class Validation {

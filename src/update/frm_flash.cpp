@@ -1,0 +1,218 @@
+#include "update/frm_flash.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QFontDatabase>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QProgressBar>
+#include <QPushButton>
+
+#include "console/console_layout.h"
+#include "platform/handler_edge.h"
+#include "platform/text.h"
+
+namespace mvdirigo {
+namespace {
+
+constexpr int kUnits = 15;
+constexpr int kTrafficLines = 2000;
+/// Size of the dialog with the traffic beside its controls.
+constexpr QSize kVerboseSize(static_cast<int>(10000 / kTwipsPerPixel),
+                             static_cast<int>(4500 / kTwipsPerPixel));
+
+QPushButton* makeButton(const char* caption, const char* name) {
+  auto* button = new QPushButton(caption);
+  button->setObjectName(name);
+  button->setAutoDefault(false);
+  return button;
+}
+
+QLineEdit* makeDisplay(const char* name, const char* accessible_name) {
+  auto* display = new QLineEdit;
+  display->setObjectName(name);
+  display->setAccessibleName(accessible_name);
+  display->setReadOnly(true);
+  display->setFocusPolicy(Qt::ClickFocus);
+  return display;
+}
+
+QLabel* makeLabel(const char* caption, const char* name, QWidget* buddy) {
+  auto* label = new QLabel(caption);
+  label->setObjectName(name);
+  label->setBuddy(buddy);
+  return label;
+}
+
+QFont spinnerFont() {
+  QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+  font.setFamilies({"Lucida Console", font.family()});
+  return font;
+}
+
+}  // namespace
+
+frmFlash::frmFlash(Platform& platform, Settings& settings, QWidget* owner,
+                   std::function<void()> on_unload)
+    : QDialog(owner),
+      platform_(platform),
+      settings_(settings),
+      on_unload_(std::move(on_unload)),
+      update_(platform, *this, life_) {
+  setObjectName("frmFlash");
+  setWindowTitle("MVUpdate Firmware");
+  setWindowModality(Qt::ApplicationModal);
+  setWindowFlag(Qt::WindowStaysOnTopHint);
+
+  traffic_ = new QPlainTextEdit;
+  traffic_->setObjectName("Traffic");
+  traffic_->setAccessibleName("Traffic");
+  traffic_->setReadOnly(true);
+  traffic_->setMaximumBlockCount(kTrafficLines);
+  traffic_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+  traffic_->hide();
+
+  auto* row = new QHBoxLayout(this);
+  row->addWidget(makeUpdateGroup(), 0, Qt::AlignTop);
+  row->addWidget(traffic_, 1);
+}
+
+frmFlash::~frmFlash() = default;
+
+QGroupBox* frmFlash::makeUpdateGroup() {
+  cboID = new QComboBox;
+  cboID->setObjectName("cboID");
+  cboID->setAccessibleName("Unit");
+  for (int unit = 1; unit <= kUnits; ++unit) cboID->addItem(QString::number(unit), unit);
+  cboBaud = new QComboBox;
+  cboBaud->setObjectName("cboBaud");
+  cboBaud->setAccessibleName("Baud Rate:");
+  cboBaud->addItems({"9600", "19200", "38400", "57600"});
+
+  auto* cmdLoadImage = makeButton("Load Image", "cmdLoadImage");
+  cmdUpdate = makeButton("Update", "cmdUpdate");
+  cmdUpdate->setEnabled(false);
+  cmdPause = makeButton("Pause Transfer", "cmdPause");
+  cmdPause->setEnabled(false);
+  auto* cmdClose = makeButton("Close", "cmdClose");
+  auto* CrashUpdate = new QCheckBox("Crash Update");
+  CrashUpdate->setObjectName("CrashUpdate");
+  Verbose = new QCheckBox("Verbose");
+  Verbose->setObjectName("Verbose");
+
+  txtStatus = makeDisplay("txtStatus", "Status");
+  txtStatus->setText("Status: None");
+  txtStatus->setMinimumWidth(360);
+  txtSpinner = makeDisplay("txtSpinner", "Spinner");
+  txtSpinner->setFont(spinnerFont());
+  txtSpinner->setAlignment(Qt::AlignCenter);
+  txtSpinner->setFixedWidth(30);
+  pgbUpdate = new QProgressBar;
+  pgbUpdate->setObjectName("pgbUpdate");
+  pgbUpdate->setAccessibleName("Progress");
+  pgbUpdate->setRange(0, 100);
+  pgbUpdate->setValue(0);
+
+  auto* group = new QGroupBox("Update Firmware");
+  group->setObjectName("fmeUpdate");
+  auto* grid = new QGridLayout(group);
+  grid->addWidget(makeLabel("Unit", "lblID", cboID), 0, 0);
+  grid->addWidget(cboID, 0, 1);
+  grid->addWidget(makeLabel("Baud Rate:", "lblBaud", cboBaud), 0, 2);
+  grid->addWidget(cboBaud, 0, 3);
+  grid->addWidget(CrashUpdate, 1, 0, 1, 2);
+  grid->addWidget(Verbose, 1, 2, 1, 2);
+  grid->addWidget(cmdLoadImage, 2, 0);
+  grid->addWidget(cmdUpdate, 2, 1);
+  grid->addWidget(cmdPause, 2, 2);
+  grid->addWidget(cmdClose, 2, 3);
+  auto* status = new QHBoxLayout;
+  status->addWidget(txtStatus);
+  status->addWidget(txtSpinner);
+  grid->addLayout(status, 3, 0, 1, 4);
+  grid->addWidget(pgbUpdate, 4, 0, 1, 4);
+
+  connect(cmdLoadImage, &QPushButton::clicked, this, [this] { update_.cmdLoadImage_Click(); });
+  connect(cmdUpdate, &QPushButton::clicked, this, [this] { update_.cmdUpdate_Click(); });
+  connect(cmdClose, &QPushButton::clicked, this, [this] { cmdClose_Click(); });
+  return group;
+}
+
+void frmFlash::Form_Load() {
+  cboID->setCurrentIndex(0);
+  cboBaud->setCurrentIndex(0);
+  settings_.closeConsolePort();
+  update_.Form_Load(settings_);
+}
+
+void frmFlash::Form_Unload() {
+  life_.leave();
+  update_.close();
+  hide();
+}
+
+void frmFlash::cmdClose_Click() {
+  if (life_.leaving()) return;
+  atHandlerEdge(platform_.dialogs(), "cmdClose_Click", [this] {
+    settings_.leaveTopmostLayer();
+    Form_Unload();
+    platform_.eventLoop().runPending();
+    settings_.show();
+    on_unload_();
+  });
+}
+
+// Escape and the window's own close button.
+void frmFlash::reject() { cmdClose_Click(); }
+
+void frmFlash::keyPressEvent(QKeyEvent* event) {
+  // A key pressed by mistake must not leave a unit with half a firmware.
+  if (event->key() == Qt::Key_Escape && busy()) return;
+  QDialog::keyPressEvent(event);
+}
+
+bool frmFlash::verbose() { return Verbose->isChecked(); }
+
+void frmFlash::printTraffic(const std::string& bytes) {
+  traffic_->appendPlainText(QString::fromStdString(visibleControls(bytes)));
+}
+
+void frmFlash::setStatus(const std::string& text) {
+  txtStatus->setText(QString::fromStdString(text));
+  txtStatus->setCursorPosition(0);
+  txtStatus->setToolTip(txtStatus->text());
+}
+
+void frmFlash::setSpinner(const std::string& text) {
+  txtSpinner->setText(QString::fromStdString(text));
+}
+
+int frmFlash::progress() { return pgbUpdate->value(); }
+
+void frmFlash::setProgress(int percent) {
+  pgbUpdate->setValue(std::clamp(percent, pgbUpdate->minimum(), pgbUpdate->maximum()));
+}
+
+void frmFlash::enableUpdate(bool enabled) { cmdUpdate->setEnabled(enabled); }
+
+void frmFlash::enlarge() {
+  traffic_->show();
+  resize(kVerboseSize);
+}
+
+void frmFlash::enablePause(bool enabled) { cmdPause->setEnabled(enabled); }
+
+int frmFlash::unitNumber() { return cboID->currentData().toInt(); }
+
+std::string frmFlash::baudText() { return cboBaud->currentText().toStdString(); }
+
+void frmFlash::selectFirstBaud() { cboBaud->setCurrentIndex(0); }
+
+}  // namespace mvdirigo

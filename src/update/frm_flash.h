@@ -1,0 +1,76 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <QDialog>
+
+#include "platform/platform.h"
+#include "settings/settings.h"
+#include "update/firmware_update.h"
+
+class QCheckBox;
+class QComboBox;
+class QGroupBox;
+class QLineEdit;
+class QPlainTextEdit;
+class QProgressBar;
+class QPushButton;
+
+namespace mvdirigo {
+
+/// The firmware update dialog. While it is open it owns the serial line.
+class frmFlash : public QDialog, private FirmwareUpdate::Window {
+ public:
+  /// `on_unload` is called when the dialog was closed by its user; it may still be on the call
+  /// stack then, until `busy()` is over.
+  frmFlash(Platform& platform, Settings& settings, QWidget* owner, std::function<void()> on_unload);
+  ~frmFlash() override;
+
+  void Form_Load();
+  /// Ends a running update at its next wait and gives the serial line back.
+  void Form_Unload();
+
+  /// Whether an update is on the call stack.
+  bool busy() const { return update_.running(); }
+
+ protected:
+  void reject() override;
+  void keyPressEvent(QKeyEvent* event) override;
+
+ private:
+  QGroupBox* makeUpdateGroup();
+  void cmdClose_Click();
+
+  bool verbose() override;
+  void printTraffic(const std::string& bytes) override;
+  void setStatus(const std::string& text) override;
+  void setSpinner(const std::string& text) override;
+  int progress() override;
+  void setProgress(int percent) override;
+  void enableUpdate(bool enabled) override;
+  void enlarge() override;
+  void enablePause(bool enabled) override;
+  int unitNumber() override;
+  std::string baudText() override;
+  void selectFirstBaud() override;
+
+  Platform& platform_;
+  Settings& settings_;
+  std::function<void()> on_unload_;
+  WindowLife life_;
+
+  QComboBox* cboID = nullptr;
+  QComboBox* cboBaud = nullptr;
+  QPushButton* cmdUpdate = nullptr;
+  QPushButton* cmdPause = nullptr;
+  QCheckBox* Verbose = nullptr;
+  QLineEdit* txtStatus = nullptr;
+  QLineEdit* txtSpinner = nullptr;
+  QProgressBar* pgbUpdate = nullptr;
+  QPlainTextEdit* traffic_ = nullptr;
+
+  FirmwareUpdate update_;
+};
+
+}  // namespace mvdirigo
