@@ -40,7 +40,7 @@ void Program::showHelp() {
 
 void Program::showUpdate() {
   std::erase_if(closed_updates_, [](const auto& dialog) { return !dialog->busy(); });
-  update_ = std::make_unique<frmFlash>(platform_, settings(),
+  update_ = std::make_unique<frmFlash>(platform_, settings(), &console_,
                                        [this] { closed_updates_.push_back(std::move(update_)); });
   update_->Form_Load();
   if (!console_.life().leaving()) update_->show();
