@@ -1,0 +1,254 @@
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include "support/window_test.h"
+
+namespace mvdirigo {
+namespace {
+
+/// The bar's buttons in the real window: recording, files, help and the update dialog.
+class BarWindow : public WindowTest {
+ protected:
+  std::string captions() {
+    std::string captions;
+    for (int index = 0; index < 8; ++index) {
+      const auto& button = onConsole<QPushButton>("LoadButton(" + std::to_string(index) + ")");
+      captions += (button.isEnabled() ? "" : "-") + button.text().toStdString() + "|";
+    }
+    return captions;
+  }
+  QWidget& topLevel(const char* name) {
+    for (QWidget* window : QApplication::topLevelWidgets()) {
+      if (window->objectName() == name && window->isVisible()) return *window;
+    }
+    throw std::logic_error(std::string("no window ") + name);
+  }
+  std::string path(const std::string& name) { return folder_.path().toStdString() + "/" + name; }
+  static std::string contents(const std::string& path) {
+    std::ostringstream bytes;
+    bytes << std::ifstream(path).rdbuf();
+    return bytes.str();
+  }
+  std::string title() { return program_->console().windowTitle().toStdString(); }
+
+  QTemporaryDir folder_;
+  SimulatedBus bus_{{UnitOptions{}}};
+};
+
+const std::string kIdle =
+    "Play Endless|Playback|Record|Settings|Save Strings|Load Strings|Load Default|Help|";
+const std::string kAfterPlayback =
+    "Play Endless|Play|Record|Settings|Save Strings|Load Strings|Load Default|Help|";
+
+TEST_F(BarWindow, RecordsPressesAndPlaysThemBackWithTheirTicks) {
+  platform_.attach(1, bus_);
+  start();
+  EXPECT_EQ(captions(), kIdle);
+  press("LoadButton(2)");
+  EXPECT_EQ(captions(),
+            "-Play Endless|-Playback|Stop Recording|-Settings|-Save Strings|-Load Strings|Load "
+            "Default|Help|");
+  platform_.runFor(500);
+  press("SendCommand(1)");
+  platform_.runFor(350);
+  press("SendCommand(9)");
+  platform_.runFor(100);
+  press("LoadButton(2)");
+  EXPECT_EQ(captions(), kIdle);
+
+  press("LoadButton(1)");
+  EXPECT_EQ(captions(),
+            "-Play Endless|Stop Playback|-Record|-Settings|-Save Strings|-Load Strings|Load "
+            "Default|Help|");
+  platform_.socket(1).sent.clear();
+  platform_.runFor(50 + 20);
+  EXPECT_EQ(platform_.socket(1).sent, "/1?0\r") << "on the first tick";
+  platform_.runFor(7 * 50 - 20);
+  EXPECT_EQ(platform_.socket(1).sent, "/1?0\r");
+  platform_.runFor(20);
+  EXPECT_EQ(platform_.socket(1).sent, "/1?0\r/1F\r") << "seven ticks later";
+  platform_.runFor(100);
+  EXPECT_EQ(captions(), kAfterPlayback);
+  program_->console().SetupScreen();
+  EXPECT_EQ(captions(), kIdle);
+}
+
+TEST_F(BarWindow, GoesOnPlayingOverASilentUnit) {
+  SimulatedBus deaf{{}};
+  platform_.attach(1, deaf);
+  start();
+  press("LoadButton(2)");
+  for (const int row : {1, 9, 1}) {
+    press("SendCommand(" + std::to_string(row) + ")");
+    platform_.runFor(1500);
+  }
+  press("LoadButton(2)");
+  press("LoadButton(0)");
+  platform_.socket(1).sent.clear();
+  platform_.runFor(50 + 2 * 4500 + 2 * 50 + 1400);
+  EXPECT_EQ(platform_.socket(1).sent, "/1?0\r/1F\r/1?0\r/1?0\r/1F\r/1?0\r/1?0\r");
+  EXPECT_EQ(reply(9), "No Movane detected. Check connections");
+  press("LoadButton(1)");
+  EXPECT_EQ(captions(), kAfterPlayback);
+}
+
+TEST_F(BarWindow, KeepsStringsAndRecordingInACommandFile) {
+  platform_.attach(1, bus_);
+  start();
+  for (const int button : {4, 5}) {
+    button == 4 ? platform_.script().expectSaveFile(std::nullopt)
+                : platform_.script().expectOpenFile(std::nullopt);
+    press("LoadButton(" + std::to_string(button) + ")");
+  }
+  const std::string version_title = title();
+  onConsole<QLineEdit>("StringToSend(24)").setText("/1\"a\", \u20AC");
+  press("LoadButton(2)");
+  press("SendCommand(1)");
+  platform_.runFor(120);
+  press("LoadButton(2)");
+  platform_.script().expectSaveFile(path("first"));
+  press("LoadButton(4)");
+  EXPECT_EQ(title(), version_title);
+
+  start();
+  press("SendCommand(1)");
+  platform_.runFor(100);
+  platform_.script().expectOpenFile(path("first"));
+  press("LoadButton(5)");
+  EXPECT_EQ(title(), "Current Command File: " + path("first"));
+  EXPECT_EQ(reply(1), "");
+  EXPECT_EQ(onConsole<QLineEdit>("StringToSend(24)").text(), "/1\"a\", \u20AC");
+  platform_.script().expectSaveFile(path("second"));
+  press("LoadButton(4)");
+  EXPECT_EQ(contents(path("second")), contents(path("first")));
+  press("LoadButton(1)");
+  platform_.socket(1).sent.clear();
+  platform_.runFor(150);
+  EXPECT_EQ(platform_.socket(1).sent, "/1?0\r") << "the loaded sequence plays";
+
+  platform_.script().expectSaveFile(path(""));
+  platform_.script().expectBox("Error Writing File: " + path(""), box::kExclamation);
+  press("LoadButton(4)");
+  std::ofstream(path("short")) << "\"/9\"\r\n";
+  platform_.script().expectOpenFile(path("short"));
+  platform_.script().expectBox("Error Reading file: " + path("short"), box::kExclamation);
+  press("LoadButton(5)");
+  EXPECT_EQ(onConsole<QLineEdit>("StringToSend(0)").text(), "/9") << "what was read stays";
+  EXPECT_EQ(title(), "Current Command File: " + path("first"));
+}
+
+TEST_F(BarWindow, ExplainsItsControlsOnTheHelpScreen) {
+  store("Settings", "MaxStrings", "25");
+  platform_.attach(1, bus_);
+  start();
+  press("LoadButton(7)");
+  QWidget& help = topLevel("StringFunHelp");
+  const auto caption = [&help] { return help.windowTitle().toStdString(); };
+  const std::string long_caption = "Dirigo Help - Click a control for its description.";
+  EXPECT_EQ(help.findChildren<QPushButton*>(QRegularExpression("SendCommand")).size(), 5);
+  EXPECT_EQ(caption(), long_caption);
+  platform_.runFor(1000);
+  EXPECT_EQ(caption(), "Dirigo Help");
+  platform_.runFor(500);
+  EXPECT_EQ(caption(), long_caption);
+
+  const auto expect = [&](const std::string& text, const std::string& caption_meanwhile) {
+    platform_.script().expectBox(text, box::kOkOnly, BoxButton::kOk,
+                                 [=] { EXPECT_EQ(caption(), caption_meanwhile); });
+  };
+  expect("Responses from the motor drives will appear in these fields.", long_caption);
+  QTest::mouseClick(&find<QLineEdit>(help, "ReceiveString(4)"), Qt::LeftButton);
+  EXPECT_EQ(caption(), "Dirigo Help") << "stopped after the message of a row";
+  platform_.runFor(2000);
+  EXPECT_EQ(caption(), "Dirigo Help");
+
+  help.close();
+  press("LoadButton(7)");
+  EXPECT_EQ(caption(), long_caption) << "loaded anew";
+  expect(
+      "This opens the settings window where you set the COM port, baud rate and number of strings "
+      "to display.",
+      "Dirigo Help");
+  press(help, "LoadButton(3)");
+  EXPECT_FALSE(program_->settings().isVisible());
+  expect("Click \"Send String\" to transmit the command string to the Motor Drive.", "Dirigo Help");
+  press(help, "SendCommand(0)");
+  expect("Enter your command strings in these fields. Click \"Send String\" to transmit the string",
+         "Dirigo Help");
+  QTest::mouseClick(&find<QLineEdit>(help, "StringToSend(0)"), Qt::LeftButton);
+  EXPECT_TRUE(platform_.socket(1).sent.empty());
+}
+
+class UpdateWindow : public BarWindow {
+ protected:
+  /// Opens the update dialog with an image of `size` bytes loaded.
+  void openWithImage(int size) {
+    std::ofstream(path("image.zrf")) << "103A7" << std::string(static_cast<std::size_t>(size), 'x');
+    platform_.attach(1, bus_);
+    start();
+    press("SendCommand(0)");
+    platform_.runFor(100);
+    press("LoadButton(3)");
+    press(program_->settings(), "cmdUpdate");
+    EXPECT_FALSE(program_->settings().isVisible());
+    EXPECT_FALSE(find<QPushButton>(dialog(), "cmdUpdate").isEnabled());
+    platform_.script().expectOpenFile(path("image.zrf"));
+    press(dialog(), "cmdLoadImage");
+    EXPECT_EQ(status(), "Status: Loaded " + path("image.zrf"));
+  }
+  void expectConfirmation() {
+    platform_.script().expectBox(
+        "Are you sure you want to continue? \r\n\r\n- Disconnect all other devices from serial "
+        "bus.\r\n- Terminate connections for high baud rates.\r\n\r\n- DO NOT POWER OFF DEVICE "
+        "until update is complete.",
+        box::kYesNo + box::kInformation, BoxButton::kYes);
+  }
+  QWidget& dialog() { return *program_->update(); }
+  std::string status() { return find<QLineEdit>(dialog(), "txtStatus").text().toStdString(); }
+};
+
+TEST_F(UpdateWindow, UpdatesAUnitAndGivesTheLineBack) {
+  openWithImage(600);
+  find<QAbstractButton>(dialog(), "Verbose").click();
+  expectConfirmation();
+  press(dialog(), "cmdUpdate");
+  EXPECT_EQ(status(), "Status: OK");
+  EXPECT_EQ(bus_.unit(0).image(), std::string(600, 'x'));
+  EXPECT_TRUE(find<QPushButton>(dialog(), "cmdUpdate").isEnabled());
+  EXPECT_EQ(dialog().size(), QSize(666, 300));
+  press(dialog(), "cmdClose");
+  EXPECT_EQ(program_->update(), nullptr);
+  EXPECT_TRUE(program_->settings().isVisible());
+  platform_.runFor(10000);
+  press("SendCommand(0)");
+  platform_.runFor(100);
+  EXPECT_EQ(reply(0), "Movane Stepper v7.02 No Error");
+}
+
+TEST_F(UpdateWindow, EndsCleanlyWhenItOrTheConsoleIsClosedInAnyWait) {
+  for (const int after_ms : {1, 4, 500, 5030, 5050, 5100, 5200, 6000}) {
+    for (const bool console : {false, true}) {
+      openWithImage(6000);
+      expectConfirmation();
+      platform_.queue().post(platform_.now() + std::chrono::milliseconds(after_ms), [&] {
+        console ? void(program_->console().close()) : press(dialog(), "cmdClose");
+      });
+      press(dialog(), "cmdUpdate");
+      EXPECT_EQ(program_->settings().isVisible(), !console) << after_ms;
+      EXPECT_EQ(ended_, console);
+      program_->console().MSComm1().setCommPort(1);
+      program_->console().MSComm1().setPortOpen(true);
+      program_.reset();
+      platform_.detach(1);
+      bus_ = SimulatedBus({UnitOptions{}});
+    }
+  }
+}
+
+}  // namespace
+}  // namespace mvdirigo
