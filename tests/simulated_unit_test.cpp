@@ -116,6 +116,9 @@ TEST(SimulatedUnit, HearsItsOwnAddressRateAndProtocolOnly) {
   EXPECT_EQ(host.askDt("/<?2"), "`2000");
   EXPECT_EQ(host.askDt("/1?2"), "`2000");
   EXPECT_EQ(host.ask(oem("<1?2", '\x01')), "");
+  EXPECT_EQ(host.ask("/1&\r", 3 * byteTime(19200)), "\xFF/0");
+  host.baud = 9600;
+  EXPECT_EQ(host.ask(""), "") << "an answer is heard at its own rate only";
 }
 
 TEST(SimulatedUnit, TakesAnUpdateUntilSilenceAndKeepsTheImage) {
