@@ -162,7 +162,7 @@ long Motion::positionAt(SimTime now) const {
 void Motion::finish(const Step& step) {
   if (isMove(step.letter)) {
     target_ = target(step);
-    position_ = step.letter == 'Z' ? 0 : target_;
+    position_ = target_;
   } else if (step.letter == 'g') {
     loops_.push_back({next_step_, 0});
   } else if (step.letter == 'G') {

@@ -65,7 +65,7 @@ void describeOptions(CLI::App& app, Typed& typed) {
   app.add_option("--unit", typed.units,
                  "A unit, as key=value,...: port=1..16, address=CHARACTER, protocol=dt|oem|both, "
                  "baud=RATE, version=TEXT, id=HHH, firmware=valid|none. May be repeated; without "
-                 "it there is one unit on port 1")
+                 "units and empty ports there is one unit on port 1")
       ->type_name("KEY=VALUE,...")
       ->expected(1)
       ->take_all()

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "simulator/simulated_bus.h"
+#include "simulator/update_image.h"
 
 namespace mvdirigo {
 namespace {
@@ -87,6 +88,8 @@ TEST(SimulatedUnit, IsBusyWhileItMovesAndComesToRest) {
   EXPECT_EQ(host.askDt("/1Z10000R"), "@");
   host.ask("", std::chrono::seconds(1));
   EXPECT_EQ(host.askDt("/1?0"), "`0");
+  host.askDt("/1gP10gD1G2G3Z4R");
+  EXPECT_EQ(host.askDt("/1?0"), "`20") << "three rounds of 10 - 2, and 4 steps home";
 }
 
 TEST(SimulatedUnit, AnswersInOemAndDoesNotExecuteARepeatTwice) {
@@ -113,6 +116,9 @@ TEST(SimulatedUnit, HearsItsOwnAddressRateAndProtocolOnly) {
   EXPECT_EQ(host.askDt("/<?2"), "`2000");
   EXPECT_EQ(host.askDt("/1?2"), "`2000");
   EXPECT_EQ(host.ask(oem("<1?2", '\x01')), "");
+  EXPECT_EQ(host.ask("/1&\r", 3 * byteTime(19200)), "\xFF/0");
+  host.baud = 9600;
+  EXPECT_EQ(host.ask(""), "") << "an answer is heard at its own rate only";
 }
 
 TEST(SimulatedUnit, TakesAnUpdateUntilSilenceAndKeepsTheImage) {
@@ -131,6 +137,28 @@ TEST(SimulatedUnit, TakesAnUpdateUntilSilenceAndKeepsTheImage) {
   EXPECT_TRUE(host.unit().updating());
   host.ask("", std::chrono::seconds(2));
   EXPECT_EQ(host.askDt("/1?0"), "`0");
+  EXPECT_EQ(host.ask("/1]40617\r" + std::string("other."), milliseconds(10)), "?\r");
+  EXPECT_EQ(host.unit().image(), "other.");
+  host.ask("", std::chrono::seconds(3));
+  EXPECT_EQ(host.ask("/1&\r"), "?\r") << "the wrong image makes no firmware";
+}
+
+TEST(UpdateImage, IsThePayloadInWholePiecesWithoutAPieceOfTheLastByteAlone) {
+  const std::pair<const char*, const char*> rows[] = {{"", ""},
+                                                      {"103A7", ""},
+                                                      {"103A7a", ""},
+                                                      {"103A7ab", "ab    "},
+                                                      {"103A7abcdef", "abcdef"},
+                                                      {"103A7abcdefg", "abcdef"},
+                                                      {"103A7abcdefgh", "abcdefgh    "},
+                                                      {"XYabcdefg", "defg  "},
+                                                      {"603A7abc", "603A7abc    "},
+                                                      {"f00", "f00   "},
+                                                      {"1A", "1A    "}};
+  for (const auto& [file, image] : rows) EXPECT_EQ(imageOfUpdateFile(file), image) << file;
+  EXPECT_EQ(compareImages("abc", "abc"), "matches");
+  EXPECT_EQ(compareImages("abc", "axc"), "differs first at byte 2: 62 instead of 78");
+  EXPECT_EQ(compareImages("abcd", "abc"), "differs: 4 bytes instead of 3, the same so far");
 }
 
 TEST(LineFault, DoesWhatItsNameSays) {
@@ -158,6 +186,12 @@ TEST(LineFault, DoesWhatItsNameSays) {
   EXPECT_EQ(vanishing.ask("/1?2\r"), good);
   EXPECT_EQ(vanishing.ask("/1?2\r"), "");
   EXPECT_TRUE(vanishing.vanished());
+
+  Host vanishing_at_piece({UnitOptions()}, {"vanish-at@2"});
+  EXPECT_EQ(vanishing_at_piece.ask("/1[40617\rabcdef"), "?\r");
+  EXPECT_EQ(vanishing_at_piece.ask("ghijkl"), "");
+  EXPECT_TRUE(vanishing_at_piece.vanished());
+  EXPECT_EQ(Host({UnitOptions()}, {"silent@2"}).ask("/1[40617\r" + std::string(24, '/')), "?\r");
 
   Host other_rate({UnitOptions()}, {"other-rate-garbage"});
   other_rate.baud = 19200;

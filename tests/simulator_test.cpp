@@ -246,6 +246,12 @@ TEST_F(VirtualLine, AVanishedDeviceIsReportedOnceAfterTheLastCharacter) {
   port_->Output("back");
   platform_.runUntilIdle();
   EXPECT_EQ(read_, "okback");
+
+  platform_.detach(3);
+  port_->setPortOpen(false);
+  faults.clear();
+  platform_.runUntilIdle();
+  EXPECT_TRUE(faults.empty()) << "who closed it knows";
 }
 
 TEST_F(VirtualLine, WhatAnAdapterGatheredStandsInTheBufferTogether) {
