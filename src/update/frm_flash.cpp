@@ -182,6 +182,7 @@ bool frmFlash::verbose() { return Verbose->isChecked(); }
 
 void frmFlash::printTraffic(const std::string& bytes) {
   traffic_->appendPlainText(QString::fromStdString(visibleControls(bytes)));
+  traffic_->moveCursor(QTextCursor::End);
 }
 
 void frmFlash::setStatus(const std::string& text) {
