@@ -1,32 +1,10 @@
 #include "simulator/virtual_serial_port.h"
 
-#include <charconv>
-#include <string_view>
 #include <utility>
 
+#include "platform/line_settings.h"
+
 namespace mvdirigo {
-namespace {
-
-/// The rate of "rate" or "rate,parity,data,stop".
-int baudOf(std::string_view settings) {
-  int baud = 0;
-  const char* end = settings.data() + settings.size();
-  const auto parsed = std::from_chars(settings.data(), end, baud);
-  const std::string_view format(parsed.ptr, static_cast<std::size_t>(end - parsed.ptr));
-  const auto one_of = [&format](std::size_t at, std::string_view allowed) {
-    return allowed.find(format[at]) != std::string_view::npos;
-  };
-  const bool format_ok =
-      format.empty() ||
-      (format.size() == 6 && format[0] == ',' && one_of(1, "NEOneo") && format[2] == ',' &&
-       one_of(3, "5678") && format[4] == ',' && one_of(5, "12"));
-  if (parsed.ec != std::errc() || baud <= 0 || !format_ok) {
-    throw RuntimeError(Fault::kInvalidPropertyValue);
-  }
-  return baud;
-}
-
-}  // namespace
 
 void VirtualSocket::plug(SimulatedLine& line) {
   unplug();
@@ -84,7 +62,7 @@ void VirtualSerialPort::setCommPort(int port) {
 }
 
 void VirtualSerialPort::setSettings(const std::string& settings) {
-  baud_ = baudOf(settings);
+  baud_ = parseLineSettings(settings).baud;
   settings_ = settings;
 }
 
