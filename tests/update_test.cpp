@@ -434,13 +434,15 @@ TEST_F(UpdateTest, TakesAnEarlierNumericAnswerForASecondValidation) {
 TEST_F(UpdateTest, LeavesTheBaudRateToAUnitWithoutFirmware) {
   UnitOptions without_firmware;
   without_firmware.valid_firmware = false;
-  BusOptions at_once;
-  at_once.paced = false;
-  openDialog(without_firmware, at_once);
-  choose("003A7" + bytes(20));
-  update(kOk, {kFailedUnit});
-  EXPECT_EQ(unit_->heard, "9600:\xAA/1T\r/1&\r/1[40617\r");
-  EXPECT_EQ(dialog_->baud, "9600");
+  for (const bool paced : {true, false}) {
+    BusOptions bus;
+    bus.paced = paced;
+    openDialog(without_firmware, bus);
+    choose("003A7" + bytes(20));
+    update(kOk, {kFailedUnit});
+    EXPECT_EQ(unit_->heard, "9600:\xAA/1T\r/1&\r/1[40617\r");
+    EXPECT_EQ(dialog_->baud, "9600");
+  }
 }
 
 TEST_F(UpdateTest, EndsWhenThePromptCameBeforeItsCommand) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/handler_edge.h"
 #include "platform/runtime_error.h"
 #include "platform/text.h"
 #include "update/controller_version.h"
@@ -10,6 +11,8 @@ namespace mvdirigo {
 namespace {
 
 constexpr int kAnswerTimeoutMs = 5000;
+/// One character at 9600 bit/s takes 1 ms, and common adapters hold it back for up to 16 ms.
+constexpr int kRestOfAnswerMs = 20;
 constexpr int kSettlePauseMs = 5000;
 constexpr int kPromptTimeoutMs = 20000;
 constexpr int kStartPauseMs = 10;
@@ -42,7 +45,7 @@ std::string shownAnswer(std::string_view reply) {
 }  // namespace
 
 FirmwareUpdate::FirmwareUpdate(Platform& platform, Window& window, const WindowLife& life)
-    : dialogs_(platform.dialogs()), window_(window), link_(platform, window, life) {}
+    : dialogs_(platform.dialogs()), window_(window), life_(life), link_(platform, window, life) {}
 
 void FirmwareUpdate::Form_Load(LiveSettings& settings) {
   try {
@@ -54,30 +57,25 @@ void FirmwareUpdate::Form_Load(LiveSettings& settings) {
 }
 
 void FirmwareUpdate::cmdLoadImage_Click() {
-  try {
+  atHandlerEdge(dialogs_, "cmdLoadImage_Click", [this] {
     const std::string name = dialogs_.openFile({.title = "Firmware Update",
                                                 .filter = "MVUpdate (*.zrf)|*.zrf",
                                                 .default_extension = "hex",
                                                 .file_must_exist = true,
                                                 .cancel_is_error = true});
-    if (name.empty()) return;
+    if (name.empty() || life_.leaving()) return;
     chosen_file_ = name;
     window_.setStatus("Status: Loaded " + name);
     window_.enableUpdate(true);
-  } catch (const RuntimeError& error) {
-    dialogs_.messageBox(errorReport("cmdLoadImage_Click", error));
-  }
+  });
 }
 
 void FirmwareUpdate::cmdUpdate_Click() {
   if (running_) return;
   running_ = true;
   try {
-    try {
-      update();
-    } catch (const RuntimeError& error) {
-      showBox(errorReport("cmdUpdate_Click", error));
-    }
+    atHandlerEdge(dialogs_, "cmdUpdate_Click", [this] { update(); });
+    link_.throwIfLeaving();
     window_.enablePause(false);
     window_.enableUpdate(true);
   } catch (const FlashLink::WindowGone&) {
@@ -129,8 +127,14 @@ bool FirmwareUpdate::terminateCommands() {
 }
 
 void FirmwareUpdate::negotiateBaudRate() {
-  // A unit that shows its update prompt already understands no commands, and listens at 9600.
-  if (link_.getRXBuffer(0).find('?') == std::string::npos) {
+  // The unit's prompt follows the end of its answer; whoever takes it from the port, it is the
+  // rest.
+  link_.pause(kRestOfAnswerMs);
+  const std::string& answer = link_.reply.UpdateRxBuffer();
+  const std::string rest = answer.substr(std::min(answer.find('\r'), answer.size()));
+  const std::string unread = link_.getRXBuffer(0);
+  // A unit that prompts for an update understands no other command, and listens at 9600.
+  if ((rest + unread).find('?') == std::string::npos) {
     window_.setStatus("Status: Negotiating baud rate...");
     window_.setProgress(5);
     link_.sendFlashtoMV(command("b" + window_.baudText() + "R"));

@@ -79,6 +79,7 @@ class FirmwareUpdate {
 
   Dialogs& dialogs_;
   Window& window_;
+  const WindowLife& life_;
   FlashLink link_;
   bool running_ = false;
   std::string chosen_file_;

@@ -1,5 +1,6 @@
 #include "update/flash_link.h"
 
+#include "platform/handler_edge.h"
 #include "platform/runtime_error.h"
 #include "platform/text.h"
 
@@ -63,7 +64,7 @@ void FlashLink::throwIfLeaving() const {
 }
 
 void FlashLink::waitUntil(const std::function<bool()>& done) {
-  event_loop_.waitUntil(done, life_);
+  if (event_loop_.waitUntil(done, life_) == WaitResult::kWindowGone) throw WindowGone{};
   throwIfLeaving();
 }
 
@@ -101,14 +102,13 @@ void FlashLink::WaitOutputDrained() {
 }
 
 std::string FlashLink::getRXBuffer(int count) {
-  try {
+  std::string text;
+  atHandlerEdge(dialogs_, "getRXBuffer", [&] {
     waitUntil([&] { return MSCommFlash_->InBufferCount() >= count; });
-    return std::string(trimBlanks(MSCommFlash_->Input()));
-  } catch (const RuntimeError& error) {
-    dialogs_.messageBox(errorReport("getRXBuffer", error));
-    throwIfLeaving();
-    return {};
-  }
+    text = trimBlanks(MSCommFlash_->Input());
+  });
+  throwIfLeaving();
+  return text;
 }
 
 void FlashLink::discardInput() { MSCommFlash_->Input(); }
@@ -124,6 +124,7 @@ bool FlashLink::waitFor(const bool& flag, int timeout_ms) {
 void FlashLink::pause(int duration_ms) { waitFor(false, duration_ms); }
 
 bool FlashLink::waitForAcknowledgement(int timeout_ms) {
+  if (reply.ReplyDone) return true;
   tmrMSCommFlash_->setEnabled(true);
   if (!waitFor(reply.ReplyDone, timeout_ms)) return false;
   DoLoopTimer_->setEnabled(false);
@@ -132,7 +133,7 @@ bool FlashLink::waitForAcknowledgement(int timeout_ms) {
 }
 
 void FlashLink::MSCommFlash_OnComm() {
-  try {
+  atHandlerEdge(dialogs_, "MSComm_OnComm", [this] {
     const std::string character = MSCommFlash_->Input();
     if (character == "\r") {
       const bool too_early = sending_piece_ && MSCommFlash_->OutBufferCount() > 0;
@@ -144,9 +145,7 @@ void FlashLink::MSCommFlash_OnComm() {
       print(reply.UpdateRxBuffer());
     }
     if (!character.empty()) reply.append(character[0]);
-  } catch (const RuntimeError& error) {
-    dialogs_.messageBox(errorReport("MSComm_OnComm", error));
-  }
+  });
 }
 
 void FlashLink::tmrMSCommFlash_Timer() {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "platform/handler_edge.h"
 #include "platform/runtime_error.h"
 
 namespace mvdirigo {
@@ -87,27 +88,18 @@ void recogniseHeader(const std::string& text, ZrfHeader& header, Dialogs& dialog
 }
 
 bool getZRFHeader(const std::string& text, ZrfHeader& header, Dialogs& dialogs) {
-  try {
+  return atHandlerEdge(dialogs, "getZRFHeader", [&] {
     const std::int32_t number = hexLiteral(text);
     header.FullUpdate = (number & 0x10000) != 0;
     // The masked bit is 0x100 when set, never 2, so every file counts as one for a stepper. The
     // model only words messages; the controller's own answer decides what a file fits.
     const std::int32_t model = number & 0x100;
-    if (model == 2) {
-      header.IsServo = true;
-      header.Model = "servo";
-    } else {
-      header.IsServo = false;
-      header.Model = "stepper";
-    }
+    header.IsServo = model == 2;
+    header.Model = header.IsServo ? "servo" : "stepper";
     header.CpuId = number & 0xFFF;
     header.CpuIdText = {hexDigitOf((number & 0xF00) / 256), hexDigitOf((header.CpuId & 0xF0) / 16),
                         hexDigitOf(header.CpuId & 0xF)};
-    return true;
-  } catch (const RuntimeError& error) {
-    dialogs.messageBox(errorReport("getZRFHeader", error));
-    return false;
-  }
+  });
 }
 
 std::size_t payloadStart(const ZrfHeader& header) {
