@@ -35,11 +35,11 @@ std::string pieceAt(const std::string& image, std::size_t position) {
   return piece;
 }
 
-/// A unit's answer in one line for people, without its end.
+/// A unit's answer as it stands, but in one line: without the line ends in it and behind it.
 std::string shownAnswer(std::string_view reply) {
   std::string answer(reply);
   std::erase_if(answer, [](char c) { return c == '\r' || c == '\n'; });
-  return visibleControls(answer);
+  return utf8FromLatin1(answer);
 }
 
 }  // namespace
