@@ -22,5 +22,6 @@ int main(int argc, char** argv) {
   mvdirigo::Program program(platform, end);
   const mvdirigo::EndSignals end_signals([&program] { program.console().close(); });
   program.start();
-  return QApplication::exec();
+  // An exit asked for during the start reached no event loop that lasts.
+  return program.console().life().leaving() ? 0 : QApplication::exec();
 }

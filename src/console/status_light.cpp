@@ -1,5 +1,6 @@
 #include "console/status_light.h"
 
+#include <QAccessibleWidget>
 #include <QPainter>
 
 namespace mvdirigo {
@@ -30,13 +31,27 @@ QColor shown(LightColour colour) {
                 static_cast<int>((value >> 16) & 0xFF));
 }
 
+/// A plain widget would count as mere filler, which assistive tools skip.
+QAccessibleInterface* accessibleLight(const QString&, QObject* object) {
+  auto* light = dynamic_cast<StatusLight*>(object);
+  return light != nullptr ? new QAccessibleWidget(light, QAccessible::Graphic) : nullptr;
+}
+
 }  // namespace
 
-StatusLight::StatusLight(QWidget* parent) : QWidget(parent) { setFillColor(LightColour::kWhite); }
+StatusLight::StatusLight(QWidget* parent) : QWidget(parent) {
+  QAccessible::installFactory(accessibleLight);
+  showColour();
+}
 
 void StatusLight::setFillColor(LightColour colour) {
+  if (colour == colour_) return;
   colour_ = colour;
-  const Meaning meaning = meaningOf(colour);
+  showColour();
+}
+
+void StatusLight::showColour() {
+  const Meaning meaning = meaningOf(colour_);
   setAccessibleDescription(meaning.colour_name);
   setToolTip(meaning.words);
   update();

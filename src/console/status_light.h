@@ -18,6 +18,8 @@ class StatusLight : public QWidget {
   void paintEvent(QPaintEvent* event) override;
 
  private:
+  void showColour();
+
   LightColour colour_ = LightColour::kWhite;
 };
 

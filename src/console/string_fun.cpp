@@ -49,6 +49,7 @@ StringFun::StringFun(Platform& platform, Neighbours& neighbours)
       recorder_(platform, *this) {
   setObjectName("StringFun");
   scroll_area_->setFrameShape(QFrame::NoFrame);
+  scroll_area_->setFocusPolicy(Qt::NoFocus);
   scroll_area_->setWidget(screen_);
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
@@ -170,7 +171,8 @@ void StringFun::loadStrings() {
     screen_->ReceiveString[at(row)]->setToolTip({});
   };
   if (skipOnError([&] { readCommandFile(path, take_string, recorder_.table()); })) {
-    setWindowTitle(QString::fromStdString(commandFileTitle(path)));
+    // "[*]" in a title stands for a mark of unsaved changes; doubled, it stands for itself.
+    setWindowTitle(QString::fromStdString(commandFileTitle(path)).replace("[*]", "[*][*]"));
   } else {
     platform_.dialogs().messageBox(commandFileReadError(path), box::kExclamation);
   }
@@ -217,14 +219,16 @@ void StringFun::startButtonTimer(int row) { ButtonTimer[at(row)]->setEnabled(tru
 
 void StringFun::enableSendCommands(bool enabled) {
   const int last = std::clamp(NumStrings, -1, kRows - 1);
-  if (!enabled) focus_before_ = focusWidget();
+  // Disabling a focused button would hand the focus to the next row's text, where the user's next
+  // key would replace it. The button gets it back unless the user has moved it meanwhile.
+  auto* focused = qobject_cast<QPushButton*>(focusWidget());
+  if (!enabled && focused != nullptr && std::ranges::count(screen_->SendCommand, focused) > 0) {
+    focused_before_ = focused;
+    screen_->setFocus();
+  }
   for (int row = 0; row <= last; ++row) screen_->SendCommand[at(row)]->setEnabled(enabled);
-  // Disabling a focused button hands the focus on; a user who presses the same button again and
-  // again wants it back, unless the focus was moved on purpose meanwhile.
-  if (!enabled) {
-    focus_meanwhile_ = focusWidget();
-  } else if (focus_before_ != nullptr && focusWidget() == focus_meanwhile_) {
-    focus_before_->setFocus();
+  if (enabled && focused_before_ != nullptr && focusWidget() == screen_) {
+    focused_before_->setFocus();
   }
 }
 

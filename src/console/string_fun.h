@@ -83,10 +83,8 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   Recorder recorder_;
   std::vector<std::unique_ptr<Timer>> ButtonTimer;
   int NumStrings = 0;
-  /// The send button that had the keyboard focus when the buttons were disabled, and where the
-  /// focus went then.
-  QWidget* focus_before_ = nullptr;
-  QWidget* focus_meanwhile_ = nullptr;
+  /// The send button that had the keyboard focus when the buttons were disabled.
+  QPushButton* focused_before_ = nullptr;
 };
 
 }  // namespace mvdirigo

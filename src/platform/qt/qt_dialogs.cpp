@@ -27,9 +27,10 @@ QWidget* owner() {
 /// it.
 template <class Dialog>
 int run(const QPointer<Dialog>& dialog) {
-  const QWidget* window = dialog->parentWidget();
-  if (window && window->windowFlags().testFlag(Qt::WindowStaysOnTopHint)) {
-    dialog->setWindowFlag(Qt::WindowStaysOnTopHint);
+  for (const QWidget* window : QApplication::topLevelWidgets()) {
+    if (window->isVisible() && window->windowFlags().testFlag(Qt::WindowStaysOnTopHint)) {
+      dialog->setWindowFlag(Qt::WindowStaysOnTopHint);
+    }
   }
   return dialog->exec();
 }
