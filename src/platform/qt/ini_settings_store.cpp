@@ -37,7 +37,9 @@ bool isUnusable(const QString& path) {
   QStringDecoder utf8(QStringDecoder::Utf8);
   const QString text = utf8(stored.readAll());
   if (utf8.hasError() || text.contains(QChar::Null)) return true;
-  return QSettings(path, QSettings::IniFormat).status() != QSettings::NoError;
+  QSettings settings(path, QSettings::IniFormat);
+  settings.allKeys();  // Groups are parsed when they are asked for.
+  return settings.status() != QSettings::NoError;
 }
 
 /// Moves `path` out of the way, so that nothing of it is overwritten.
