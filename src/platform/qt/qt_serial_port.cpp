@@ -143,7 +143,10 @@ void QtSerialPort::open() {
   auto port = std::make_unique<QSerialPort>(QString::fromStdString(device.path().string()));
   port->setReadBufferSize(kReadSize);
   apply(line_, *port);
-  if (!port->open(QIODevice::ReadWrite)) throw RuntimeError(openingFault(port->error()));
+  if (!port->open(QIODevice::ReadWrite)) {
+    ioctl(device.handle(), TIOCNXCL);
+    throw RuntimeError(openingFault(port->error()));
+  }
   // What came in before is no answer to anything asked on this opening.
   tcflush(device.handle(), TCIFLUSH);
 
