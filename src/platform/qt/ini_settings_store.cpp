@@ -37,10 +37,9 @@ bool isUnusable(const QString& path) {
   QStringDecoder utf8(QStringDecoder::Utf8);
   const QString text = utf8(stored.readAll());
   if (utf8.hasError() || text.contains(QChar::Null)) return true;
-  const QSettings probe(path, QSettings::IniFormat);
-  // Sections are parsed, and their faults found, only when their keys are asked for.
-  static_cast<void>(probe.allKeys());
-  return probe.status() != QSettings::NoError;
+  QSettings settings(path, QSettings::IniFormat);
+  settings.allKeys();  // Groups are parsed when they are asked for.
+  return settings.status() != QSettings::NoError;
 }
 
 /// Moves `path` out of the way, so that nothing of it is overwritten.

@@ -59,22 +59,21 @@ QStringList nameFilters(const std::string& filter) {
 BoxButton QtDialogs::messageBox(const std::string& text, int style, const std::string& title) {
   QPointer<QMessageBox> message = new QMessageBox(owner());
   message->setTextFormat(Qt::PlainText);
-  message->setText(QString::fromStdString(text).replace("\r\n", "\n"));
+  message->setText(QString::fromStdString(text).replace("\r\n", "\n").replace('\r', '\n'));
   message->setWindowTitle(title.empty() ? QApplication::applicationName()
                                         : QString::fromStdString(title));
   message->setIcon(iconOf(style));
 
-  QMessageBox::StandardButton on_close = QMessageBox::Ok;
+  BoxButton when_closed = BoxButton::kOk;
+  QMessageBox::StandardButtons buttons = QMessageBox::Ok;
   if (style & box::kYesNo) {
-    message->setStandardButtons(QMessageBox::Yes | QMessageBox::No);
-    on_close = QMessageBox::No;
+    buttons = QMessageBox::Yes | QMessageBox::No;
+    when_closed = BoxButton::kNo;
   } else if (style & box::kOkCancel) {
-    message->setStandardButtons(QMessageBox::Ok | QMessageBox::Cancel);
-    on_close = QMessageBox::Cancel;
-  } else {
-    message->setStandardButtons(QMessageBox::Ok);
+    buttons = QMessageBox::Ok | QMessageBox::Cancel;
+    when_closed = BoxButton::kCancel;
   }
-  message->setEscapeButton(on_close);
+  message->setStandardButtons(buttons);
 
   const int answer = run(message);
   delete message;
@@ -83,15 +82,9 @@ BoxButton QtDialogs::messageBox(const std::string& text, int style, const std::s
       return BoxButton::kOk;
     case QMessageBox::Yes:
       return BoxButton::kYes;
-    case QMessageBox::No:
-      return BoxButton::kNo;
-    case QMessageBox::Cancel:
-      return BoxButton::kCancel;
+    default:
+      return when_closed;
   }
-  // The box went away with the window that owned it.
-  return on_close == QMessageBox::No       ? BoxButton::kNo
-         : on_close == QMessageBox::Cancel ? BoxButton::kCancel
-                                           : BoxButton::kOk;
 }
 
 std::string QtDialogs::openFile(const FileRequest& request) {

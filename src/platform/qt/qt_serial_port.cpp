@@ -1,5 +1,6 @@
 #include "platform/qt/qt_serial_port.h"
 
+#include <fcntl.h>
 #include <linux/serial.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -10,6 +11,7 @@
 #include <string_view>
 #include <utility>
 
+#include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 #include <QLoggingCategory>
 #include <QSignalBlocker>
@@ -71,20 +73,13 @@ bool apply(const LineSettings& line, QSerialPort& port) {
          port.setStopBits(stop_bits);
 }
 
-/// Sets the line before Qt does. Qt's port puts back at closing what it found at opening, at once:
-/// that would garble the last bytes, which the hardware may still be sending.
-void setBeforehand(const LineSettings& line, int handle) {
-  constexpr std::array<tcflag_t, 4> kDataBits = {CS5, CS6, CS7, CS8};
-  termios settings{};
-  if (tcgetattr(handle, &settings) != 0) return;
-  cfmakeraw(&settings);
-  settings.c_cflag &= ~static_cast<tcflag_t>(CSIZE | CSTOPB | PARENB | PARODD | CRTSCTS);
-  settings.c_cflag |= CLOCAL | CREAD | kDataBits.at(static_cast<std::size_t>(line.data_bits - 5));
-  if (line.stop_bits == 2) settings.c_cflag |= CSTOPB;
-  if (line.parity != 'N') settings.c_cflag |= PARENB;
-  if (line.parity == 'O') settings.c_cflag |= PARODD;
-  cfsetspeed(&settings, static_cast<speed_t>(line.baud));
-  tcsetattr(handle, TCSANOW, &settings);
+/// Closes Qt's port, but keeps the line's settings. Qt's port would put back what it found at its
+/// opening, at once, and so garble the last bytes, which the hardware may still be sending.
+void closeKeepingSettings(QSerialPort& port) {
+  const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+  dup2(nowhere, port.handle());
+  ::close(nowhere);
+  port.close();
 }
 
 /// Asks an adapter to hand on what it receives at once. Common ones otherwise hold a short reply
@@ -112,7 +107,12 @@ Fault openingFault(QSerialPort::SerialPortError error) {
 
 QtSerialPort::QtSerialPort(PortDevices& devices, std::function<void()> on_comm)
     : devices_(devices),
-      on_comm_(std::make_shared<const std::function<void()>>(std::move(on_comm))) {}
+      on_comm_(std::make_shared<const std::function<void()>>(std::move(on_comm))) {
+  const auto* dispatcher = QAbstractEventDispatcher::instance();
+  const auto look = [this] { onEventLoopTurn(); };
+  QObject::connect(dispatcher, &QAbstractEventDispatcher::aboutToBlock, &context_, look);
+  QObject::connect(dispatcher, &QAbstractEventDispatcher::awake, &context_, look);
+}
 
 QtSerialPort::~QtSerialPort() { close(); }
 
@@ -138,13 +138,15 @@ void QtSerialPort::setPortOpen(bool open) {
 
 void QtSerialPort::open() {
   TakenDevice device = devices_.take(comm_port_);
-  setBeforehand(line_, device.handle());
   preferLowLatency(device.handle());
 
   auto port = std::make_unique<QSerialPort>(QString::fromStdString(device.path().string()));
   port->setReadBufferSize(kReadSize);
   apply(line_, *port);
-  if (!port->open(QIODevice::ReadWrite)) throw RuntimeError(openingFault(port->error()));
+  if (!port->open(QIODevice::ReadWrite)) {
+    ioctl(device.handle(), TIOCNXCL);
+    throw RuntimeError(openingFault(port->error()));
+  }
   // What came in before is no answer to anything asked on this opening.
   tcflush(device.handle(), TCIFLUSH);
 
@@ -155,7 +157,7 @@ void QtSerialPort::open() {
   port_ = std::move(port);
   opening_ = std::make_shared<const char>();
   sent_by_ = Clock::now();
-  delivery_queued_ = vanishing_ = fault_unread_ = false;
+  delivery_queued_ = in_handler_ = vanishing_ = fault_unread_ = false;
   state_ = State::kOpen;
 }
 
@@ -173,7 +175,9 @@ void QtSerialPort::close() {
 
 void QtSerialPort::releaseDevice() {
   port_->disconnect();
+  closeKeepingSettings(*port_);
   port_.reset();
+  ioctl(device_->handle(), TIOCNXCL);
   device_.reset();
 }
 
@@ -220,9 +224,9 @@ void QtSerialPort::Output(const std::string& bytes) {
     port_->flush();
   }
   if (vanishing_) throw RuntimeError(Fault::kDeviceIo);
-  constexpr auto kBitsPerCharacter = 11;
-  sent_by_ = Clock::now() +
-             std::chrono::microseconds(1s) * kBitsPerCharacter * OutBufferCount() / line_.baud;
+  constexpr int kBitsPerCharacter = 11;
+  const auto bits = static_cast<std::int64_t>(bytes.size()) * kBitsPerCharacter;
+  sent_by_ = std::max(sent_by_, Clock::now()) + std::chrono::microseconds(1s) * bits / line_.baud;
 }
 
 int QtSerialPort::OutBufferCount() const {
@@ -281,6 +285,11 @@ void QtSerialPort::queue(void (QtSerialPort::*call)()) {
       Qt::QueuedConnection);
 }
 
+/// A handler that waits runs the event loop inside a delivery; what is left of it comes there.
+void QtSerialPort::onEventLoopTurn() {
+  if (in_handler_ && deliveryDue()) queueDelivery();
+}
+
 void QtSerialPort::deliver() {
   delivery_queued_ = false;
   const auto on_comm = on_comm_;
@@ -288,12 +297,16 @@ void QtSerialPort::deliver() {
   const auto end = Clock::now() + kLongestDelivery;
   while (unannounced_ > 0) {
     --unannounced_;
-    // A handler that waits gets the rest within its wait.
-    if (deliveryDue()) queueDelivery();
     const auto threshold = static_cast<std::size_t>(receive_threshold_);
     if (threshold == 0 || received_.size() < threshold) continue;
+    in_handler_ = true;
     (*on_comm)();
-    if (opening.expired() || Clock::now() >= end) return;
+    if (opening.expired()) return;
+    in_handler_ = false;
+    if (Clock::now() >= end) {
+      if (deliveryDue()) queueDelivery();
+      return;
+    }
   }
   if (state_ != State::kVanished) return;
   close();

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include <QObject>
 #include <QSerialPort>
 
 #include "platform/line_settings.h"
@@ -59,6 +60,7 @@ class QtSerialPort : public SerialPort {
   void keep(const QByteArray& bytes);
   void queueDelivery();
   void deliver();
+  void onEventLoopTurn();
   bool deliveryDue() const { return unannounced_ > 0 || state_ == State::kVanished; }
   /// Runs `call` from the event loop, unless the port is closed before.
   void queue(void (QtSerialPort::*call)());
@@ -86,8 +88,11 @@ class QtSerialPort : public SerialPort {
   /// Received characters whose `OnComm` is still to come.
   std::size_t unannounced_ = 0;
   bool delivery_queued_ = false;
+  bool in_handler_ = false;
   bool vanishing_ = false;
   bool fault_unread_ = false;
+
+  QObject context_;
 };
 
 }  // namespace mvdirigo

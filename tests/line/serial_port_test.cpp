@@ -1,0 +1,363 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "platform/qt/qt_platform.h"
+#include "support/config_home.h"
+#include "support/real_time.h"
+
+namespace mvdirigo {
+namespace {
+
+/// A pseudo-terminal; the test is the device at its master side.
+class Line {
+ public:
+  Line() {
+    char name[64];
+    if (openpty(&master_, &slave_, name, nullptr, nullptr) != 0) std::abort();
+    path = name;
+    fcntl(master_, F_SETFL, O_NONBLOCK);
+  }
+  ~Line() {
+    unplug();
+    close(slave_);
+  }
+  void unplug() {
+    if (master_ >= 0) close(std::exchange(master_, -1));
+  }
+  /// Sends what the line takes, and returns how much that was.
+  std::size_t send(std::string_view bytes) const {
+    const ssize_t sent = write(master_, bytes.data(), bytes.size());
+    return static_cast<std::size_t>(std::max<ssize_t>(0, sent));
+  }
+  /// The same, and waits until it is ready to be read.
+  void sendAndSettle(std::string_view bytes) const {
+    send(bytes);
+    pollfd state{slave_, POLLIN, 0};
+    poll(&state, 1, 10'000);
+  }
+  /// Everything that the program has sent up to now.
+  const std::string& heard() {
+    char bytes[4096];
+    for (ssize_t count; (count = read(master_, bytes, sizeof bytes)) > 0;) {
+      heard_.append(bytes, static_cast<std::size_t>(count));
+    }
+    return heard_;
+  }
+  termios settings() const {
+    termios settings{};
+    tcgetattr(slave_, &settings);
+    return settings;
+  }
+
+  std::string path;
+
+ private:
+  int master_ = -1, slave_ = -1;
+  std::string heard_;
+};
+
+class SerialPortTest : public ::testing::Test {
+ protected:
+  SerialPortTest() {
+    home_.link(3, line_.path);
+    port_->setCommPort(3);
+    port_->setRThreshold(1);
+    port_->setInputLen(1);
+  }
+
+  void onComm() {
+    ++events_;
+    fault_ = errorOf([this] { received_ += port_->Input(); });
+    if (then_) then_();
+  }
+  bool runUntil(const std::function<bool()>& done) { return mvdirigo::runUntil(platform_, done); }
+  bool receive(const std::string& expected) {
+    return runUntil([&] { return received_ == expected; });
+  }
+
+  template <class Call>
+  static int errorOf(Call&& call) {
+    try {
+      call();
+      return 0;
+    } catch (const RuntimeError& error) {
+      return error.number();
+    }
+  }
+  int openingError() {
+    return errorOf([this] { port_->setPortOpen(true); });
+  }
+
+  ConfigHome home_;
+  QtPlatform platform_;
+  Line line_;
+  std::unique_ptr<SerialPort> port_ = platform_.makeSerialPort([this] { onComm(); });
+  int events_ = 0;
+  std::string received_;
+  int fault_ = 0;
+  std::function<void()> then_;
+};
+
+std::string everyByte(std::size_t size = 256) {
+  std::string bytes(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i % 256);
+  return bytes;
+}
+
+TEST_F(SerialPortTest, CarriesEveryByteBothWaysWithOneEventACharacter) {
+  port_->setPortOpen(true);
+  port_->Output(everyByte());
+  EXPECT_TRUE(runUntil([&] { return line_.heard() == everyByte(); }));
+  line_.send(everyByte());
+  EXPECT_TRUE(receive(everyByte()));
+  EXPECT_EQ(events_, 256);
+}
+
+TEST_F(SerialPortTest, SetsTheRateAndLeavesItWhileTheLastBytesMayBeOnTheirWay) {
+  port_->setSettings("19200");
+  port_->setPortOpen(true);
+  EXPECT_EQ(line_.settings().c_ospeed, speed_t{B19200});
+  port_->setSettings("57600,N,8,1");
+  EXPECT_EQ(line_.settings().c_ospeed, speed_t{B57600});
+  port_->setPortOpen(false);
+  EXPECT_EQ(line_.settings().c_ospeed, speed_t{B57600});
+}
+
+TEST_F(SerialPortTest, DeliversFromTheEventLoopOnlyAndForgetsWhatCameBeforeTheOpening) {
+  port_->setPortOpen(true);
+  port_->setPortOpen(false);
+  line_.sendAndSettle("stale");
+  port_->setPortOpen(true);
+  line_.sendAndSettle("x");
+  port_->Output("y");
+  port_->Input();
+  EXPECT_EQ(events_, 0);
+  platform_.eventLoop().runPending();
+  EXPECT_EQ(events_, 1);
+  EXPECT_EQ(received_, "x");
+}
+
+TEST_F(SerialPortTest, DeliversTheNextCharactersInsideAHandlersWait) {
+  int depth = 0, deepest = 0;
+  then_ = [&] {
+    deepest = std::max(deepest, ++depth);
+    if (received_ == "abc") line_.send("def");
+    EXPECT_TRUE(receive("abcdef"));
+    --depth;
+  };
+  port_->setPortOpen(true);
+  line_.send("abc");
+  EXPECT_TRUE(runUntil([&] { return depth == 0 && deepest > 0; }));
+  EXPECT_EQ(deepest, 6);
+}
+
+TEST_F(SerialPortTest, LetsAHandlerCloseReopenOrDestroyThePort) {
+  port_->setPortOpen(true);
+  then_ = [&] {
+    then_ = nullptr;
+    port_->setPortOpen(false);
+    port_->setPortOpen(true);
+    line_.send("fresh");
+  };
+  line_.send("old characters");
+  EXPECT_TRUE(receive("ofresh"));
+  then_ = [&] { port_.reset(); };
+  line_.send("gone");
+  EXPECT_TRUE(runUntil([&] { return !port_; }));
+  loadDuring(platform_, 20);
+  EXPECT_EQ(received_, "ofreshg");
+}
+
+TEST_F(SerialPortTest, HandsOverAsMuchAsInputLenSaysAndAnnouncesAsTheThresholdSays) {
+  port_->setPortOpen(true);
+  port_->setRThreshold(0);
+  line_.send("abcdef");
+  EXPECT_TRUE(runUntil([&] { return port_->InBufferCount() == 6; }));
+  EXPECT_EQ(port_->Input(), "a");
+  port_->setInputLen(3);
+  EXPECT_EQ(port_->Input(), "bcd");
+  port_->setInputLen(0);
+  EXPECT_EQ(port_->Input(), "ef");
+  EXPECT_EQ(port_->Input(), "");
+  EXPECT_EQ(events_, 0);
+  // What is read at the first event of several is not announced again.
+  port_->setRThreshold(1);
+  line_.sendAndSettle("ghi");
+  EXPECT_TRUE(receive("ghi"));
+  loadDuring(platform_, 20);
+  EXPECT_EQ(events_, 1);
+}
+
+TEST_F(SerialPortTest, KeepsAFloodBoundedInMemoryAndLosesNothing) {
+  port_->setRThreshold(0);
+  port_->setInputLen(1000);
+  port_->setPortOpen(true);
+  const std::string flood = everyByte(512 * 1024);
+  std::size_t sent = 0, looks_without_room = 0;
+  EXPECT_TRUE(runUntil([&] {
+    const std::size_t taken = line_.send(std::string_view(flood).substr(sent, 1000));
+    sent += taken;
+    looks_without_room = taken == 0 ? looks_without_room + 1 : 0;
+    return looks_without_room > 50;
+  }));
+  EXPECT_GT(port_->InBufferCount(), 60'000);
+  EXPECT_LT(port_->InBufferCount(), 80'000);
+  EXPECT_TRUE(runUntil([&] { return (received_ += port_->Input()).size() == sent; }));
+  EXPECT_EQ(received_, flood.substr(0, sent));
+}
+
+TEST_F(SerialPortTest, LeavesOtherEventsTheirTurnWhileMuchIsDelivered) {
+  port_->setPortOpen(true);
+  int ticks = 0;
+  const auto timer = platform_.makeTimer([&] { ++ticks; });
+  timer->setInterval(1);
+  timer->setEnabled(true);
+  then_ = [] {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(50);
+    while (std::chrono::steady_clock::now() < end) continue;
+  };
+  EXPECT_TRUE(receive(std::string(line_.send(std::string(3000, 'x')), 'x')));
+  EXPECT_GE(ticks, 10);
+}
+
+TEST_F(SerialPortTest, RefusesWithTheNumbersOfTheTable) {
+  SerialPort& port = *port_;
+  EXPECT_EQ(errorOf([&] { port.setPortOpen(false); }), 8012);
+  EXPECT_EQ(errorOf([&] { port.Input(); }), 8018);
+  EXPECT_EQ(errorOf([&] { port.Output("x"); }), 8018);
+  EXPECT_EQ(errorOf([&] { port.setCommPort(0); }), 8002);
+  EXPECT_EQ(errorOf([&] { port.setCommPort(17); }), 8002);
+  port.setSettings("38400,e,7,2");
+  for (const std::string settings : {"", "fast", "0", "-9600", "9600,N,8", "9600,X,8,1",
+                                     "9600,N,9,1", "9600,N,8,1,", "9600 ", "99999999999"}) {
+    EXPECT_EQ(errorOf([&] { port.setSettings(settings); }), 380) << settings;
+  }
+  EXPECT_EQ(port.Settings(), "38400,e,7,2");
+  port.setPortOpen(true);
+  EXPECT_EQ(openingError(), 8005);
+  EXPECT_EQ(errorOf([&] { port.setCommPort(4); }), 8000);
+}
+
+TEST_F(SerialPortTest, RefusesWhatIsNoSerialPortWithoutWaitingForIt) {
+  const std::string folder = home_.path(), pipe = folder + "/pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  for (const std::string& target : {pipe, folder, std::string("/dev/null"), folder + "/none"}) {
+    home_.link(3, target);
+    EXPECT_EQ(openingError(), 8002) << target;
+    const PortDetails details = platform_.portDetails(3);
+    EXPECT_EQ(details.device, target);
+    EXPECT_EQ(details.obstacle,
+              target == folder + "/none" ? "There is no such device." : "It is not a serial port.");
+  }
+}
+
+TEST_F(SerialPortTest, NeverTakesOrDisturbsAPortThatAnotherHolds) {
+  const termios before = line_.settings();
+  const int other = open(line_.path.c_str(), O_RDWR | O_NOCTTY);
+  flock(other, LOCK_EX);
+  EXPECT_EQ(openingError(), 8005);
+  EXPECT_EQ(platform_.portDetails(3).obstacle, "It is in use by this program.");
+  flock(other, LOCK_UN);
+  ioctl(other, TIOCEXCL);
+  EXPECT_EQ(openingError(), 8005);
+  EXPECT_EQ(platform_.portDetails(3).obstacle, "It is in use by another program.");
+  ioctl(other, TIOCNXCL);
+  const termios after = line_.settings();
+  EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
+
+  EXPECT_EQ(openingError(), 0);
+  EXPECT_EQ(platform_.portDetails(3).device, line_.path);
+  EXPECT_EQ(flock(other, LOCK_EX | LOCK_NB), -1);
+  int exclusive = 0;
+  ioctl(other, TIOCGEXCL, &exclusive);
+  EXPECT_EQ(exclusive, 1);
+  port_->setPortOpen(false);
+  EXPECT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
+  close(other);
+  EXPECT_EQ(openingError(), 0);
+  EXPECT_EQ(platform_.portDetails(3).obstacle, "It is in use by this program.");
+}
+
+TEST_F(SerialPortTest, CountsWhatAFullLineDidNotTakeAndBringsItLaterOrDropsItAtClosing) {
+  const std::string much = everyByte(256 * 1024);
+  port_->setPortOpen(true);
+  port_->Output(much);
+  line_.heard();  // Makes room, to which what waits already has the first right.
+  port_->Output("end");
+  EXPECT_GT(port_->OutBufferCount(), 100'000);
+  EXPECT_LT(loadDuring(platform_, 200), 0.2);
+  EXPECT_TRUE(runUntil([&] { return line_.heard().size() == much.size() + 3; }));
+  EXPECT_EQ(line_.heard(), much + "end");
+  EXPECT_EQ(port_->OutBufferCount(), 0);
+
+  port_->Output(much);
+  port_->setPortOpen(false);
+  EXPECT_EQ(port_->OutBufferCount(), 0);
+  EXPECT_EQ(openingError(), 0);
+}
+
+class VanishingDeviceTest : public SerialPortTest,
+                            public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(VanishingDeviceTest, IsReportedOnceAndCanBeOpenedWhenItIsBack) {
+  const std::string moment = GetParam();
+  port_->setPortOpen(true);
+  if (moment == "Reading") {
+    // Two characters are still to be delivered.
+    then_ = [&] { line_.unplug(); };
+    line_.sendAndSettle("abc");
+  } else if (moment == "Waiting") {
+    then_ = [&] {
+      then_ = nullptr;
+      line_.unplug();
+      EXPECT_TRUE(runUntil([&] { return !port_->PortOpen(); }));
+    };
+    line_.send("a");
+  } else {
+    if (moment == "Writing") port_->Output(everyByte(256 * 1024));
+    line_.unplug();
+  }
+  EXPECT_TRUE(runUntil([&] { return !port_->PortOpen(); }));
+  EXPECT_EQ(received_, moment == "Reading" ? "abc" : moment == "Waiting" ? "a" : "");
+  EXPECT_EQ(fault_, 57);
+  const int events = events_;
+  EXPECT_LT(loadDuring(platform_, 200), 0.2);
+  EXPECT_EQ(events_, events);
+  EXPECT_EQ(errorOf([this] { port_->Input(); }), 8018);
+  EXPECT_EQ(openingError(), 8002);
+
+  Line back;
+  home_.link(3, back.path);
+  EXPECT_EQ(openingError(), 0);
+  then_ = nullptr;
+  received_.clear();
+  back.send("back");
+  EXPECT_TRUE(receive("back"));
+}
+
+INSTANTIATE_TEST_SUITE_P(While, VanishingDeviceTest,
+                         ::testing::Values("Idle", "Reading", "Waiting", "Writing"),
+                         [](const auto& test) { return test.param; });
+
+TEST_F(SerialPortTest, TellsTheWriterOfAVanishedDeviceAndForgetsItAtClosing) {
+  port_->setPortOpen(true);
+  line_.unplug();
+  EXPECT_EQ(errorOf([this] { port_->Output("x"); }), 57);
+  port_->setPortOpen(false);
+  loadDuring(platform_, 20);
+  EXPECT_EQ(events_, 0);
+}
+
+}  // namespace
+}  // namespace mvdirigo

@@ -1,0 +1,238 @@
+#include <fstream>
+#include <sstream>
+#include <vector>
+
+#include <QFileDialog>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTimer>
+#include <gtest/gtest.h>
+
+#include "platform/qt/qt_platform.h"
+#include "support/config_home.h"
+#include "support/real_time.h"
+
+namespace mvdirigo {
+namespace {
+
+class TimerTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<Timer> start(int interval_ms, std::function<void()> on_tick) {
+    auto timer = platform_.makeTimer(std::move(on_tick));
+    timer->setInterval(interval_ms);
+    timer->setEnabled(true);
+    return timer;
+  }
+  std::unique_ptr<Timer> log(int interval_ms, const std::string& name) {
+    return start(interval_ms, [this, name] { log_ += name; });
+  }
+
+  QtPlatform platform_;
+  std::string log_;
+};
+
+// Timers tick in the order of their due times, however late the machine is: the tests look at that.
+
+TEST_F(TimerTest, EnablingAgainOrSettingTheSameIntervalLetsTheCountdownRunOn) {
+  const auto timer = log(60, "timer ");
+  const auto meddler = start(40, [&] {
+    timer->setEnabled(true);
+    timer->setInterval(60);
+  });
+  const auto later = log(80, "later ");
+  EXPECT_TRUE(runUntil(platform_, [&] { return log_.size() >= 12; }));
+  EXPECT_EQ(log_, "timer later ");
+}
+
+TEST_F(TimerTest, ANewIntervalOrANewStartBeginsTheCountdownAfresh) {
+  const auto changed = log(50, "changed ");
+  const auto restarted = log(60, "restarted ");
+  const std::unique_ptr<Timer> once = start(40, [&] {
+    once->setEnabled(false);
+    changed->setInterval(55);
+    restarted->setEnabled(false);
+    restarted->setEnabled(true);
+  });
+  const auto between = log(80, "between ");
+  EXPECT_TRUE(runUntil(platform_, [&] { return log_.size() >= 26; }));
+  EXPECT_EQ(log_.substr(0, 26), "between changed restarted ");
+}
+
+TEST_F(TimerTest, TicksUntilItIsDisabledOrDestroyedAndNeverWithoutAnInterval) {
+  int ticks = 0;
+  std::unique_ptr<Timer> own = start(1, [&] {
+    if (++ticks == 3) own.reset();
+  });
+  const std::unique_ptr<Timer> disabled = start(1, [&] {
+    log_ += "x";
+    disabled->setEnabled(false);
+  });
+  const auto zero = log(0, "zero");
+  const auto negative = log(-5, "negative");
+  const auto emptied = start(5, [&] { log_ += "emptied"; });
+  emptied->setInterval(0);
+  EXPECT_TRUE(emptied->Enabled());
+  EXPECT_TRUE(runUntil(platform_, [&] { return !own; }));
+  loadDuring(platform_, 30);
+  EXPECT_EQ(ticks, 3);
+  EXPECT_EQ(log_, "x");
+}
+
+class EventLoopTest : public TimerTest {};
+
+TEST_F(EventLoopTest, SleepsWhileItWaits) { EXPECT_LT(loadDuring(platform_, 300), 0.1); }
+
+TEST_F(EventLoopTest, SaysWhyAWaitEndedAlsoWhenWaitsNest) {
+  WindowLife outer, inner;
+  bool outer_done = false;
+  WaitResult inner_result = WaitResult::kDone;
+  const std::unique_ptr<Timer> nested = start(1, [&] {
+    nested->setEnabled(false);
+    inner_result = platform_.eventLoop().waitUntil([] { return false; }, inner);
+    log_ += outer_done ? "inner after the outer was due" : "";
+  });
+  const auto step = start(10, [&] { outer_done ? inner.leave() : void(outer_done = true); });
+  EXPECT_EQ(platform_.eventLoop().waitUntil([&] { return outer_done; }, outer), WaitResult::kDone);
+  EXPECT_EQ(inner_result, WaitResult::kWindowGone);
+  EXPECT_EQ(log_, "inner after the outer was due");
+}
+
+TEST_F(EventLoopTest, EndsEveryWaitWhenTheApplicationExits) {
+  const WindowLife window;
+  std::vector<WaitResult> results;
+  const auto wait = [&] {
+    results.push_back(platform_.eventLoop().waitUntil([] { return false; }, window));
+  };
+  QTimer::singleShot(0, wait);
+  QTimer::singleShot(5, wait);
+  QTimer::singleShot(10, [] { QApplication::exit(7); });
+  EXPECT_EQ(QApplication::exec(), 7);
+  EXPECT_EQ(results, (std::vector<WaitResult>(2, WaitResult::kWindowGone)));
+}
+
+class StoreTest : public ::testing::Test {
+ protected:
+  std::string readFile(const std::string& name) {
+    std::ostringstream content;
+    content << std::ifstream(home_.path() / name).rdbuf();
+    return content.str();
+  }
+  void writeFile(const std::string& content) { std::ofstream(home_.path() / "app.ini") << content; }
+  static std::string get(const std::string& key) {
+    return IniSettingsStore().get("app", "Strings", key, "default");
+  }
+  static void save(const std::string& key, const std::string& value) {
+    IniSettingsStore().save("app", "Strings", key, value);
+  }
+
+  ConfigHome home_;
+};
+
+TEST_F(StoreTest, GivesBackEveryTextAsItWasSaved) {
+  for (const std::string text :
+       {"", " both ends ", "/1A1000,P20, 30R", "a;b", "@Invalid()", "@", "100 %", "C:\\x41\\",
+        "\"quoted\" 'text'", "[section]", "# no", "key=value",
+        "\xC2\xB5 \xE2\x82\xAC \xF0\x9F\x98\x80", "tab\tline\r\nend\x01"}) {
+    save("Row", text);
+    EXPECT_EQ(get("Row"), text);
+  }
+  EXPECT_EQ(get("Missing"), "default");
+}
+
+TEST_F(StoreTest, TakesWhatWasTypedByHandAndKeepsWhatItDoesNotKnow) {
+  writeFile("[Strings]\nRow=/1A1000,P20,R\nPlain=/1&\n[Other]\nkey=kept\n");
+  EXPECT_EQ(get("Row"), "/1A1000,P20,R");
+  EXPECT_EQ(get("Plain"), "/1&");
+  save("Plain", "/2&");
+  EXPECT_NE(readFile("app.ini").find("[Other]\nkey=kept\n"), std::string::npos);
+  EXPECT_EQ(get("Row"), "/1A1000,P20,R");
+}
+
+TEST_F(StoreTest, SetsAFileThatIsNoStoreAsideBeforeItWrites) {
+  for (const std::string& content :
+       std::vector<std::string>{"[Strings\nRow", "no store at all\n",
+                                std::string("[Strings]\nRow=\0\0", 16), "[Strings]\nRow=\xB5\n"}) {
+    writeFile(content);
+    EXPECT_EQ(get("Row"), "default");
+    EXPECT_EQ(readFile("app.ini.corrupt"), content);
+    save("Row", "new");
+    EXPECT_EQ(get("Row"), "new");
+  }
+}
+
+TEST_F(StoreTest, GoesOnWithoutAFileThatCanNotBeWritten) {
+  writeFile("");
+  qputenv("XDG_CONFIG_HOME", (home_.path() / "app.ini").c_str());
+  IniSettingsStore store;
+  store.save("app", "Strings", "Row", "value");
+  EXPECT_EQ(store.get("app", "Strings", "Row", "default"), "value");
+}
+
+class DialogTest : public ::testing::Test {
+ protected:
+  /// Lets `answer` use the next dialog that stands open.
+  template <class Dialog>
+  static void whenShown(std::function<void(Dialog&)> answer) {
+    QTimer::singleShot(0, [answer] {
+      auto* dialog = dynamic_cast<Dialog*>(QApplication::activeModalWidget());
+      dialog ? answer(*dialog) : whenShown<Dialog>(answer);
+    });
+  }
+  /// Shows a box of `style` and presses `button`, or closes it.
+  BoxButton answer(int style, QMessageBox::Icon icon, QMessageBox::StandardButton button) {
+    whenShown<QMessageBox>([&](QMessageBox& box) {
+      EXPECT_EQ(box.icon(), icon);
+      EXPECT_EQ(box.windowTitle(), "Tolvaris MVDirigo");
+      EXPECT_EQ(box.textFormat(), Qt::PlainText);
+      button == QMessageBox::NoButton ? void(box.close()) : box.button(button)->click();
+    });
+    return dialogs_.messageBox("<b>5</b> & 6", style);
+  }
+
+  QtDialogs dialogs_;
+};
+
+TEST_F(DialogTest, BoxesHaveTheIconAndButtonsOfTheirStyleAndAClosingCountsAsCancelOrNo) {
+  using Box = QMessageBox;
+  EXPECT_EQ(answer(0, Box::NoIcon, Box::NoButton), BoxButton::kOk);
+  EXPECT_EQ(answer(16, Box::Critical, Box::Ok), BoxButton::kOk);
+  EXPECT_EQ(answer(49, Box::Warning, Box::Ok), BoxButton::kOk);
+  EXPECT_EQ(answer(1, Box::NoIcon, Box::NoButton), BoxButton::kCancel);
+  EXPECT_EQ(answer(68, Box::Information, Box::Yes), BoxButton::kYes);
+  EXPECT_EQ(answer(68, Box::Information, Box::NoButton), BoxButton::kNo);
+  EXPECT_EQ(answer(112, Box::Warning, Box::Ok), BoxButton::kOk);
+
+  auto window = std::make_unique<QWidget>();
+  window->show();
+  whenShown<Box>([&](Box&) { window.reset(); });
+  EXPECT_EQ(dialogs_.messageBox("goes with its window", box::kYesNo), BoxButton::kNo);
+}
+
+TEST_F(DialogTest, FileDialogsReturnThePathOrReportTheCancelAsAsked) {
+  const ConfigHome folder;
+  const auto save = [&](const std::string& name, const FileRequest& request) {
+    whenShown<QFileDialog>([&](QFileDialog& dialog) {
+      EXPECT_EQ(dialog.nameFilters(), QStringList{"Update (*.zrf)"});
+      dialog.findChild<QLineEdit*>("fileNameEdit")->setText((folder.path() / name).c_str());
+      static_cast<QDialog&>(dialog).accept();
+    });
+    return std::filesystem::path(dialogs_.saveFile(request)).filename();
+  };
+  FileRequest request;
+  request.filter = "Update (*.zrf)|*.zrf";
+  EXPECT_EQ(save("image", request), "image");
+  request.default_extension = "zrf";
+  EXPECT_EQ(save("image", request), "image.zrf");
+  EXPECT_EQ(save("image.bin", request), "image.bin");
+
+  const auto cancel = [](QFileDialog& dialog) { dialog.reject(); };
+  whenShown<QFileDialog>(cancel);
+  EXPECT_EQ(dialogs_.openFile(request), "");
+  request.cancel_is_error = true;
+  whenShown<QFileDialog>(cancel);
+  EXPECT_THROW(dialogs_.openFile(request), RuntimeError);
+}
+
+}  // namespace
+}  // namespace mvdirigo
