@@ -260,6 +260,21 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
   EXPECT_LE(search(), 50) << "a double click on the stop starts no search within the search";
 }
 
+TEST_F(SettingsWindow, LeavesThePortClosedForNewSettingsAndForTheUpdate) {
+  platform_.attach(1, silent_);
+  start();
+  press("SendCommand(3)");
+  openDialog();
+  platform_.runFor(1000);
+  EXPECT_EQ(reply(3), "No Movane detected. Check connections");
+  EXPECT_FALSE(program_->console().MSComm1().PortOpen()) << "closed by the bar, so not reopened";
+  after(300, [this] { press(dialog(), "cmdUpdate"); });
+  EXPECT_LE(search(), 300);
+  EXPECT_EQ(stored("Settings", "FirstTimeStartup"), "1");
+  platform_.runFor(2000);
+  EXPECT_FALSE(program_->console().MSComm1().PortOpen()) << "the update dialog owns the line";
+}
+
 TEST_F(SettingsWindow, EndsTheSearchWhenTheConsoleIsClosed) {
   platform_.attach(1, silent_);
   start();

@@ -24,7 +24,8 @@ Settings& Program::settings() {
 
 void Program::showSettings(QPoint anchor) {
   Settings& dialog = settings();
-  dialog.move(anchor + QPoint(0, dialog.sizeHint().height() / 2));
+  dialog.adjustSize();
+  dialog.move(anchor + QPoint(0, dialog.height() / 2));
   dialog.show();
   dialog.raise();
   dialog.activateWindow();

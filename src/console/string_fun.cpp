@@ -51,6 +51,7 @@ StringFun::StringFun(Platform& platform, Neighbours& neighbours)
   scroll_area_->setFrameShape(QFrame::NoFrame);
   scroll_area_->setFocusPolicy(Qt::NoFocus);
   scroll_area_->setWidget(screen_);
+  screen_->installEventFilter(this);
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->addWidget(scroll_area_);
@@ -89,8 +90,12 @@ void StringFun::LoadSettings() {
 
 void StringFun::SetupScreen() {
   LiveSettings& settings = neighbours_.liveSettings();
+  // A layout in mid-transaction leaves no button behind in the state of the count before.
+  const bool idle = screen_->SendCommand[0]->isEnabled();
+  enableSendCommands(true);
   NumStrings = kRowsWithoutSetting;
   skipOnError([&] { NumStrings = textToInt16(settings.MaxStrings()); });
+  enableSendCommands(idle);
   transaction_.link().close();
   screen_->layOutRows(NumStrings);
   for (int row = 0; row < std::min(NumStrings, kRows); ++row) {
@@ -109,9 +114,19 @@ void StringFun::setReplyTimeOut(const std::string& text) {
 void StringFun::fitToScreen() {
   const QSize room = screen()->availableSize() - QSize(40, 60);
   QSize size = screen_->size();
-  const int bar = style()->pixelMetric(QStyle::PM_ScrollBarExtent);
-  if (size.height() > room.height()) size.rwidth() += bar;
+  const bool fits = size.boundedTo(room) == size;
+  // At fractional scale factors a window of the very size could still seem a pixel too small.
+  const auto bars = fits ? Qt::ScrollBarAlwaysOff : Qt::ScrollBarAsNeeded;
+  scroll_area_->setHorizontalScrollBarPolicy(bars);
+  scroll_area_->setVerticalScrollBarPolicy(bars);
+  if (!fits) size += QSize(1, 1) * style()->pixelMetric(QStyle::PM_ScrollBarExtent);
   resize(size.boundedTo(room));
+}
+
+// Another font or style changes the size of the controls.
+bool StringFun::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == screen_ && event->type() == QEvent::Resize) fitToScreen();
+  return QWidget::eventFilter(watched, event);
 }
 
 void StringFun::LoadButton_Click(int Index) {

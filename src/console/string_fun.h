@@ -54,6 +54,7 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
 
  protected:
   void closeEvent(QCloseEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
   void LoadSettings();

@@ -28,14 +28,19 @@ SerialLink::SerialLink(Platform& platform, LiveSettingsSource settings, Listener
 void SerialLink::openOnDemand() {
   if (port_->PortOpen()) return;
   LiveSettings& settings = settings_();
-  skipOnError([&] { port_->setRThreshold(1); });
-  skipOnError([&] { port_->setInputLen(1); });
-  skipOnError([&] { port_->setCommPort(textToInt16(settings.CommPortSetting())); });
-  skipOnError([&] { port_->setSettings(settings.BaudRate()); });
-  skipOnError([&] { port_->setPortOpen(true); });
+  skipOnError([&] {
+    port_->setRThreshold(1);
+    port_->setInputLen(1);
+    // A setting that is refused leaves the port closed: a command is not to reach another unit.
+    port_->setCommPort(textToInt16(settings.CommPortSetting()));
+    port_->setSettings(settings.BaudRate());
+    port_->setPortOpen(true);
+  });
 }
 
 void SerialLink::reset() {
+  // Whoever closed the port meanwhile did so for new settings or for another owner of the line.
+  if (!port_->PortOpen()) return;
   skipOnError([&] { port_->Input(); });
   skipOnError([&] { port_->setPortOpen(false); });
   skipOnError([&] { port_->setPortOpen(true); });

@@ -30,10 +30,11 @@ class SerialLink {
 
   SerialLink(Platform& platform, LiveSettingsSource settings, Listener& listener);
 
-  /// Opens the port with the live settings unless it is open. Never reports: a failing step is
-  /// skipped, and a port that stays closed shows as a missing reply.
+  /// Opens the port with the live settings unless it is open. Never reports: a port that stays
+  /// closed shows as a missing reply.
   void openOnDemand();
-  /// Empties the receive buffer, closes the port and opens it again; failing steps are skipped.
+  /// Empties the receive buffer of an open port, closes it and opens it again; failing steps are
+  /// skipped.
   void reset();
   /// Closes the port if it is open.
   void close();

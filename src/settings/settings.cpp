@@ -59,7 +59,6 @@ Settings::Settings(Platform& platform, StringFun& console, std::function<void()>
   cmdUpdate->setObjectName("cmdUpdate");
   auto* cmdOK = new QPushButton("OK");
   cmdOK->setObjectName("cmdOK");
-  for (QPushButton* button : {cmdUpdate, cmdOK}) button->setAutoDefault(false);
 
   auto* grid = new QGridLayout(this);
   grid->addWidget(makeLineGroup(), 0, 0);
@@ -83,6 +82,12 @@ QGroupBox* Settings::makeLineGroup() {
   CommPortSetting_ = new QLineEdit;
   lstBaudRate = new QListWidget;
   for (const char* rate : kBaudRates) lstBaudRate->addItem(rate);
+  // Ctrl and a click would leave a rate that is chosen but looks as if it were not.
+  connect(lstBaudRate, &QListWidget::itemSelectionChanged, this, [this] {
+    if (selectedBaudRow() < 0 && lstBaudRate->currentItem() != nullptr) {
+      lstBaudRate->currentItem()->setSelected(true);
+    }
+  });
   fitToRows(lstBaudRate);
   DTProtocol_ = new QRadioButton("DT Protocol");
   DTProtocol_->setObjectName("DTProtocol");
@@ -126,7 +131,6 @@ QGroupBox* Settings::makeSearchGroup() {
   cmdRescanPorts->setObjectName("cmdRescanPorts");
   AutoSetup = new QPushButton("Auto Set Comm");
   AutoSetup->setObjectName("AutoSetup");
-  for (QPushButton* button : {cmdRescanPorts, AutoSetup}) button->setAutoDefault(false);
   ResponseString = new QLineEdit;
   ResponseString->setReadOnly(true);
 
@@ -190,8 +194,8 @@ void Settings::SaveAppSettings() {
   SettingsStore& store = platform_.settingsStore();
   writeSetting(store, stored::kMaxStrings, MaxStrings());
   writeSetting(store, stored::kCommPortSetting, CommPortSetting());
-  if (lstBaudRate->currentRow() >= 0) {
-    writeSetting(store, stored::kBaudRate, std::to_string(lstBaudRate->currentRow()));
+  if (selectedBaudRow() >= 0) {
+    writeSetting(store, stored::kBaudRate, std::to_string(selectedBaudRow()));
   }
   writeSetting(store, stored::kRCVTimeout, RCVTimeout());
   kept_ = choices();
@@ -231,6 +235,8 @@ void Settings::cmdOK_Click() {
 
 void Settings::cmdUpdate_Click() {
   atHandlerEdge(platform_.dialogs(), "cmdUpdate_Click", [this] {
+    // The update owns the line; a search would go on behind it.
+    if (search_.searching()) search_.AutoSetup_Click();
     closeConsolePort();
     hide();
     show_update_();
@@ -251,14 +257,20 @@ void Settings::MaxStrings_Change() {
 }
 
 bool Settings::eventFilter(QObject* watched, QEvent* event) {
-  if (watched == lstPorts->viewport() && event->type() == QEvent::MouseButtonPress) {
-    const auto* press = static_cast<QMouseEvent*>(event);
-    if (press->button() == Qt::LeftButton) {
-      lstPorts_MouseDown(press->position().toPoint());
+  if (watched != lstPorts->viewport()) return QDialog::eventFilter(watched, event);
+  switch (event->type()) {
+    case QEvent::MouseButtonPress:
+    case QEvent::MouseButtonDblClick: {
+      const auto* press = static_cast<QMouseEvent*>(event);
+      if (press->button() == Qt::LeftButton) lstPorts_MouseDown(press->position().toPoint());
       return true;
     }
+    // The list itself would move its highlight away from the port that was picked.
+    case QEvent::MouseMove:
+      return true;
+    default:
+      return QDialog::eventFilter(watched, event);
   }
-  return QDialog::eventFilter(watched, event);
 }
 
 void Settings::lstPorts_MouseDown(QPoint position) {
@@ -268,6 +280,15 @@ void Settings::lstPorts_MouseDown(QPoint position) {
   lstPorts->setFocus(Qt::MouseFocusReason);
   setCommPortSetting(row + 1);
   lstPorts->setCurrentRow(row);
+}
+
+void Settings::changeEvent(QEvent* event) {
+  QDialog::changeEvent(event);
+  if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange) {
+    for (QListWidget* list : {lstBaudRate, lstPorts}) {
+      if (list != nullptr) fitToRows(list);
+    }
+  }
 }
 
 void Settings::showEvent(QShowEvent* event) {
@@ -287,8 +308,8 @@ void Settings::reject() {
 }
 
 Settings::Choices Settings::choices() const {
-  return {CommPortSetting_->text(), MaxStrings_->text(), RCVTimeout_->text(),
-          lstBaudRate->currentRow(), OEMProtocol_->isChecked()};
+  return {CommPortSetting_->text(), MaxStrings_->text(), RCVTimeout_->text(), selectedBaudRow(),
+          OEMProtocol_->isChecked()};
 }
 
 void Settings::restore(const Choices& choices) {
@@ -302,8 +323,13 @@ void Settings::restore(const Choices& choices) {
 std::string Settings::CommPortSetting() { return CommPortSetting_->text().toStdString(); }
 
 std::string Settings::BaudRate() {
-  const QListWidgetItem* row = lstBaudRate->currentItem();
-  return row != nullptr ? row->text().toStdString() : std::string();
+  const int row = selectedBaudRow();
+  return row >= 0 ? lstBaudRate->item(row)->text().toStdString() : std::string();
+}
+
+int Settings::selectedBaudRow() const {
+  const auto selected = lstBaudRate->selectedItems();
+  return selected.isEmpty() ? -1 : lstBaudRate->row(selected.front());
 }
 
 bool Settings::DTProtocol() { return DTProtocol_->isChecked(); }

@@ -46,6 +46,7 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   void stopScanTimer() override { search_.ScanTimer().setEnabled(false); }
 
  protected:
+  void changeEvent(QEvent* event) override;
   void showEvent(QShowEvent* event) override;
   void reject() override;
   bool eventFilter(QObject* watched, QEvent* event) override;
@@ -64,6 +65,8 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   void ScanPorts();
   QString portToolTip(int port, bool available);
   void selectStoredBaudRate();
+  /// -1 when none is selected.
+  int selectedBaudRow() const;
   Choices choices() const;
   void restore(const Choices& choices);
 
