@@ -35,11 +35,12 @@ std::string pieceAt(const std::string& image, std::size_t position) {
   return piece;
 }
 
-/// A unit's answer as it stands, but in one line: without the line ends in it and behind it.
+/// A unit's answer as it stands, but without the line ends around it.
 std::string shownAnswer(std::string_view reply) {
-  std::string answer(reply);
-  std::erase_if(answer, [](char c) { return c == '\r' || c == '\n'; });
-  return utf8FromLatin1(answer);
+  constexpr std::string_view kLineEnds = "\r\n";
+  const auto first = std::min(reply.find_first_not_of(kLineEnds), reply.size());
+  reply.remove_prefix(first);
+  return utf8FromLatin1(reply.substr(0, reply.find_last_not_of(kLineEnds) + 1));
 }
 
 }  // namespace
@@ -324,7 +325,10 @@ BoxButton FirmwareUpdate::showBox(const std::string& text, int style) {
 }
 
 std::string FirmwareUpdate::command(const std::string& text) {
-  return std::string("/") + addressCharacter() + text + "\r";
+  std::string command{'/', addressCharacter()};
+  command += text;
+  command += '\r';
+  return command;
 }
 
 char FirmwareUpdate::addressCharacter() {

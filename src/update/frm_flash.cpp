@@ -96,7 +96,7 @@ QGroupBox* frmFlash::makeUpdateGroup() {
   cboBaud->setAccessibleName("Baud Rate:");
   cboBaud->addItems({"9600", "19200", "38400", "57600"});
 
-  auto* cmdLoadImage = makeButton("Load Image", "cmdLoadImage");
+  cmdLoadImage = makeButton("Load Image", "cmdLoadImage");
   cmdUpdate = makeButton("Update", "cmdUpdate");
   cmdUpdate->setEnabled(false);
   cmdPause = makeButton("Pause Transfer", "cmdPause");
@@ -140,7 +140,7 @@ QGroupBox* frmFlash::makeUpdateGroup() {
   grid->addWidget(pgbUpdate, 4, 0, 1, 4);
 
   connect(cmdLoadImage, &QPushButton::clicked, this, [this] { update_.cmdLoadImage_Click(); });
-  connect(cmdUpdate, &QPushButton::clicked, this, [this] { update_.cmdUpdate_Click(); });
+  connect(cmdUpdate, &QPushButton::clicked, this, [this] { cmdUpdate_Click(); });
   connect(cmdClose, &QPushButton::clicked, this, [this] { cmdClose_Click(); });
   return group;
 }
@@ -156,6 +156,16 @@ void frmFlash::Form_Unload() {
   life_.leave();
   update_.close();
   hide();
+}
+
+void frmFlash::cmdUpdate_Click() {
+  if (busy()) return;
+  // A playback of the console may have opened its port meanwhile.
+  settings_.closeConsolePort();
+  // A file dialog would stop the update, and the unit's answers would seem to be late.
+  enable(cmdLoadImage, false);
+  update_.cmdUpdate_Click();
+  if (!life_.leaving()) cmdLoadImage->setEnabled(true);
 }
 
 void frmFlash::cmdClose_Click() {
@@ -181,6 +191,7 @@ void frmFlash::keyPressEvent(QKeyEvent* event) {
 bool frmFlash::verbose() { return Verbose->isChecked(); }
 
 void frmFlash::printTraffic(const std::string& bytes) {
+  if (traffic_->isHidden()) enlarge();
   traffic_->appendPlainText(QString::fromStdString(visibleControls(bytes)));
   traffic_->moveCursor(QTextCursor::End);
 }
@@ -201,14 +212,21 @@ void frmFlash::setProgress(int percent) {
   pgbUpdate->setValue(std::clamp(percent, pgbUpdate->minimum(), pgbUpdate->maximum()));
 }
 
-void frmFlash::enableUpdate(bool enabled) { cmdUpdate->setEnabled(enabled); }
+void frmFlash::enableUpdate(bool enabled) { enable(cmdUpdate, enabled); }
 
 void frmFlash::enlarge() {
   traffic_->show();
   resize(kVerboseSize);
 }
 
-void frmFlash::enablePause(bool enabled) { cmdPause->setEnabled(enabled); }
+void frmFlash::enablePause(bool enabled) { enable(cmdPause, enabled); }
+
+// A disabled button hands its focus on, in the end to "Close", where a key pressed by mistake would
+// end the update.
+void frmFlash::enable(QPushButton* button, bool enabled) {
+  if (!enabled && focusWidget() == button) txtStatus->setFocus();
+  button->setEnabled(enabled);
+}
 
 int frmFlash::unitNumber() { return cboID->currentData().toInt(); }
 

@@ -40,7 +40,9 @@ class frmFlash : public QDialog, private FirmwareUpdate::Window {
 
  private:
   QGroupBox* makeUpdateGroup();
+  void cmdUpdate_Click();
   void cmdClose_Click();
+  void enable(QPushButton* button, bool enabled);
 
   bool verbose() override;
   void printTraffic(const std::string& bytes) override;
@@ -62,6 +64,7 @@ class frmFlash : public QDialog, private FirmwareUpdate::Window {
 
   QComboBox* cboID = nullptr;
   QComboBox* cboBaud = nullptr;
+  QPushButton* cmdLoadImage = nullptr;
   QPushButton* cmdUpdate = nullptr;
   QPushButton* cmdPause = nullptr;
   QCheckBox* Verbose = nullptr;

@@ -32,20 +32,7 @@ fs::path linkFolder() {
 }
 
 /// The device or the link to it that stands for a port, whether it exists or not.
-fs::path nameOf(int comm_port) {
-  const std::string link = "com" + std::to_string(comm_port);
-  for (const fs::path& folder : {linkFolder(), fs::path("/dev")}) {
-    std::error_code error;
-    // A link to a device that is unplugged counts: the number isn't another device's meanwhile.
-    if (fs::exists(fs::symlink_status(folder / link, error))) return folder / link;
-  }
-  if (comm_port <= 4) return "/dev/ttyS" + std::to_string(comm_port - 1);
-  if (comm_port <= 12) return "/dev/ttyUSB" + std::to_string(comm_port - 5);
-  return "/dev/ttyACM" + std::to_string(comm_port - 13);
-}
-
-fs::path deviceOf(int comm_port) {
-  const fs::path name = nameOf(comm_port);
+fs::path deviceOf(const fs::path& name) {
   std::error_code error;
   const fs::path device = fs::canonical(name, error);
   if (!error) return device;
@@ -196,11 +183,23 @@ TakenDevice::~TakenDevice() {
   if (handle_ >= 0) close(handle_);
 }
 
-TakenDevice PortDevices::take(int comm_port) {
+fs::path PortDevices::nameOf(int comm_port) {
+  const std::string link = "com" + std::to_string(comm_port);
+  for (const fs::path& folder : {linkFolder(), fs::path("/dev")}) {
+    std::error_code error;
+    // A link to a device that is unplugged counts: the number isn't another device's meanwhile.
+    if (fs::exists(fs::symlink_status(folder / link, error))) return folder / link;
+  }
+  if (comm_port <= 4) return "/dev/ttyS" + std::to_string(comm_port - 1);
+  if (comm_port <= 12) return "/dev/ttyUSB" + std::to_string(comm_port - 5);
+  return "/dev/ttyACM" + std::to_string(comm_port - 13);
+}
+
+TakenDevice PortDevices::take(int comm_port, const fs::path& name) {
   auto& refusal = refusals_.at(static_cast<std::size_t>(comm_port));
   try {
     refusal.reset();
-    return takeDevice(deviceOf(comm_port));
+    return takeDevice(deviceOf(name));
   } catch (const RuntimeError& error) {
     refusal = error.fault();
     throw;
@@ -208,7 +207,7 @@ TakenDevice PortDevices::take(int comm_port) {
 }
 
 PortDetails PortDevices::describe(int comm_port) const {
-  const fs::path device = deviceOf(comm_port);
+  const fs::path device = deviceOf(nameOf(comm_port));
   return {device.string(), hardwareOf(device),
           obstacleOf(device, refusals_.at(static_cast<std::size_t>(comm_port)))};
 }

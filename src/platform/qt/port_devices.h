@@ -31,10 +31,13 @@ class TakenDevice {
 /// 1 to 4 /dev/ttyS0 to 3, 5 to 12 /dev/ttyUSB0 to 7, 13 to 16 /dev/ttyACM0 to 3.
 class PortDevices {
  public:
-  /// Takes the device of a port against other programs; its line settings stay as they are.
+  /// The name under which the port's device is to be found now; there may be no such device.
+  static std::filesystem::path nameOf(int comm_port);
+
+  /// Takes the device `name` of a port against other programs; its line settings stay as they are.
   /// Throws `kPortAlreadyOpen` when a program holds it, `kInvalidPortNumber` when there is no such
   /// serial device, `kPermissionDenied`, or `kDeviceIo`.
-  TakenDevice take(int comm_port);
+  TakenDevice take(int comm_port, const std::filesystem::path& name);
 
   /// What is known of a port. Opens nothing, because opening a port moves its modem lines.
   PortDetails describe(int comm_port) const;

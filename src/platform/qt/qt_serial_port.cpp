@@ -120,6 +120,7 @@ void QtSerialPort::setCommPort(int port) {
   if (PortOpen()) throw RuntimeError(Fault::kNotValidWhilePortOpen);
   if (port < kLowestPort || port > kHighestPort) throw RuntimeError(Fault::kInvalidPortNumber);
   comm_port_ = port;
+  device_name_ = PortDevices::nameOf(port);
 }
 
 void QtSerialPort::setSettings(const std::string& settings) {
@@ -137,7 +138,7 @@ void QtSerialPort::setPortOpen(bool open) {
 }
 
 void QtSerialPort::open() {
-  TakenDevice device = devices_.take(comm_port_);
+  TakenDevice device = devices_.take(comm_port_, device_name_);
   preferLowLatency(device.handle());
 
   auto port = std::make_unique<QSerialPort>(QString::fromStdString(device.path().string()));

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <deque>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -69,6 +70,9 @@ class QtSerialPort : public SerialPort {
   /// Shared with the deliveries in progress, so that a handler may destroy this control.
   const std::shared_ptr<const std::function<void()>> on_comm_;
 
+  /// Chosen with the port number and kept: a port whose link vanishes with its device is not
+  /// opened again as another device of the same number.
+  std::filesystem::path device_name_ = PortDevices::nameOf(kLowestPort);
   int comm_port_ = 1;
   std::string settings_ = "9600,N,8,1";
   LineSettings line_;
