@@ -4,7 +4,8 @@
 #include <string>
 
 #include <QApplication>
-#include <QTemporaryDir>
+
+#include "support/files.h"
 
 namespace mvdirigo {
 
@@ -12,24 +13,27 @@ namespace mvdirigo {
 class ConfigHome {
  public:
   ConfigHome() : before_(qgetenv("XDG_CONFIG_HOME")) {
-    qputenv("XDG_CONFIG_HOME", folder_.path().toUtf8());
+    qputenv("XDG_CONFIG_HOME", folder_.path.c_str());
   }
   ~ConfigHome() { qputenv("XDG_CONFIG_HOME", before_); }
 
-  std::filesystem::path path() const { return folder_.path().toStdString(); }
+  const std::filesystem::path& path() const { return folder_.path; }
 
+  /// The link that says which device a port stands for.
+  std::filesystem::path portLink(int comm_port) const {
+    const std::string application = QApplication::applicationName().toStdString();
+    return path() / application / "ports" / ("com" + std::to_string(comm_port));
+  }
   /// Lets port `comm_port` stand for `device`.
   void link(int comm_port, const std::filesystem::path& device) const {
-    const auto ports = path() / QApplication::applicationName().toStdString() / "ports";
-    const auto link = ports / ("com" + std::to_string(comm_port));
-    std::filesystem::create_directories(ports);
-    std::filesystem::remove(link);
-    std::filesystem::create_symlink(device, link);
+    std::filesystem::create_directories(portLink(comm_port).parent_path());
+    std::filesystem::remove(portLink(comm_port));
+    std::filesystem::create_symlink(device, portLink(comm_port));
   }
 
  private:
   QByteArray before_;
-  QTemporaryDir folder_;
+  TemporaryFolder folder_;
 };
 
 }  // namespace mvdirigo

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <functional>
+#include <utility>
+
 #include <gtest/gtest.h>
 
 #include "simulator/virtual_platform.h"
@@ -11,6 +14,11 @@ class VirtualTest : public ::testing::Test {
  protected:
   void TearDown() override {
     for (const std::string& problem : platform_.problems()) ADD_FAILURE() << problem;
+  }
+
+  /// Runs `action` so much later, while something waits.
+  void after(SimTime delay, std::function<void()> action) {
+    platform_.queue().post(platform_.now() + delay, std::move(action));
   }
 
   VirtualPlatform platform_;

@@ -37,6 +37,11 @@ class WindowTest : public VirtualTest {
     program_->start();
   }
 
+  void startWithUnit() {
+    platform_.attach(1, bus_);
+    start();
+  }
+
   void store(const std::string& section, const std::string& key, const std::string& value) {
     platform_.store().values[{kApplicationName, section, key}] = value;
   }
@@ -71,6 +76,7 @@ class WindowTest : public VirtualTest {
         .toStdString();
   }
 
+  SimulatedBus bus_{{UnitOptions{}}};
   std::unique_ptr<Program> program_;
   bool ended_ = false;
 };
