@@ -1,5 +1,3 @@
-#include <fstream>
-#include <sstream>
 #include <vector>
 
 #include <QFileDialog>
@@ -10,16 +8,27 @@
 #include <gtest/gtest.h>
 
 #include "platform/qt/qt_platform.h"
+#include "simulator/virtual_platform.h"
 #include "support/config_home.h"
+#include "support/files.h"
 #include "support/real_time.h"
 
 namespace mvdirigo {
 namespace {
 
-class TimerTest : public ::testing::Test {
+/// What both machines promise: the real one and the one in virtual time.
+class TimerTest : public ::testing::TestWithParam<const char*> {
  protected:
+  TimerTest() {
+    if (GetParam() == std::string("Real")) {
+      platform_ = std::make_unique<QtPlatform>();
+    } else {
+      platform_ = std::make_unique<VirtualPlatform>();
+    }
+  }
+
   std::unique_ptr<Timer> start(int interval_ms, std::function<void()> on_tick) {
-    auto timer = platform_.makeTimer(std::move(on_tick));
+    auto timer = platform_->makeTimer(std::move(on_tick));
     timer->setInterval(interval_ms);
     timer->setEnabled(true);
     return timer;
@@ -27,25 +36,29 @@ class TimerTest : public ::testing::Test {
   std::unique_ptr<Timer> log(int interval_ms, const std::string& name) {
     return start(interval_ms, [this, name] { log_ += name; });
   }
+  /// Waits until so many characters are logged.
+  std::string logged(std::size_t length) {
+    runUntil(*platform_, [&] { return log_.size() >= length; });
+    return log_.substr(0, length);
+  }
 
-  QtPlatform platform_;
+  std::unique_ptr<Platform> platform_;
   std::string log_;
 };
 
 // Timers tick in the order of their due times, however late the machine is: the tests look at that.
 
-TEST_F(TimerTest, EnablingAgainOrSettingTheSameIntervalLetsTheCountdownRunOn) {
+TEST_P(TimerTest, EnablingAgainOrSettingTheSameIntervalLetsTheCountdownRunOn) {
   const auto timer = log(60, "timer ");
   const auto meddler = start(40, [&] {
     timer->setEnabled(true);
     timer->setInterval(60);
   });
   const auto later = log(80, "later ");
-  EXPECT_TRUE(runUntil(platform_, [&] { return log_.size() >= 12; }));
-  EXPECT_EQ(log_, "timer later ");
+  EXPECT_EQ(logged(12), "timer later ");
 }
 
-TEST_F(TimerTest, ANewIntervalOrANewStartBeginsTheCountdownAfresh) {
+TEST_P(TimerTest, ANewIntervalOrANewStartBeginsTheCountdownAfresh) {
   const auto changed = log(50, "changed ");
   const auto restarted = log(60, "restarted ");
   const std::unique_ptr<Timer> once = start(40, [&] {
@@ -55,11 +68,10 @@ TEST_F(TimerTest, ANewIntervalOrANewStartBeginsTheCountdownAfresh) {
     restarted->setEnabled(true);
   });
   const auto between = log(80, "between ");
-  EXPECT_TRUE(runUntil(platform_, [&] { return log_.size() >= 26; }));
-  EXPECT_EQ(log_.substr(0, 26), "between changed restarted ");
+  EXPECT_EQ(logged(26), "between changed restarted ");
 }
 
-TEST_F(TimerTest, TicksUntilItIsDisabledOrDestroyedAndNeverWithoutAnInterval) {
+TEST_P(TimerTest, TicksUntilItIsDisabledOrDestroyedAndNeverWithoutAnInterval) {
   int ticks = 0;
   std::unique_ptr<Timer> own = start(1, [&] {
     if (++ticks == 3) own.reset();
@@ -73,36 +85,41 @@ TEST_F(TimerTest, TicksUntilItIsDisabledOrDestroyedAndNeverWithoutAnInterval) {
   const auto emptied = start(5, [&] { log_ += "emptied"; });
   emptied->setInterval(0);
   EXPECT_TRUE(emptied->Enabled());
-  EXPECT_TRUE(runUntil(platform_, [&] { return !own; }));
-  loadDuring(platform_, 30);
+  EXPECT_TRUE(runUntil(*platform_, [&] { return !own; }));
+  loadDuring(*platform_, 30);
   EXPECT_EQ(ticks, 3);
   EXPECT_EQ(log_, "x");
 }
 
-class EventLoopTest : public TimerTest {};
-
-TEST_F(EventLoopTest, SleepsWhileItWaits) { EXPECT_LT(loadDuring(platform_, 300), 0.1); }
-
-TEST_F(EventLoopTest, SaysWhyAWaitEndedAlsoWhenWaitsNest) {
+TEST_P(TimerTest, SaysWhyAWaitInATickEndedAlsoWhenItWasNested) {
   WindowLife outer, inner;
   bool outer_done = false;
   WaitResult inner_result = WaitResult::kDone;
   const std::unique_ptr<Timer> nested = start(1, [&] {
     nested->setEnabled(false);
-    inner_result = platform_.eventLoop().waitUntil([] { return false; }, inner);
+    inner_result = platform_->eventLoop().waitUntil([] { return false; }, inner);
     log_ += outer_done ? "inner after the outer was due" : "";
   });
   const auto step = start(10, [&] { outer_done ? inner.leave() : void(outer_done = true); });
-  EXPECT_EQ(platform_.eventLoop().waitUntil([&] { return outer_done; }, outer), WaitResult::kDone);
+  EXPECT_EQ(platform_->eventLoop().waitUntil([&] { return outer_done; }, outer), WaitResult::kDone);
   EXPECT_EQ(inner_result, WaitResult::kWindowGone);
   EXPECT_EQ(log_, "inner after the outer was due");
 }
 
-TEST_F(EventLoopTest, EndsEveryWaitWhenTheApplicationExits) {
+INSTANTIATE_TEST_SUITE_P(Machine, TimerTest, ::testing::Values("Real", "Virtual"),
+                         [](const auto& test) { return test.param; });
+
+TEST(EventLoopTest, SleepsWhileItWaits) {
+  QtPlatform platform;
+  EXPECT_LT(loadDuring(platform, 300), 0.1);
+}
+
+TEST(EventLoopTest, EndsEveryWaitWhenTheApplicationExits) {
+  QtPlatform platform;
   const WindowLife window;
   std::vector<WaitResult> results;
   const auto wait = [&] {
-    results.push_back(platform_.eventLoop().waitUntil([] { return false; }, window));
+    results.push_back(platform.eventLoop().waitUntil([] { return false; }, window));
   };
   QTimer::singleShot(0, wait);
   QTimer::singleShot(5, wait);
@@ -113,12 +130,6 @@ TEST_F(EventLoopTest, EndsEveryWaitWhenTheApplicationExits) {
 
 class StoreTest : public ::testing::Test {
  protected:
-  std::string readFile(const std::string& name) {
-    std::ostringstream content;
-    content << std::ifstream(home_.path() / name).rdbuf();
-    return content.str();
-  }
-  void writeFile(const std::string& content) { std::ofstream(home_.path() / "app.ini") << content; }
   static std::string get(const std::string& key) {
     return IniSettingsStore().get("app", "Strings", key, "default");
   }
@@ -127,6 +138,7 @@ class StoreTest : public ::testing::Test {
   }
 
   ConfigHome home_;
+  std::filesystem::path file_ = home_.path() / "app.ini";
 };
 
 TEST_F(StoreTest, GivesBackEveryTextAsItWasSaved) {
@@ -141,11 +153,10 @@ TEST_F(StoreTest, GivesBackEveryTextAsItWasSaved) {
 }
 
 TEST_F(StoreTest, TakesWhatWasTypedByHandAndKeepsWhatItDoesNotKnow) {
-  writeFile("[Strings]\nRow=/1A1000,P20,R\nPlain=/1&\n[Other]\nkey=kept\n");
+  writeFile(file_, "[Strings]\nRow=/1A1000,P20,R\n[Other]\nkey=kept\n");
   EXPECT_EQ(get("Row"), "/1A1000,P20,R");
-  EXPECT_EQ(get("Plain"), "/1&");
   save("Plain", "/2&");
-  EXPECT_NE(readFile("app.ini").find("[Other]\nkey=kept\n"), std::string::npos);
+  EXPECT_NE(bytesOf(file_).find("[Other]\nkey=kept\n"), std::string::npos);
   EXPECT_EQ(get("Row"), "/1A1000,P20,R");
 }
 
@@ -153,17 +164,17 @@ TEST_F(StoreTest, SetsAFileThatIsNoStoreAsideBeforeItWrites) {
   for (const std::string& content :
        std::vector<std::string>{"[Strings\nRow", "no store at all\n",
                                 std::string("[Strings]\nRow=\0\0", 16), "[Strings]\nRow=\xB5\n"}) {
-    writeFile(content);
+    writeFile(file_, content);
     EXPECT_EQ(get("Row"), "default");
-    EXPECT_EQ(readFile("app.ini.corrupt"), content);
+    EXPECT_EQ(bytesOf(file_.string() + ".corrupt"), content);
     save("Row", "new");
     EXPECT_EQ(get("Row"), "new");
   }
 }
 
 TEST_F(StoreTest, GoesOnWithoutAFileThatCanNotBeWritten) {
-  writeFile("");
-  qputenv("XDG_CONFIG_HOME", (home_.path() / "app.ini").c_str());
+  writeFile(file_, "");
+  qputenv("XDG_CONFIG_HOME", file_.c_str());
   IniSettingsStore store;
   store.save("app", "Strings", "Row", "value");
   EXPECT_EQ(store.get("app", "Strings", "Row", "default"), "value");
@@ -197,8 +208,7 @@ TEST_F(DialogTest, BoxesHaveTheIconAndButtonsOfTheirStyleAndAClosingCountsAsCanc
   using Box = QMessageBox;
   EXPECT_EQ(answer(0, Box::NoIcon, Box::NoButton), BoxButton::kOk);
   EXPECT_EQ(answer(16, Box::Critical, Box::Ok), BoxButton::kOk);
-  EXPECT_EQ(answer(49, Box::Warning, Box::Ok), BoxButton::kOk);
-  EXPECT_EQ(answer(1, Box::NoIcon, Box::NoButton), BoxButton::kCancel);
+  EXPECT_EQ(answer(49, Box::Warning, Box::NoButton), BoxButton::kCancel);
   EXPECT_EQ(answer(68, Box::Information, Box::Yes), BoxButton::kYes);
   EXPECT_EQ(answer(68, Box::Information, Box::NoButton), BoxButton::kNo);
   EXPECT_EQ(answer(112, Box::Warning, Box::Ok), BoxButton::kOk);
