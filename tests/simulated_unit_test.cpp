@@ -1,4 +1,3 @@
-#include <stdexcept>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -41,7 +40,6 @@ class Host {
   }
 
   SimulatedUnit& unit(std::size_t index = 0) { return bus_.unit(index); }
-  bool vanished() const { return bus_.vanished(); }
 
   int baud = 9600;
   SimTime last_heard{};
@@ -67,9 +65,8 @@ TEST(SimulatedUnit, AnswersInDtWithStatusDataAndTheErrorCode) {
   EXPECT_EQ(host.last_heard, 27 * byteTime(9600));
   EXPECT_EQ(host.askDt("/1!"), "`100 3A7");
   const std::pair<const char*, const char*> rows[] = {
-      {"/1?12", "c"}, {"/1?x", "c"},      {"/1Q5R", "b"},  {"/1A", "c"},      {"/1[11111", "c"},
-      {"/1", "`"},    {"/1b12345R", "c"}, {"/1F", "`0"},   {"/1?2", "`2000"}, {"/1gA1", "c"},
-      {"/1T", "`"},   {"/1/1V100R", "`"}, {"/1?2", "`100"}};
+      {"/1?12", "c"}, {"/1Q5R", "b"}, {"/1[11111", "c"},  {"/1", "`"},
+      {"/1F", "`0"},  {"/1T", "`"},   {"/1/1V100R", "`"}, {"/1?2", "`100"}};
   for (const auto& [command, answer] : rows) EXPECT_EQ(host.askDt(command), answer) << command;
   EXPECT_EQ(host.ask("/2&\r"), "");
   EXPECT_EQ(host.ask("\xAA" + std::string(9, '\r')), "");
@@ -83,13 +80,7 @@ TEST(SimulatedUnit, IsBusyWhileItMovesAndComesToRest) {
   host.ask("", std::chrono::seconds(1));
   EXPECT_EQ(host.askDt("/1?0"), "`800");
   host.askDt("/1gP10M10G0R");
-  EXPECT_EQ(host.askDt("/1?11").substr(0, 1), "@");
-  EXPECT_EQ(host.askDt("/1T"), "`");
-  EXPECT_EQ(host.askDt("/1Z10000R"), "@");
-  host.ask("", std::chrono::seconds(1));
-  EXPECT_EQ(host.askDt("/1?0"), "`0");
-  host.askDt("/1gP10gD1G2G3Z4R");
-  EXPECT_EQ(host.askDt("/1?0"), "`20") << "three rounds of 10 - 2, and 4 steps home";
+  EXPECT_EQ(host.askDt("/1T"), "`") << "ends a loop without end";
 }
 
 TEST(SimulatedUnit, AnswersInOemAndDoesNotExecuteARepeatTwice) {
@@ -116,9 +107,6 @@ TEST(SimulatedUnit, HearsItsOwnAddressRateAndProtocolOnly) {
   EXPECT_EQ(host.askDt("/<?2"), "`2000");
   EXPECT_EQ(host.askDt("/1?2"), "`2000");
   EXPECT_EQ(host.ask(oem("<1?2", '\x01')), "");
-  EXPECT_EQ(host.ask("/1&\r", 3 * byteTime(19200)), "\xFF/0");
-  host.baud = 9600;
-  EXPECT_EQ(host.ask(""), "") << "an answer is heard at its own rate only";
 }
 
 TEST(SimulatedUnit, TakesAnUpdateUntilSilenceAndKeepsTheImage) {
@@ -137,69 +125,25 @@ TEST(SimulatedUnit, TakesAnUpdateUntilSilenceAndKeepsTheImage) {
   EXPECT_TRUE(host.unit().updating());
   host.ask("", std::chrono::seconds(2));
   EXPECT_EQ(host.askDt("/1?0"), "`0");
-  EXPECT_EQ(host.ask("/1]40617\r" + std::string("other."), milliseconds(10)), "?\r");
-  EXPECT_EQ(host.unit().image(), "other.");
-  host.ask("", std::chrono::seconds(3));
-  EXPECT_EQ(host.ask("/1&\r"), "?\r") << "the wrong image makes no firmware";
 }
 
 TEST(UpdateImage, IsThePayloadInWholePiecesWithoutAPieceOfTheLastByteAlone) {
-  const std::pair<const char*, const char*> rows[] = {{"", ""},
-                                                      {"103A7", ""},
-                                                      {"103A7a", ""},
-                                                      {"103A7ab", "ab    "},
-                                                      {"103A7abcdef", "abcdef"},
-                                                      {"103A7abcdefg", "abcdef"},
-                                                      {"103A7abcdefgh", "abcdefgh    "},
-                                                      {"XYabcdefg", "defg  "},
-                                                      {"603A7abc", "603A7abc    "},
-                                                      {"f00", "f00   "},
-                                                      {"1A", "1A    "}};
+  const std::pair<const char*, const char*> rows[] = {
+      {"103A7a", ""},          {"103A7ab", "ab    "}, {"103A7abcdefg", "abcdef"},
+      {"XYabcdefg", "defg  "}, {"603A7", "603A7 "},   {"1A", "1A    "}};
   for (const auto& [file, image] : rows) EXPECT_EQ(imageOfUpdateFile(file), image) << file;
-  EXPECT_EQ(compareImages("abc", "abc"), "matches");
-  EXPECT_EQ(compareImages("abc", "axc"), "differs first at byte 2: 62 instead of 78");
-  EXPECT_EQ(compareImages("abcd", "abc"), "differs: 4 bytes instead of 3, the same so far");
 }
 
-TEST(LineFault, DoesWhatItsNameSays) {
-  const std::string good = "\xFF/0`2000\x03\r\n";
+TEST(LineFault, DamagesWhatIsNamedTheSameWayWithTheSameSeed) {
+  const std::string good = "\xFF/0`\x03\r\n";
   const auto heard = [](const std::string& fault) {
-    return Host({UnitOptions()}, {fault}).ask("/1?2\r");
+    return Host({UnitOptions()}, {fault}).ask("/1T\r");
   };
-  EXPECT_EQ(heard("silent"), "");
-  EXPECT_EQ(heard("late=300"), good);
-  EXPECT_EQ(heard("late=401"), "");
-  EXPECT_EQ(heard("drop=100"), "");
-  EXPECT_EQ(heard("double=100").substr(0, 4), "\xFF\xFF//");
-  EXPECT_EQ(heard("lost-etx"), "\xFF/0`2000\r\n");
-  EXPECT_EQ(heard("garbage-before=3").substr(3), good);
-  EXPECT_EQ(heard("endless=50").size(), good.size() + 50);
-  EXPECT_EQ(heard("endless").substr(0, good.size()), good);
-  EXPECT_EQ(heard("drop@1"), good) << "only the piece that is named";
-  const std::string corrupt = heard("corrupt=50");
-  EXPECT_EQ(corrupt.size(), good.size());
-  EXPECT_NE(corrupt, good);
-  EXPECT_EQ(corrupt, heard("corrupt=50")) << "the same seed gives the same course";
-  EXPECT_EQ(Host({UnitOptions()}, {"bad-checksum"}).ask(oem("12T", 'V')), oem("0`", 'Q' ^ 0x55));
-
-  Host vanishing({UnitOptions()}, {"vanish-at=6"});
-  EXPECT_EQ(vanishing.ask("/1?2\r"), good);
-  EXPECT_EQ(vanishing.ask("/1?2\r"), "");
-  EXPECT_TRUE(vanishing.vanished());
-
-  Host vanishing_at_piece({UnitOptions()}, {"vanish-at@2"});
-  EXPECT_EQ(vanishing_at_piece.ask("/1[40617\rabcdef"), "?\r");
-  EXPECT_EQ(vanishing_at_piece.ask("ghijkl"), "");
-  EXPECT_TRUE(vanishing_at_piece.vanished());
-  EXPECT_EQ(Host({UnitOptions()}, {"silent@2"}).ask("/1[40617\r" + std::string(24, '/')), "?\r");
-
-  Host other_rate({UnitOptions()}, {"other-rate-garbage"});
-  other_rate.baud = 19200;
-  EXPECT_EQ(other_rate.ask("/1?2\r").size(), 5U);
-
-  for (const char* wrong : {"", "loud", "late=x", "late=-1", "drop@0", "drop@x", "vanish-at"}) {
-    EXPECT_THROW(parseFault(wrong), std::invalid_argument) << wrong;
-  }
+  EXPECT_EQ(heard("double=100"), "\xFF\xFF//00``\x03\x03\r\r\n\n");
+  EXPECT_EQ(heard("drop@1"), good);
+  EXPECT_EQ(heard("corrupt=50").size(), good.size());
+  EXPECT_NE(heard("corrupt=50"), good);
+  EXPECT_EQ(heard("corrupt=50"), heard("corrupt=50"));
 }
 
 }  // namespace
