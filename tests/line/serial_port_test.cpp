@@ -14,6 +14,8 @@
 
 #include "platform/qt/qt_platform.h"
 #include "support/config_home.h"
+#include "support/fault_number.h"
+#include "support/port_refusals.h"
 #include "support/real_time.h"
 
 namespace mvdirigo {
@@ -78,25 +80,15 @@ class SerialPortTest : public ::testing::Test {
 
   void onComm() {
     ++events_;
-    fault_ = errorOf([this] { received_ += port_->Input(); });
+    fault_ = faultNumber([this] { received_ += port_->Input(); });
     if (then_) then_();
   }
   bool runUntil(const std::function<bool()>& done) { return mvdirigo::runUntil(platform_, done); }
   bool receive(const std::string& expected) {
     return runUntil([&] { return received_ == expected; });
   }
-
-  template <class Call>
-  static int errorOf(Call&& call) {
-    try {
-      call();
-      return 0;
-    } catch (const RuntimeError& error) {
-      return error.number();
-    }
-  }
   int openingError() {
-    return errorOf([this] { port_->setPortOpen(true); });
+    return faultNumber([this] { port_->setPortOpen(true); });
   }
 
   ConfigHome home_;
@@ -231,23 +223,7 @@ TEST_F(SerialPortTest, LeavesOtherEventsTheirTurnWhileMuchIsDelivered) {
   EXPECT_GE(ticks, 10);
 }
 
-TEST_F(SerialPortTest, RefusesWithTheNumbersOfTheTable) {
-  SerialPort& port = *port_;
-  EXPECT_EQ(errorOf([&] { port.setPortOpen(false); }), 8012);
-  EXPECT_EQ(errorOf([&] { port.Input(); }), 8018);
-  EXPECT_EQ(errorOf([&] { port.Output("x"); }), 8018);
-  EXPECT_EQ(errorOf([&] { port.setCommPort(0); }), 8002);
-  EXPECT_EQ(errorOf([&] { port.setCommPort(17); }), 8002);
-  port.setSettings("38400,e,7,2");
-  for (const std::string settings : {"", "fast", "0", "-9600", "9600,N,8", "9600,X,8,1",
-                                     "9600,N,9,1", "9600,N,8,1,", "9600 ", "99999999999"}) {
-    EXPECT_EQ(errorOf([&] { port.setSettings(settings); }), 380) << settings;
-  }
-  EXPECT_EQ(port.Settings(), "38400,e,7,2");
-  port.setPortOpen(true);
-  EXPECT_EQ(openingError(), 8005);
-  EXPECT_EQ(errorOf([&] { port.setCommPort(4); }), 8000);
-}
+TEST_F(SerialPortTest, RefusesWithTheNumbersOfTheTable) { expectRefusals(*port_); }
 
 TEST_F(SerialPortTest, RefusesWhatIsNoSerialPortWithoutWaitingForIt) {
   const std::string folder = home_.path(), pipe = folder + "/pipe";
@@ -334,7 +310,7 @@ TEST_P(VanishingDeviceTest, IsReportedOnceAndCanBeOpenedWhenItIsBack) {
   const int events = events_;
   EXPECT_LT(loadDuring(platform_, 200), 0.2);
   EXPECT_EQ(events_, events);
-  EXPECT_EQ(errorOf([this] { port_->Input(); }), 8018);
+  EXPECT_EQ(faultNumber([this] { port_->Input(); }), 8018);
   EXPECT_EQ(openingError(), 8002);
 
   Line back;
@@ -353,7 +329,7 @@ INSTANTIATE_TEST_SUITE_P(While, VanishingDeviceTest,
 TEST_F(SerialPortTest, TellsTheWriterOfAVanishedDeviceAndForgetsItAtClosing) {
   port_->setPortOpen(true);
   line_.unplug();
-  EXPECT_EQ(errorOf([this] { port_->Output("x"); }), 57);
+  EXPECT_EQ(faultNumber([this] { port_->Output("x"); }), 57);
   port_->setPortOpen(false);
   loadDuring(platform_, 20);
   EXPECT_EQ(events_, 0);
