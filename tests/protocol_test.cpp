@@ -8,6 +8,7 @@
 #include "protocol/command_framing.h"
 #include "protocol/reply_decoding.h"
 #include "protocol/transaction.h"
+#include "support/chosen_settings.h"
 #include "support/virtual_test.h"
 
 namespace mvdirigo {
@@ -22,24 +23,6 @@ class DeafLine : public SimulatedLine {
   std::optional<SimTime> nextEvent() const override { return std::nullopt; }
   std::string advance(SimTime, int) override { return {}; }
   int last_baud = 0;
-};
-
-class ChosenSettings : public LiveSettings {
- public:
-  std::string CommPortSetting() override { return port; }
-  std::string BaudRate() override { return baud; }
-  bool DTProtocol() override { return !oem; }
-  bool OEMProtocol() override { return oem; }
-  std::string MaxStrings() override { return "11"; }
-  std::string RCVTimeout() override { return "1000"; }
-  bool searching() override { return search_runs; }
-  void setResponseString(const std::string& latin1) override { response = latin1; }
-  void stopScanTimer() override { ++scan_timer_stops; }
-
-  std::string port = "1", baud = "9600";
-  bool oem = false, search_runs = false;
-  std::string response = "untouched";
-  int scan_timer_stops = 0;
 };
 
 class Rows : public Transaction::Rows {
@@ -66,6 +49,7 @@ class Rows : public Transaction::Rows {
 class TransactionTest : public VirtualTest {
  protected:
   TransactionTest() {
+    settings_.port = "1";
     platform_.attach(1, line_);
     transaction_.tmrReceiveTimeOut().setInterval(1000);
     for (int row = 0; row < 10; ++row) rows_.strings[row] = "/1A1000R";
@@ -207,8 +191,7 @@ TEST_F(TransactionTest, DecodesDtRepliesByTheirFixedPositions) {
       {"\r", " Initialization Error"},  // no status: the last one holds
       {"abcdefg\r", "ef Initialization Error"},
       {"xyz0\r", " Initialization Error"},
-      {"\xFF/0d\r", " Error 4"},
-  };
+      {"\xFF/0d\r", " Error 4"}};
   for (const auto& c : cases) EXPECT_EQ(replyTo(c.bytes), c.reply) << visibleControls(c.bytes);
 }
 
@@ -231,16 +214,8 @@ TEST_F(TransactionTest, DecodesOemRepliesByTheReceiveRules) {
       // Characters before the first "0" are kept and counted, so the positions shift.
       {oemReply("xy0`12"), "0`12 Error 9"},
       // A frame cut short: the parser starts the checksum over but keeps what it gathered.
-      {"\x02"
-       "0`99" +
-           good,
-       "99\x02"
-       "0`2000 No Error"},
-      {"\x02"
-       "0`99\x03" +
-           good,
-       "99\x03"
-       "0`2000 No Error"},
+      {"\x02\x30`99" + good, "99\x02\x30`2000 No Error"},
+      {"\x02\x30`99\x03" + good, "99\x03\x30`2000 No Error"},
       {oemReply("0`12").substr(0, 5), "-"},
   };
   for (const auto& c : cases) {
@@ -319,7 +294,7 @@ TEST_F(TransactionTest, KeepsTheNewestOfAReplyWithoutEnd) {
 }
 
 TEST_F(TransactionTest, SendsNothingForAWindowThatLeavesDuringThePress) {
-  platform_.queue().post(platform_.now(), [this] { rows_.window_life.leave(); });
+  after(SimTime(0), [this] { rows_.window_life.leave(); });
   EXPECT_EQ(sentBy(3), "");
   EXPECT_FALSE(transaction_.link().MSComm1().PortOpen());
   EXPECT_FALSE(transaction_.tmrReceiveTimeOut().Enabled());
