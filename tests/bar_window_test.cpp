@@ -1,11 +1,8 @@
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+#include "support/files.h"
 #include "support/window_test.h"
 
 namespace mvdirigo {
@@ -28,16 +25,10 @@ class BarWindow : public WindowTest {
     }
     throw std::logic_error(std::string("no window ") + name);
   }
-  std::string path(const std::string& name) { return folder_.path().toStdString() + "/" + name; }
-  static std::string contents(const std::string& path) {
-    std::ostringstream bytes;
-    bytes << std::ifstream(path).rdbuf();
-    return bytes.str();
-  }
+  std::string path(const std::string& name) { return folder_.path / name; }
   std::string title() { return program_->console().windowTitle().toStdString(); }
 
-  QTemporaryDir folder_;
-  SimulatedBus bus_{{UnitOptions{}}};
+  TemporaryFolder folder_;
 };
 
 const std::string kIdle =
@@ -46,8 +37,7 @@ const std::string kAfterPlayback =
     "Play Endless|Play|Record|Settings|Save Strings|Load Strings|Load Default|Help|";
 
 TEST_F(BarWindow, RecordsPressesAndPlaysThemBackWithTheirTicks) {
-  platform_.attach(1, bus_);
-  start();
+  startWithUnit();
   EXPECT_EQ(captions(), kIdle);
   press("LoadButton(2)");
   EXPECT_EQ(captions(),
@@ -98,13 +88,11 @@ TEST_F(BarWindow, GoesOnPlayingOverASilentUnit) {
 }
 
 TEST_F(BarWindow, KeepsStringsAndRecordingInACommandFile) {
-  platform_.attach(1, bus_);
-  start();
-  for (const int button : {4, 5}) {
-    button == 4 ? platform_.script().expectSaveFile(std::nullopt)
-                : platform_.script().expectOpenFile(std::nullopt);
-    press("LoadButton(" + std::to_string(button) + ")");
-  }
+  startWithUnit();
+  platform_.script().expectSaveFile(std::nullopt);
+  press("LoadButton(4)");
+  platform_.script().expectOpenFile(std::nullopt);
+  press("LoadButton(5)");
   const std::string version_title = title();
   onConsole<QLineEdit>("StringToSend(24)").setText("/1\"a\", \u20AC");
   press("LoadButton(2)");
@@ -125,7 +113,7 @@ TEST_F(BarWindow, KeepsStringsAndRecordingInACommandFile) {
   EXPECT_EQ(onConsole<QLineEdit>("StringToSend(24)").text(), "/1\"a\", \u20AC");
   platform_.script().expectSaveFile(path("second"));
   press("LoadButton(4)");
-  EXPECT_EQ(contents(path("second")), contents(path("first")));
+  EXPECT_EQ(bytesOf(path("second")), bytesOf(path("first")));
   press("LoadButton(1)");
   platform_.socket(1).sent.clear();
   platform_.runFor(150);
@@ -134,7 +122,7 @@ TEST_F(BarWindow, KeepsStringsAndRecordingInACommandFile) {
   platform_.script().expectSaveFile(path(""));
   platform_.script().expectBox("Error Writing File: " + path(""), box::kExclamation);
   press("LoadButton(4)");
-  std::ofstream(path("short")) << "\"/9\"\r\n";
+  writeFile(path("short"), "\"/9\"\r\n");
   platform_.script().expectOpenFile(path("short"));
   platform_.script().expectBox("Error Reading file: " + path("short"), box::kExclamation);
   press("LoadButton(5)");
@@ -144,8 +132,7 @@ TEST_F(BarWindow, KeepsStringsAndRecordingInACommandFile) {
 
 TEST_F(BarWindow, ExplainsItsControlsOnTheHelpScreen) {
   store("Settings", "MaxStrings", "25");
-  platform_.attach(1, bus_);
-  start();
+  startWithUnit();
   press("LoadButton(7)");
   QWidget& help = topLevel("StringFunHelp");
   const auto caption = [&help] { return help.windowTitle().toStdString(); };
@@ -156,41 +143,42 @@ TEST_F(BarWindow, ExplainsItsControlsOnTheHelpScreen) {
   EXPECT_EQ(caption(), "Dirigo Help");
   platform_.runFor(500);
   EXPECT_EQ(caption(), long_caption);
-
-  const auto expect = [&](const std::string& text, const std::string& caption_meanwhile) {
-    platform_.script().expectBox(text, box::kOkOnly, BoxButton::kOk,
-                                 [=] { EXPECT_EQ(caption(), caption_meanwhile); });
-  };
-  expect("Responses from the motor drives will appear in these fields.", long_caption);
-  QTest::mouseClick(&find<QLineEdit>(help, "ReceiveString(4)"), Qt::LeftButton);
-  EXPECT_EQ(caption(), "Dirigo Help") << "stopped after the message of a row";
-  platform_.runFor(2000);
+  platform_.runFor(1000);
   EXPECT_EQ(caption(), "Dirigo Help");
+  platform_.runFor(500);
 
+  const struct {
+    std::string control, caption_meanwhile, text;
+  } messages[] = {
+      {"ReceiveString(4)", long_caption,
+       "Responses from the motor drives will appear in these fields."},
+      {"LoadButton(3)", "Dirigo Help",
+       "This opens the settings window where you set the COM port, baud rate and number of strings "
+       "to display."},
+      {"SendCommand(0)", "Dirigo Help",
+       "Click \"Send String\" to transmit the command string to the Motor Drive."},
+      {"StringToSend(0)", "Dirigo Help",
+       "Enter your command strings in these fields. Click \"Send String\" to transmit the string"}};
+  for (const auto& message : messages) {
+    platform_.script().expectBox(message.text, box::kOkOnly, BoxButton::kOk,
+                                 [&] { EXPECT_EQ(caption(), message.caption_meanwhile); });
+    QTest::mouseClick(&find<QWidget>(help, message.control), Qt::LeftButton);
+    platform_.runFor(2000);
+    EXPECT_EQ(caption(), "Dirigo Help") << "stopped after the first message";
+  }
+  EXPECT_FALSE(program_->settings().isVisible());
+  EXPECT_TRUE(platform_.socket(1).sent.empty());
   help.close();
   press("LoadButton(7)");
   EXPECT_EQ(caption(), long_caption) << "loaded anew";
-  expect(
-      "This opens the settings window where you set the COM port, baud rate and number of strings "
-      "to display.",
-      "Dirigo Help");
-  press(help, "LoadButton(3)");
-  EXPECT_FALSE(program_->settings().isVisible());
-  expect("Click \"Send String\" to transmit the command string to the Motor Drive.", "Dirigo Help");
-  press(help, "SendCommand(0)");
-  expect("Enter your command strings in these fields. Click \"Send String\" to transmit the string",
-         "Dirigo Help");
-  QTest::mouseClick(&find<QLineEdit>(help, "StringToSend(0)"), Qt::LeftButton);
-  EXPECT_TRUE(platform_.socket(1).sent.empty());
 }
 
 class UpdateWindow : public BarWindow {
  protected:
   /// Opens the update dialog with an image of `size` bytes loaded.
-  void openWithImage(int size) {
-    std::ofstream(path("image.zrf")) << "103A7" << std::string(static_cast<std::size_t>(size), 'x');
-    platform_.attach(1, bus_);
-    start();
+  void openWithImage(std::size_t size) {
+    writeFile(path("image.zrf"), "103A7" + std::string(size, 'x'));
+    startWithUnit();
     press("SendCommand(0)");
     platform_.runFor(100);
     press("LoadButton(3)");
@@ -235,9 +223,8 @@ TEST_F(UpdateWindow, EndsCleanlyWhenItOrTheConsoleIsClosedInAnyWait) {
     for (const bool console : {false, true}) {
       openWithImage(6000);
       expectConfirmation();
-      platform_.queue().post(platform_.now() + std::chrono::milliseconds(after_ms), [&] {
-        console ? void(program_->console().close()) : press(dialog(), "cmdClose");
-      });
+      after(std::chrono::milliseconds(after_ms),
+            [&] { console ? void(program_->console().close()) : press(dialog(), "cmdClose"); });
       press(dialog(), "cmdUpdate");
       EXPECT_EQ(program_->settings().isVisible(), !console) << after_ms;
       EXPECT_EQ(ended_, console);

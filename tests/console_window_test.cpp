@@ -15,8 +15,6 @@ class ConsoleWindow : public WindowTest {
     return rows;
   }
   QRect place(const std::string& name) { return onConsole<QWidget>(name).geometry(); }
-
-  SimulatedBus bus_{{UnitOptions{}}};
 };
 
 TEST_F(ConsoleWindow, StartsWithTheDefaultsOfAnEmptyStore) {
@@ -34,8 +32,7 @@ TEST_F(ConsoleWindow, StartsWithTheDefaultsOfAnEmptyStore) {
 }
 
 TEST_F(ConsoleWindow, SendsARowAndShowsTheReplyForHalfASecondInGreen) {
-  platform_.attach(1, bus_);
-  start();
+  startWithUnit();
   press("SendCommand(0)");
   EXPECT_FALSE(onConsole<QPushButton>("SendCommand(11)").isEnabled()) << "one more than the rows";
   EXPECT_TRUE(onConsole<QPushButton>("SendCommand(12)").isEnabled());
@@ -49,26 +46,8 @@ TEST_F(ConsoleWindow, SendsARowAndShowsTheReplyForHalfASecondInGreen) {
   EXPECT_EQ(light(0), "white");
 }
 
-TEST_F(ConsoleWindow, ReportsASilentUnitAndTakesTheNextPress) {
-  store("Settings", "RCVTimeout", "250");
-  SimulatedBus deaf{{}};
-  platform_.attach(1, deaf);
-  start();
-  press("SendCommand(3)");
-  platform_.runFor(249);
-  EXPECT_EQ(reply(3), "");
-  platform_.runFor(1);
-  EXPECT_EQ(reply(3), "No Movane detected. Check connections");
-  EXPECT_EQ(light(3), "red");
-  platform_.attach(1, bus_);
-  press("SendCommand(1)");
-  platform_.runFor(100);
-  EXPECT_EQ(reply(1), "0 No Error");
-}
-
 TEST_F(ConsoleWindow, GivesTheFocusBackToAPressedButton) {
-  platform_.attach(1, bus_);
-  start();
+  startWithUnit();
   onConsole<QPushButton>("SendCommand(1)").setFocus();
   press("SendCommand(1)");
   QTest::keyClick(program_->console().focusWidget(), Qt::Key_Space);
@@ -156,8 +135,7 @@ TEST_F(ConsoleWindow, SavesAllRowsAndClosesThePortInEveryState) {
 }
 
 TEST_F(ConsoleWindow, ClosesThePortAtEveryClickOfTheBar) {
-  platform_.attach(1, bus_);
-  start();
+  startWithUnit();
   for (const int button : {3, 6, 7}) {
     press("SendCommand(0)");
     platform_.runFor(100);

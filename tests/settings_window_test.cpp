@@ -9,6 +9,8 @@
 namespace mvdirigo {
 namespace {
 
+using namespace std::chrono_literals;
+
 const std::string kNothingFound =
     "No Devices were found. Please refer to your operators manual for instractions on settings up "
     "the communications.";
@@ -43,9 +45,6 @@ class SettingsWindow : public WindowTest {
   void closeConsolePort() {
     SerialPort& port = program_->console().MSComm1();
     if (port.PortOpen()) port.setPortOpen(false);
-  }
-  void after(int ms, std::function<void()> action) {
-    platform_.queue().post(platform_.now() + std::chrono::milliseconds(ms), std::move(action));
   }
   std::string lastSaves(std::size_t count) {
     const auto& saves = platform_.store().saves;
@@ -132,8 +131,6 @@ TEST_F(SettingsWindow, RefusesMoreThan25StringsAtEveryEdit) {
   EXPECT_EQ(field("MaxStrings"), "25");
   type("MaxStrings", "abc");
   EXPECT_EQ(field("MaxStrings"), "abc");
-  type("MaxStrings", "-2");
-  EXPECT_EQ(field("MaxStrings"), "-2");
 }
 
 TEST_F(SettingsWindow, StoresOnOkAndAppliesAtTheNextSend) {
@@ -239,7 +236,7 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
       {1, "1", "0"}, {119, "1", "0"}, {1921, "1", "1"}, {5761, "2", "0"}, {92000, "16", "2"}};
   for (const auto& stage : stages) {
     for (const bool by_ok : {false, true}) {
-      after(stage.after_ms, [&] {
+      after(std::chrono::milliseconds(stage.after_ms), [&] {
         EXPECT_EQ(searchCaption(), "Stop Auto Set");
         press(dialog(), by_ok ? "cmdOK" : "AutoSetup");
       });
@@ -253,7 +250,7 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
     }
     openDialog();
   }
-  after(50, [&] {
+  after(50ms, [&] {
     press(dialog(), "AutoSetup");
     press(dialog(), "AutoSetup");
   });
@@ -268,7 +265,7 @@ TEST_F(SettingsWindow, LeavesThePortClosedForNewSettingsAndForTheUpdate) {
   platform_.runFor(1000);
   EXPECT_EQ(reply(3), "No Movane detected. Check connections");
   EXPECT_FALSE(program_->console().MSComm1().PortOpen()) << "closed by the bar, so not reopened";
-  after(300, [this] { press(dialog(), "cmdUpdate"); });
+  after(300ms, [this] { press(dialog(), "cmdUpdate"); });
   EXPECT_LE(search(), 300);
   EXPECT_EQ(stored("Settings", "FirstTimeStartup"), "1");
   platform_.runFor(2000);
@@ -278,7 +275,7 @@ TEST_F(SettingsWindow, LeavesThePortClosedForNewSettingsAndForTheUpdate) {
 TEST_F(SettingsWindow, EndsTheSearchWhenTheConsoleIsClosed) {
   platform_.attach(1, silent_);
   start();
-  after(300, [this] { program_->console().close(); });
+  after(300ms, [this] { program_->console().close(); });
   EXPECT_LE(search(), 300);
   EXPECT_TRUE(ended_);
   EXPECT_EQ(stored("Settings", "FirstTimeStartup"), "(none)");
