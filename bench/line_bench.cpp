@@ -1,144 +1,244 @@
-// Round trips of a command and its reply over a pseudo-terminal, with a peer that answers at once:
-// a bare loop of blocking reads and writes against the platform's port and event loop.
-#include <pty.h>
-#include <sys/wait.h>
-#include <termios.h>
+// What the console adds to a command and its reply, on a pseudo-terminal with a peer that answers at
+// once: bare reads and writes, the console's serial link with framing and decoding, and the whole
+// window take turns. Then the CPU time of a wait for a reply that doesn't come, and of idling.
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <functional>
+#include <optional>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include <QApplication>
-#include <QTemporaryDir>
+#include <QEventLoop>
+#include <QTimer>
 
-#include "platform/qt/qt_platform.h"
+#include "app/program.h"
+#include "support.h"
 
+namespace mvdirigo::bench {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using Microseconds = std::chrono::duration<double, std::micro>;
-
-constexpr std::string_view kCommand = "/1A1000R\r";
-constexpr std::string_view kReply = "/0@12345\r";
 constexpr int kBlocks = 20;
-constexpr int kRoundTripsABlock = 200;
+constexpr int kRoundTripsABlock = 100;
 
-/// Reads to the next carriage return; false when the line is closed.
-bool readLine(int line) {
+constexpr const char* kCommand = "/1A1000R";
+constexpr char kStx = 2;
+constexpr char kEtx = 3;
+
+struct PeerNotes {
+  std::atomic<bool> silent = false;
+  Stamp first_byte;
+  Stamp reply;
+};
+
+/// Answers every DT line and every OEM frame, each time with another number.
+void answer(int line, PeerNotes& notes) {
+  std::string command;
   std::array<char, 256> bytes{};
-  ssize_t count = 0;
-  do {
-    count = read(line, bytes.data(), bytes.size());
-  } while (count > 0 && bytes.at(static_cast<std::size_t>(count) - 1) != '\r');
-  return count > 0;
-}
-
-/// The other end of the line: answers every carriage return until the line is closed.
-[[noreturn]] void answerForEver(int line) {
-  while (readLine(line)) {
-    if (write(line, kReply.data(), kReply.size()) < 0) break;
+  for (int number = 0;;) {
+    const ssize_t count = read(line, bytes.data(), bytes.size());
+    if (count <= 0) return;
+    if (command.empty()) notes.first_byte.take();
+    command.append(bytes.data(), static_cast<std::size_t>(count));
+    const bool oem = command.front() == kStx;
+    const bool complete = oem ? command[command.size() - 2] == kEtx : command.back() == '\r';
+    if (!complete) continue;
+    command.clear();
+    if (notes.silent) continue;
+    std::string reply = "0`" + std::to_string(++number) + kEtx;
+    if (oem) {
+      reply.insert(0, 1, kStx);
+      char checksum = 0;
+      for (const char ch : reply) checksum = static_cast<char>(checksum ^ ch);
+      reply += checksum;
+    } else {
+      reply = "\xFF/" + reply + "\r\n";
+    }
+    notes.reply.take();
+    if (!writeAll(line, reply)) return;
   }
-  _exit(0);
 }
 
-void require(bool succeeded, const char* what) {
-  if (succeeded) return;
-  std::perror(what);
-  std::exit(1);
+class ChosenProtocol : public LiveSettings {
+ public:
+  std::string CommPortSetting() override { return "1"; }
+  std::string BaudRate() override { return "9600"; }
+  bool DTProtocol() override { return !oem; }
+  bool OEMProtocol() override { return oem; }
+  std::string MaxStrings() override { return "11"; }
+  std::string RCVTimeout() override { return "1000"; }
+  bool searching() override { return false; }
+  void setResponseString(const std::string&) override {}
+  void stopScanTimer() override {}
+
+  bool oem = false;
+};
+
+/// Rows that show nothing and know when the last reply came.
+class PlainRows : public Transaction::Rows {
+ public:
+  std::string StringToSend(int) override { return kCommand; }
+  void setReceiveString(int, const std::string&, const Exchange&) override {
+    replied_at = Clock::now();
+  }
+  void setButtonShape(int, LightColour) override {}
+  void startButtonTimer(int) override {}
+  void enableSendCommands(bool) override {}
+  void recordPress(int) override {}
+  const WindowLife& life() const override { return life_; }
+
+  std::optional<Clock::time_point> replied_at;
+
+ private:
+  WindowLife life_;
+};
+
+/// The console without its windows.
+class WindowlessConsole {
+ public:
+  explicit WindowlessConsole(Platform& platform)
+      : platform_(platform),
+        transaction_(
+            platform, [this]() -> LiveSettings& { return settings_; }, rows_) {}
+
+  void use(bool oem) { settings_.oem = oem; }
+  /// Returns when the decoded reply was handed to its row.
+  Clock::time_point exchange() {
+    rows_.replied_at.reset();
+    transaction_.ResetResponse();
+    transaction_.subSendToMV(kCommand);
+    platform_.eventLoop().waitUntil([this] { return rows_.replied_at.has_value(); }, rows_.life());
+    return *rows_.replied_at;
+  }
+  void close() { transaction_.link().close(); }
+
+ private:
+  Platform& platform_;
+  ChosenProtocol settings_;
+  PlainRows rows_;
+  Transaction transaction_;
+};
+
+/// The whole console, whose first row is pressed.
+class Console {
+ public:
+  Console(Platform& platform, const PeerNotes& notes)
+      : platform_(platform), notes_(notes), program_(platform, [] {}) {
+    program_.start();
+    QObject::connect(&reply(), &QLineEdit::textChanged, [this] {
+      reply_shown_ = Clock::now();
+      replied_ = true;
+    });
+  }
+  ~Console() { program_.console().close(); }
+
+  void press() {
+    replied_ = false;
+    pressed_ = Clock::now();
+    button().click();
+    platform_.eventLoop().waitUntil([this] { return replied_; }, program_.console().life());
+  }
+  /// Handles what a press left to do, such as painting.
+  void settle() { platform_.eventLoop().runPending(); }
+  void pressAndMeasure() {
+    press();
+    press_to_first_byte_.add(notes_.first_byte.get() - pressed_);
+    reply_to_text_.add(reply_shown_ - notes_.reply.get());
+    settle();
+  }
+  void close() { program_.console().MSComm1().setPortOpen(false); }
+  std::string replyText() { return reply().text().toStdString(); }
+
+  void print() {
+    press_to_first_byte_.print("window: press to first byte");
+    reply_to_text_.print("window: reply to text");
+  }
+
+ private:
+  QPushButton& button() { return *program_.console().controls().SendCommand[0]; }
+  QLineEdit& reply() { return *program_.console().controls().ReceiveString[0]; }
+
+  Platform& platform_;
+  const PeerNotes& notes_;
+  Program program_;
+  bool replied_ = false;
+  Clock::time_point pressed_, reply_shown_;
+  Durations press_to_first_byte_, reply_to_text_;
+};
+
+Clock::time_point exchangeBare(int line) {
+  static const std::string command = std::string(kCommand) + '\r';
+  require(writeAll(line, command) && readThrough(line, '\n'), "exchange");
+  return Clock::now();
 }
 
-void setRaw(int line) {
-  termios settings{};
-  tcgetattr(line, &settings);
-  cfmakeraw(&settings);
-  require(tcsetattr(line, TCSANOW, &settings) == 0, "tcsetattr");
-}
-
-void exchangeBare(int line) {
-  require(write(line, kCommand.data(), kCommand.size()) > 0, "write");
-  require(readLine(line), "read");
-}
-
-void measure(const std::function<void()>& round_trip, std::vector<Microseconds>& durations) {
+template <class Exchange>
+void measure(Durations& durations, Exchange&& exchange) {
   for (int i = 0; i < kRoundTripsABlock; ++i) {
     const auto start = Clock::now();
-    round_trip();
-    durations.emplace_back(Clock::now() - start);
+    durations.add(exchange() - start);
   }
 }
 
-double quantile(std::vector<Microseconds>& durations, double part) {
-  const auto at = static_cast<std::ptrdiff_t>(part * static_cast<double>(durations.size()));
-  std::nth_element(durations.begin(), durations.begin() + at, durations.end());
-  return durations[static_cast<std::size_t>(at)].count();
-}
-
-double print(const char* name, std::vector<Microseconds>& durations) {
-  const double median = quantile(durations, 0.5);
-  std::printf("%-28s median %7.1f us   p99 %7.1f us\n", name, median, quantile(durations, 0.99));
-  return median;
-}
-
-void measureLink(int line) {
-  mvdirigo::QtPlatform platform;
-  bool replied = false;
-  std::unique_ptr<mvdirigo::SerialPort> port;
-  port = platform.makeSerialPort([&] { replied = port->Input() == "\r"; });
-  port->setRThreshold(1);
-  port->setInputLen(1);
-  const mvdirigo::WindowLife window;
-  const auto exchange = [&] {
-    replied = false;
-    port->Output(std::string(kCommand));
-    platform.eventLoop().waitUntil([&] { return replied; }, window);
-  };
-
-  std::vector<Microseconds> bare, through_port;
+void measureRoundTrips(const Line& line, WindowlessConsole& link, Console& console) {
+  Durations bare, dt, oem;
   for (int block = 0; block < kBlocks; ++block) {
-    setRaw(line);
-    measure([&] { exchangeBare(line); }, bare);
-    port->setPortOpen(true);
-    measure(exchange, through_port);
-    port->setPortOpen(false);
+    line.setRaw();
+    measure(bare, [&] { return exchangeBare(line.fd()); });
+    link.use(false);
+    // The first command of a block opens the port.
+    link.exchange();
+    measure(dt, [&] { return link.exchange(); });
+    link.use(true);
+    measure(oem, [&] { return link.exchange(); });
+    link.close();
+    console.press();
+    console.settle();
+    for (int i = 0; i < kRoundTripsABlock; ++i) console.pressAndMeasure();
+    console.close();
   }
-  const double bare_median = print("bare reads and writes", bare);
-  const double port_median = print("port and event loop", through_port);
-  std::printf("ratio %.2f\n", port_median / bare_median);
+  bare.print("bare reads and writes");
+  dt.print("link, framing, decoding, DT");
+  oem.print("link, framing, decoding, OEM");
+  std::printf("ratio to bare: DT %.2f, OEM %.2f\n", dt.median() / bare.median(),
+              oem.median() / bare.median());
+  console.print();
+}
+
+void measureCpu(Console& console, PeerNotes& notes) {
+  notes.silent = true;
+  const CpuShare waiting;
+  console.press();
+  std::printf("silent reply wait: %.2f %% of a core (\"%s\")\n", waiting.percent(),
+              console.replyText().c_str());
+  console.settle();
+
+  QEventLoop loop;
+  QTimer::singleShot(std::chrono::seconds(10), &loop, &QEventLoop::quit);
+  const CpuShare idle;
+  loop.exec();
+  std::printf("10 s idle: %.2f %% of a core\n", idle.percent());
+}
+
+void run(int argc, char** argv) {
+  auto& notes = makeShared<PeerNotes>();
+  const Line line([&notes](int far_end) { answer(far_end, notes); });
+  chooseDisplay();
+  QApplication application(argc, argv);
+  const Desk desk(line);
+  UnattendedPlatform platform;
+  WindowlessConsole link(platform);
+  Console console(platform, notes);
+  measureRoundTrips(line, link, console);
+  measureCpu(console, notes);
 }
 
 }  // namespace
+}  // namespace mvdirigo::bench
 
 int main(int argc, char** argv) {
-  int master = -1, slave = -1;
-  char name[64];
-  require(openpty(&master, &slave, name, nullptr, nullptr) == 0, "openpty");
-  setRaw(slave);
-  const pid_t peer = fork();
-  if (peer == 0) {
-    close(slave);
-    answerForEver(master);
-  }
-  close(master);
-
-  qputenv("QT_QPA_PLATFORM", "offscreen");
-  const QTemporaryDir config;
-  qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
-  QApplication application(argc, argv);
-  const std::filesystem::path links =
-      (config.path() + '/' + QApplication::applicationName() + "/ports").toStdString();
-  std::filesystem::create_directories(links);
-  std::filesystem::create_symlink(name, links / "com1");
-
-  measureLink(slave);
-
-  close(slave);
-  waitpid(peer, nullptr, 0);
+  mvdirigo::bench::run(argc, argv);
   return 0;
 }

@@ -1,0 +1,144 @@
+#pragma once
+
+#include <sys/mman.h>
+#include <sys/types.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <QTemporaryDir>
+#include <QWidget>
+
+#include "platform/qt/qt_platform.h"
+
+namespace mvdirigo::bench {
+
+/// CLOCK_MONOTONIC, which both processes of a benchmark read alike.
+using Clock = std::chrono::steady_clock;
+using Microseconds = std::chrono::duration<double, std::micro>;
+
+/// Ends the program with the system's reason when a step of the set-up failed.
+void require(bool succeeded, const char* what);
+
+/// A point in time that one process writes and the other reads. The bytes on the line order them.
+class Stamp {
+ public:
+  void take() { ticks_ = Clock::now().time_since_epoch().count(); }
+  Clock::time_point get() const { return Clock::time_point(Clock::duration(ticks_)); }
+
+ private:
+  std::atomic<Clock::rep> ticks_;
+};
+
+/// A `T` in memory that a forked process shares.
+template <class T>
+T& makeShared() {
+  void* memory =
+      mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  require(memory != MAP_FAILED, "mmap");
+  return *new (memory) T;
+}
+
+/// A pseudo-terminal whose other end is served by a process of its own. To be made before the
+/// application object, which starts threads.
+class Line {
+ public:
+  /// `serve` gets the file descriptor of the other end, on which reads fail once the line is closed.
+  explicit Line(const std::function<void(int)>& serve);
+  ~Line();
+  Line(const Line&) = delete;
+  Line& operator=(const Line&) = delete;
+
+  const std::string& path() const { return path_; }
+  /// An open, blocking file descriptor of the near end.
+  int fd() const { return fd_; }
+  /// Has the near end hand every byte on as it is. A port that was open leaves it otherwise.
+  void setRaw() const;
+
+ private:
+  std::string path_;
+  int fd_ = -1;
+  pid_t peer_ = 0;
+};
+
+/// Writes all of `bytes`. Returns whether the line took them.
+bool writeAll(int fd, std::string_view bytes);
+
+/// Reads until `last` is the last byte that came. Returns false when the line is closed.
+bool readThrough(int fd, char last);
+
+class Durations {
+ public:
+  void add(Microseconds duration) { values_.push_back(duration); }
+  /// `part` from 0 to 1; 0.5 is the median.
+  Microseconds quantile(double part);
+  Microseconds median() { return quantile(0.5); }
+  /// A line with median, 99th percentile, and longest.
+  void print(const char* name);
+
+ private:
+  std::vector<Microseconds> values_;
+};
+
+/// Measures the CPU time of this process against the time that passes.
+class CpuShare {
+ public:
+  CpuShare();
+  /// Percent of one core since it was made.
+  double percent() const;
+
+ private:
+  Clock::time_point start_ = Clock::now();
+  Microseconds cpu_;
+};
+
+/// The machine for real use, except that nobody sits at it: boxes are answered with their first
+/// button, and open dialogs with `file_to_open`.
+class UnattendedPlatform : public QtPlatform {
+ public:
+  Dialogs& dialogs() override { return answers_; }
+  std::string file_to_open;
+
+ private:
+  class Answers : public Dialogs {
+   public:
+    explicit Answers(const std::string& file) : file_(file) {}
+    BoxButton messageBox(const std::string& text, int style, const std::string& title) override;
+    std::string openFile(const FileRequest&) override { return file_; }
+    std::string saveFile(const FileRequest&) override { return file_; }
+
+   private:
+    const std::string& file_;
+  };
+
+  Answers answers_{file_to_open};
+};
+
+/// A configuration folder of its own, in which port 1 is `line`. Sets the application's name. To be
+/// made before the platform.
+class Desk {
+ public:
+  explicit Desk(const Line& line);
+  std::string file(const char* name) const;
+
+ private:
+  QTemporaryDir folder_;
+};
+
+/// Chooses a platform plug-in that works without a display when there is none.
+void chooseDisplay();
+
+template <class Control>
+Control& find(const QWidget& window, const char* name) {
+  auto* control = window.findChild<Control*>(name);
+  require(control != nullptr, name);
+  return *control;
+}
+
+}  // namespace mvdirigo::bench
