@@ -62,10 +62,7 @@ void Transaction::subSendToMV(const std::string& strCommand) {
   sent_at_ms_ = platform_.eventLoop().nowMs();
 
   LiveSettings& settings = settings_();
-  if (settings.DTProtocol()) {
-    link_.transmit(commandString);
-    link_.transmit("\r");
-  }
+  if (settings.DTProtocol()) link_.transmit(commandString + '\r');
   if (!settings.OEMProtocol()) return;
   link_.transmit(framing_.frame(commandString, currentRow));
 }
