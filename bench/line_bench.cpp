@@ -1,6 +1,7 @@
-// What the console adds to a command and its reply, on a pseudo-terminal with a peer that answers at
-// once: bare reads and writes, the console's serial link with framing and decoding, and the whole
-// window take turns. Then the CPU time of a wait for a reply that doesn't come, and of idling.
+// What the console adds to a command and its reply, on a pseudo-terminal with a peer that answers
+// at once: bare reads and writes, the console's serial link with framing and decoding, and the
+// whole window take turns. Then the CPU time of a wait for a reply that doesn't come, and of
+// idling.
 #include <unistd.h>
 
 #include <array>

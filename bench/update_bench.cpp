@@ -1,6 +1,6 @@
 // The piece rate of a firmware update, through the update dialog itself, against a bare loop that
-// sends the same pieces to the same unit: as fast as they go, and at the pace of a 57600 bit/s line.
-// Then the CPU time of the update's waits.
+// sends the same pieces to the same unit: as fast as they go, and at the pace of a 57600 bit/s
+// line. Then the CPU time of the update's waits.
 #include <unistd.h>
 
 #include <array>
@@ -35,7 +35,8 @@ struct Unit {
   Microseconds transferTime() const { return last_acknowledgement.get() - first_piece.get(); }
 };
 
-/// Takes `unit.pieces` pieces. A pace is kept by watching the clock: sleeping is not precise enough.
+/// Takes `unit.pieces` pieces. A pace is kept by watching the clock: sleeping is not precise
+/// enough.
 bool takePieces(int line, Unit& unit) {
   for (int taken = 0; taken < unit.pieces; ++taken) {
     std::array<char, kPieceLength> piece{};
@@ -99,7 +100,8 @@ Microseconds sendBare(const Line& line, Unit& unit, std::string_view image) {
 /// The update dialog, whose buttons are clicked.
 class UpdateDialog {
  public:
-  explicit UpdateDialog(UnattendedPlatform& platform) : platform_(platform), program_(platform, [] {}) {
+  explicit UpdateDialog(UnattendedPlatform& platform)
+      : platform_(platform), program_(platform, [] {}) {
     program_.start();
     find<QPushButton>(program_.settings(), "cmdUpdate").click();
     find<QComboBox>(*program_.update(), "cboBaud").setCurrentText("57600");
@@ -126,7 +128,9 @@ class UpdateDialog {
     if (status == "Status: Transfer complete...") print("transfer");
     status_ = status;
   }
-  void print(const char* phase) const { std::printf("  CPU in the %s: %.2f %% of a core\n", phase, cpu_.percent()); }
+  void print(const char* phase) const {
+    std::printf("  CPU in the %s: %.2f %% of a core\n", phase, cpu_.percent());
+  }
 
   UnattendedPlatform& platform_;
   Program program_;
@@ -157,7 +161,9 @@ void compare(const Line& line, Unit& unit, const Desk& desk, UpdateDialog& dialo
   print("update", update);
   if (paced) print("line's limit", kPieceTime * pieces);
   std::printf("  rate of the update to the bare loop %.3f", bare / update);
-  if (paced) std::printf(", to the line's limit %.3f, of the bare loop to the line's limit %.3f", kPieceTime * pieces / update, kPieceTime * pieces / bare);
+  if (paced)
+    std::printf(", to the line's limit %.3f, of the bare loop to the line's limit %.3f",
+                kPieceTime * pieces / update, kPieceTime * pieces / bare);
   std::printf("\n");
 }
 
@@ -170,7 +176,7 @@ void run(int argc, char** argv) {
   UnattendedPlatform platform;
   UpdateDialog dialog(platform);
   compare(line, unit, desk, dialog, kFreePieces, false);
-if (!getenv("UB")) compare(line, unit, desk, dialog, kPacedPieces, true);
+  if (!getenv("UB")) compare(line, unit, desk, dialog, kPacedPieces, true);
 }
 
 }  // namespace
