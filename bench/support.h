@@ -49,7 +49,8 @@ T& makeShared() {
 /// application object, which starts threads.
 class Line {
  public:
-  /// `serve` gets the file descriptor of the other end, on which reads fail once the line is closed.
+  /// `serve` gets the file descriptor of the other end, on which reads fail once the line is
+  /// closed.
   explicit Line(const std::function<void(int)>& serve);
   ~Line();
   Line(const Line&) = delete;
