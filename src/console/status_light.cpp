@@ -59,9 +59,9 @@ void StatusLight::showColour() {
 
 void StatusLight::paintEvent(QPaintEvent*) {
   QPainter painter(this);
-  painter.setPen(palette().color(QPalette::Dark));
-  painter.setBrush(shown(colour_));
-  painter.drawRect(rect().adjusted(0, 0, -1, -1));
+  // Filled twice, because an outline would be cut at fractional scale factors.
+  painter.fillRect(rect(), palette().color(QPalette::Dark));
+  painter.fillRect(rect().adjusted(1, 1, -1, -1), shown(colour_));
 }
 
 }  // namespace mvdirigo
