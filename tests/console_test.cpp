@@ -131,6 +131,19 @@ TEST_F(RecorderTest, KeepsItsCountersAtAStopAndStartsAfresh) {
   EXPECT_EQ(pressed, (Presses{{1, 0}, {35, 0}, {45, 1}, {55, 2}}));
 }
 
+TEST_F(RecorderTest, TogglesARecordingOverWhatTheTableHolds) {
+  record({5, 5}, 5);
+  recorder.clickPlayback();
+  recorder.toggleRecording();
+  EXPECT_TRUE(recorder.Recording() && !recorder.Playing());
+  tick(3);
+  pressRow(7);
+  recorder.toggleRecording();
+  EXPECT_FALSE(recorder.Recording());
+  EXPECT_EQ(recorder.table().button(0).text() + "," + recorder.table().delay(0).text(), "7,3");
+  EXPECT_EQ(recorder.table().button(1).text(), "1") << "neither cleared nor ended";
+}
+
 TEST_F(RecorderTest, EndsAFullRecordingAtThePressThatHasNoRow) {
   recorder.clickRecord();
   for (int press = 0; press < 500; ++press) {
