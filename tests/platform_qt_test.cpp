@@ -114,6 +114,22 @@ TEST(EventLoopTest, SleepsWhileItWaits) {
   EXPECT_LT(loadDuring(platform, 300), 0.1);
 }
 
+TEST(EventLoopTest, SleepsWhileABoxKeepsAWaitThatIsOver) {
+  QtPlatform platform;
+  bool over = false;
+  double load = 0;
+  QTimer::singleShot(1, [&] {
+    over = true;
+    QEventLoop box;
+    QTimer::singleShot(300, &box, &QEventLoop::quit);
+    const std::clock_t before = std::clock();
+    box.exec();
+    load = static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC / 0.3;
+  });
+  platform.eventLoop().waitUntil([&] { return over; }, WindowLife());
+  EXPECT_LT(load, 0.1);
+}
+
 TEST(EventLoopTest, EndsEveryWaitWhenTheApplicationExits) {
   QtPlatform platform;
   const WindowLife window;

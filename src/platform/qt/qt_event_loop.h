@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include <QObject>
 
 #include "platform/event_loop.h"
@@ -9,10 +11,21 @@ namespace mvdirigo {
 /// Qt's event loop. To be made after the application object.
 class QtEventLoop : public EventLoop {
  public:
+  /// Gets its turn whenever the loop has handled some events, before it sleeps, and again inside
+  /// every wait: the place for what must not happen inside an event's own handler.
+  class Listener {
+   public:
+    virtual ~Listener() = default;
+    virtual void betweenTurns() = 0;
+  };
+
   QtEventLoop();
 
+  void add(Listener& listener) { listeners_.push_back(&listener); }
+  void remove(Listener& listener);
+
   void runPending() override;
-  /// Returns `kWindowGone` also when the application was told to exit.
+  /// Returns `kWindowGone` also when the application is told to exit meanwhile.
   WaitResult waitUntil(const std::function<bool()>& done, const WindowLife& waiter) override;
   std::int64_t nowMs() const override;
 
@@ -20,9 +33,10 @@ class QtEventLoop : public EventLoop {
   /// One wait that is in progress; waits nest.
   struct Wait;
 
-  void look() const;
+  void tellListeners();
 
-  const Wait* innermost_ = nullptr;
+  std::vector<Listener*> listeners_;
+  Wait* innermost_ = nullptr;
   QObject context_;
 };
 

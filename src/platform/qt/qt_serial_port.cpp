@@ -8,11 +8,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 #include <utility>
 
 #include <QAbstractEventDispatcher>
-#include <QCoreApplication>
 #include <QLoggingCategory>
 #include <QSignalBlocker>
 #include <QTime>
@@ -105,16 +105,18 @@ Fault openingFault(QSerialPort::SerialPortError error) {
 
 }  // namespace
 
-QtSerialPort::QtSerialPort(PortDevices& devices, std::function<void()> on_comm)
+QtSerialPort::QtSerialPort(PortDevices& devices, QtEventLoop& event_loop,
+                           std::function<void()> on_comm)
     : devices_(devices),
+      event_loop_(event_loop),
       on_comm_(std::make_shared<const std::function<void()>>(std::move(on_comm))) {
-  const auto* dispatcher = QAbstractEventDispatcher::instance();
-  const auto look = [this] { onEventLoopTurn(); };
-  QObject::connect(dispatcher, &QAbstractEventDispatcher::aboutToBlock, &context_, look);
-  QObject::connect(dispatcher, &QAbstractEventDispatcher::awake, &context_, look);
+  event_loop_.add(*this);
 }
 
-QtSerialPort::~QtSerialPort() { close(); }
+QtSerialPort::~QtSerialPort() {
+  event_loop_.remove(*this);
+  close();
+}
 
 void QtSerialPort::setCommPort(int port) {
   if (PortOpen()) throw RuntimeError(Fault::kNotValidWhilePortOpen);
@@ -151,14 +153,14 @@ void QtSerialPort::open() {
   // What came in before is no answer to anything asked on this opening.
   tcflush(device.handle(), TCIFLUSH);
 
-  QObject::connect(port.get(), &QSerialPort::readyRead, [this] { takeReceived(); });
+  QObject::connect(port.get(), &QSerialPort::readyRead, [this] { takeWhatFits(); });
   QObject::connect(port.get(), &QSerialPort::errorOccurred,
                    [this](QSerialPort::SerialPortError error) { onError(error); });
   device_.emplace(std::move(device));
   port_ = std::move(port);
   opening_ = std::make_shared<const char>();
   sent_by_ = Clock::now();
-  delivery_queued_ = in_handler_ = vanishing_ = fault_unread_ = false;
+  vanishing_ = fault_unread_ = false;
   state_ = State::kOpen;
 }
 
@@ -210,7 +212,7 @@ std::string QtSerialPort::Input() {
   std::string taken(received_.begin(), end);
   received_.erase(received_.begin(), end);
   // There is room again for what Qt's port kept back.
-  if (port_ && port_->bytesAvailable() > 0) takeReceived();
+  if (port_ && port_->bytesAvailable() > 0) takeWhatFits();
   return taken;
 }
 
@@ -249,50 +251,35 @@ void QtSerialPort::onError(QSerialPort::SerialPortError error) {
       break;
   }
   // Qt's port repeats the error without end, so it is closed, but never inside its own signal.
-  if (std::exchange(vanishing_, true)) return;
-  queue(&QtSerialPort::onVanished);
+  vanishing_ = true;
 }
 
 void QtSerialPort::onVanished() {
-  keep(port_->readAll());
+  takeReceived();
   releaseDevice();
   state_ = State::kVanished;
-  queueDelivery();
+}
+
+void QtSerialPort::takeWhatFits() {
+  if (received_.size() < kReceiveCapacity) takeReceived();
 }
 
 void QtSerialPort::takeReceived() {
-  if (received_.size() < kReceiveCapacity) keep(port_->readAll());
-}
-
-void QtSerialPort::keep(const QByteArray& bytes) {
-  if (bytes.isEmpty()) return;
-  log(comm_port_, '<', {bytes.data(), static_cast<std::size_t>(bytes.size())});
+  std::array<char, kReadSize> buffer;
+  const qint64 count = port_->read(buffer.data(), kReadSize);
+  if (count <= 0) return;
+  const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
+  log(comm_port_, '<', bytes);
   received_.insert(received_.end(), bytes.begin(), bytes.end());
-  unannounced_ += static_cast<std::size_t>(bytes.size());
-  queueDelivery();
+  unannounced_ += bytes.size();
 }
 
-void QtSerialPort::queueDelivery() {
-  if (std::exchange(delivery_queued_, true)) return;
-  queue(&QtSerialPort::deliver);
-}
-
-void QtSerialPort::queue(void (QtSerialPort::*call)()) {
-  QMetaObject::invokeMethod(
-      QCoreApplication::instance(),
-      [this, call, opening = std::weak_ptr(opening_)] {
-        if (!opening.expired()) (this->*call)();
-      },
-      Qt::QueuedConnection);
-}
-
-/// A handler that waits runs the event loop inside a delivery; what is left of it comes there.
-void QtSerialPort::onEventLoopTurn() {
-  if (in_handler_ && deliveryDue()) queueDelivery();
+void QtSerialPort::betweenTurns() {
+  if (vanishing_ && port_) onVanished();
+  if (unannounced_ > 0 || state_ == State::kVanished) deliver();
 }
 
 void QtSerialPort::deliver() {
-  delivery_queued_ = false;
   const auto on_comm = on_comm_;
   const auto opening = std::weak_ptr(opening_);
   const auto end = Clock::now() + kLongestDelivery;
@@ -300,12 +287,11 @@ void QtSerialPort::deliver() {
     --unannounced_;
     const auto threshold = static_cast<std::size_t>(receive_threshold_);
     if (threshold == 0 || received_.size() < threshold) continue;
-    in_handler_ = true;
     (*on_comm)();
     if (opening.expired()) return;
-    in_handler_ = false;
     if (Clock::now() >= end) {
-      if (deliveryDue()) queueDelivery();
+      // The rest comes after the events that wait meanwhile, without a sleep.
+      QAbstractEventDispatcher::instance()->wakeUp();
       return;
     }
   }

@@ -7,22 +7,22 @@
 #include <memory>
 #include <optional>
 
-#include <QObject>
 #include <QSerialPort>
 
 #include "platform/line_settings.h"
 #include "platform/qt/port_devices.h"
+#include "platform/qt/qt_event_loop.h"
 #include "platform/serial_port.h"
 
 namespace mvdirigo {
 
 /// A port control on Qt's serial port. Received bytes are taken from it inside its signals, and
-/// announced from a queued call, so that a handler may wait, close and reopen the port, or destroy
-/// this control.
-class QtSerialPort : public SerialPort {
+/// announced between the turns of the event loop, so that a handler may wait, close and reopen the
+/// port, or destroy this control. A wait has turns of its own, which bring the rest.
+class QtSerialPort : public SerialPort, private QtEventLoop::Listener {
  public:
-  /// `devices` outlives the control.
-  QtSerialPort(PortDevices& devices, std::function<void()> on_comm);
+  /// `devices` and `event_loop` outlive the control.
+  QtSerialPort(PortDevices& devices, QtEventLoop& event_loop, std::function<void()> on_comm);
   ~QtSerialPort() override;
 
   int CommPort() const override { return comm_port_; }
@@ -57,16 +57,14 @@ class QtSerialPort : public SerialPort {
   void onError(QSerialPort::SerialPortError error);
   void onVanished();
 
+  void takeWhatFits();
+  /// Takes all that Qt's port has, which is at most one read.
   void takeReceived();
-  void keep(const QByteArray& bytes);
-  void queueDelivery();
+  void betweenTurns() override;
   void deliver();
-  void onEventLoopTurn();
-  bool deliveryDue() const { return unannounced_ > 0 || state_ == State::kVanished; }
-  /// Runs `call` from the event loop, unless the port is closed before.
-  void queue(void (QtSerialPort::*call)());
 
   PortDevices& devices_;
+  QtEventLoop& event_loop_;
   /// Shared with the deliveries in progress, so that a handler may destroy this control.
   const std::shared_ptr<const std::function<void()>> on_comm_;
 
@@ -91,12 +89,8 @@ class QtSerialPort : public SerialPort {
   std::deque<char> received_;
   /// Received characters whose `OnComm` is still to come.
   std::size_t unannounced_ = 0;
-  bool delivery_queued_ = false;
-  bool in_handler_ = false;
   bool vanishing_ = false;
   bool fault_unread_ = false;
-
-  QObject context_;
 };
 
 }  // namespace mvdirigo
