@@ -1,5 +1,7 @@
 #include <string>
+#include <vector>
 
+#include <QComboBox>
 #include <gtest/gtest.h>
 
 #include "support/files.h"
@@ -216,6 +218,23 @@ TEST_F(UpdateWindow, UpdatesAUnitAndGivesTheLineBack) {
   press("SendCommand(0)");
   platform_.runFor(100);
   EXPECT_EQ(reply(0), "Movane Stepper v7.02 No Error");
+}
+
+TEST_F(UpdateWindow, TurnsTheSpinnerNoFasterThanOneSees) {
+  openWithImage(30000);
+  find<QComboBox>(dialog(), "cboBaud").setCurrentText("57600");
+  auto& spinner = find<QLineEdit>(dialog(), "txtSpinner");
+  std::vector<SimTime> turns;
+  QObject::connect(&spinner, &QLineEdit::textChanged, [&](const QString& position) {
+    if (position != " ") turns.push_back(platform_.now());
+  });
+  expectConfirmation();
+  press(dialog(), "cmdUpdate");
+  platform_.runFor(1000);
+  EXPECT_EQ(spinner.text(), " ");
+  ASSERT_GT(turns.size(), 30);
+  for (std::size_t i = 1; i < turns.size(); ++i)
+    EXPECT_GE(turns[i] - turns[i - 1], std::chrono::milliseconds(130));
 }
 
 TEST_F(UpdateWindow, EndsCleanlyWhenItOrTheConsoleIsClosedInAnyWait) {

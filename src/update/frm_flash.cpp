@@ -24,6 +24,9 @@ namespace {
 
 constexpr int kUnits = 15;
 constexpr int kTrafficLines = 2000;
+/// At no rate of the line are that four turns as a rule, after which the spinner would look the
+/// same.
+constexpr int kSpinnerPauseMs = 130;
 /// Size of the dialog with the traffic beside its controls.
 constexpr QSize kVerboseSize(static_cast<int>(10000 / kTwipsPerPixel),
                              static_cast<int>(4500 / kTwipsPerPixel));
@@ -65,7 +68,9 @@ frmFlash::frmFlash(Platform& platform, Settings& settings, QWidget* owner,
       platform_(platform),
       settings_(settings),
       on_unload_(std::move(on_unload)),
+      spinner_pause_(platform.makeTimer([this] { onSpinnerPause(); })),
       update_(platform, *this, life_) {
+  spinner_pause_->setInterval(kSpinnerPauseMs);
   setObjectName("frmFlash");
   setWindowTitle("MVUpdate Firmware");
   setWindowModality(Qt::ApplicationModal);
@@ -114,6 +119,8 @@ QGroupBox* frmFlash::makeUpdateGroup() {
   txtSpinner->setFont(spinnerFont());
   txtSpinner->setAlignment(Qt::AlignCenter);
   txtSpinner->setFixedWidth(30);
+  // Opaque, so that a turn doesn't repaint what is behind it.
+  txtSpinner->setAutoFillBackground(true);
   pgbUpdate = new QProgressBar;
   pgbUpdate->setObjectName("pgbUpdate");
   pgbUpdate->setAccessibleName("Progress");
@@ -203,7 +210,20 @@ void frmFlash::setStatus(const std::string& text) {
 }
 
 void frmFlash::setSpinner(const std::string& text) {
-  txtSpinner->setText(QString::fromStdString(text));
+  spinner_ = QString::fromStdString(text);
+  const bool stopped = text == " ";
+  spinner_due_ = !stopped && spinner_pause_->Enabled();
+  if (!spinner_due_) showSpinner();
+}
+
+void frmFlash::showSpinner() {
+  txtSpinner->setText(spinner_);
+  spinner_pause_->setEnabled(true);
+}
+
+void frmFlash::onSpinnerPause() {
+  spinner_pause_->setEnabled(spinner_due_);
+  if (std::exchange(spinner_due_, false)) showSpinner();
 }
 
 int frmFlash::progress() { return pgbUpdate->value(); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 
 #include <QDialog>
@@ -43,6 +44,8 @@ class frmFlash : public QDialog, private FirmwareUpdate::Window {
   void cmdUpdate_Click();
   void cmdClose_Click();
   void enable(QPushButton* button, bool enabled);
+  void showSpinner();
+  void onSpinnerPause();
 
   bool verbose() override;
   void printTraffic(const std::string& bytes) override;
@@ -72,6 +75,12 @@ class frmFlash : public QDialog, private FirmwareUpdate::Window {
   QLineEdit* txtSpinner = nullptr;
   QProgressBar* pgbUpdate = nullptr;
   QPlainTextEdit* traffic_ = nullptr;
+
+  /// The spinner's newest position. It shows after a pause, because a fast unit turns the spinner
+  /// far faster than anybody sees, and every repaint between two pieces holds the second up.
+  QString spinner_;
+  bool spinner_due_ = false;
+  std::unique_ptr<Timer> spinner_pause_;
 
   FirmwareUpdate update_;
 };
