@@ -82,7 +82,9 @@ void FlashLink::sendFlashtoMV(const std::string& text) {
   yield();
   if (sending_piece_) reply.ReplyDone = false;
   MSCommFlash_->Output(text);
-  yield();
+  // What follows a piece is the wait for its acknowledgement, which lets events run as well. A turn
+  // of the event loop more would hold up every piece.
+  if (!sending_piece_) yield();
 }
 
 void FlashLink::sendPiece(const std::string& text) {
