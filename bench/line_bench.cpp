@@ -186,7 +186,7 @@ void measure(Durations& durations, Exchange&& exchange) {
 void measureRoundTrips(const Line& line, WindowlessConsole& link, Console& console) {
   Durations bare, dt, oem;
   for (int block = 0; block < kBlocks; ++block) {
-    line.setRaw();
+    setRaw(line.fd());
     measure(bare, [&] { return exchangeBare(line.fd()); });
     link.use(false);
     // The first command of a block opens the port.

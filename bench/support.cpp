@@ -36,8 +36,7 @@ void require(bool succeeded, const char* what) {
   std::exit(1);
 }
 
-/// Puts this process on one core: a unit and its host don't share one.
-static void pinTo(int core) {
+void pinTo(int core) {
   cpu_set_t cores;
   CPU_ZERO(&cores);
   CPU_SET(static_cast<std::size_t>(core), &cores);
@@ -49,17 +48,17 @@ Line::Line(const std::function<void(int)>& serve) {
   std::array<char, 64> path{};
   require(openpty(&far_end, &fd_, path.data(), nullptr, nullptr) == 0, "openpty");
   path_ = path.data();
-  setRaw();
+  setRaw(fd_);
   peer_ = fork();
   require(peer_ >= 0, "fork");
   if (peer_ == 0) {
     close(fd_);
-    if (!getenv("NOPIN")) pinTo(1);
+    pinTo(1);
     serve(far_end);
     _exit(0);
   }
   close(far_end);
-  if (!getenv("NOPIN")) pinTo(0);
+  pinTo(0);
 }
 
 Line::~Line() {
@@ -67,11 +66,12 @@ Line::~Line() {
   waitpid(peer_, nullptr, 0);
 }
 
-void Line::setRaw() const {
+void setRaw(int line, speed_t rate) {
   termios settings{};
-  tcgetattr(fd_, &settings);
+  tcgetattr(line, &settings);
   cfmakeraw(&settings);
-  require(tcsetattr(fd_, TCSANOW, &settings) == 0, "tcsetattr");
+  cfsetspeed(&settings, rate);
+  require(tcsetattr(line, TCSANOW, &settings) == 0, "tcsetattr");
 }
 
 bool writeAll(int fd, std::string_view bytes) {
@@ -115,13 +115,17 @@ BoxButton UnattendedPlatform::Answers::messageBox(const std::string& text, int s
   return style & box::kYesNo ? BoxButton::kYes : BoxButton::kOk;
 }
 
-Desk::Desk(const Line& line) {
+Desk::Desk() {
   qputenv("XDG_CONFIG_HOME", folder_.path().toUtf8());
   QCoreApplication::setApplicationName(kApplicationName);
-  const std::filesystem::path links = file(kApplicationName) + "/ports";
-  std::filesystem::create_directories(links);
-  std::filesystem::create_symlink(line.path(), links / "com1");
 }
+
+Desk::Desk(const Line& line) : Desk() {
+  std::filesystem::create_directories(std::filesystem::path(portLink()).parent_path());
+  std::filesystem::create_symlink(line.path(), portLink());
+}
+
+std::string Desk::portLink() const { return file(kApplicationName) + "/ports/com1"; }
 
 std::string Desk::file(const char* name) const { return folder_.filePath(name).toStdString(); }
 

@@ -2,6 +2,7 @@
 
 #include <sys/mman.h>
 #include <sys/types.h>
+#include <termios.h>
 
 #include <array>
 #include <atomic>
@@ -59,14 +60,18 @@ class Line {
   const std::string& path() const { return path_; }
   /// An open, blocking file descriptor of the near end.
   int fd() const { return fd_; }
-  /// Has the near end hand every byte on as it is. A port that was open leaves it otherwise.
-  void setRaw() const;
 
  private:
   std::string path_;
   int fd_ = -1;
   pid_t peer_ = 0;
 };
+
+/// Has a line hand every byte on as it is. A port that was open leaves it otherwise.
+void setRaw(int line, speed_t rate = B9600);
+
+/// Puts this process on one core: a unit and its host don't share one.
+void pinTo(int core);
 
 /// Writes all of `bytes`. Returns whether the line took them.
 bool writeAll(int fd, std::string_view bytes);
@@ -121,12 +126,15 @@ class UnattendedPlatform : public QtPlatform {
   Answers answers_{file_to_open};
 };
 
-/// A configuration folder of its own, in which port 1 is `line`. Sets the application's name. To be
-/// made before the platform.
+/// A configuration folder of its own. Sets the application's name. To be made before the platform.
 class Desk {
  public:
+  Desk();
+  /// Makes `line` port 1.
   explicit Desk(const Line& line);
   std::string file(const char* name) const;
+  /// The link of port 1.
+  std::string portLink() const;
 
  private:
   QTemporaryDir folder_;

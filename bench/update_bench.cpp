@@ -1,100 +1,95 @@
 // The piece rate of a firmware update, through the update dialog itself, against a bare loop that
-// sends the same pieces to the same unit: as fast as they go, and at the pace of a 57600 bit/s
-// line. Then the CPU time of the update's waits.
+// sends the same pieces to the same movane-sim: as fast as they go, and at the pace of a
+// 57600 bit/s line. Also the CPU time of the update's waits.
+#include <fcntl.h>
+#include <termios.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
 
 #include <QApplication>
 #include <QComboBox>
+#include <QProcess>
 
 #include "app/program.h"
+#include "core/stored_settings.h"
 #include "support.h"
 
 namespace mvdirigo::bench {
 namespace {
 
-constexpr int kPieceLength = 6;
+using namespace std::chrono_literals;
+
+constexpr std::size_t kPieceLength = 6;
 constexpr int kFreePieces = 64 * 1024 / kPieceLength;
-constexpr int kPacedPieces = 8000;
+constexpr int kPacedPieces = 2000;
+constexpr int kUpdates = 5;
 /// Start, eight data bits, stop.
-constexpr auto kByteTime = std::chrono::nanoseconds(std::chrono::seconds(10)) / 57600;
+constexpr Microseconds kByteTime = Microseconds(10s) / 57600;
 /// A piece and its acknowledgement.
-constexpr auto kPieceTime = (kPieceLength + 1) * kByteTime;
+constexpr Microseconds kPieceTime = (kPieceLength + 1) * kByteTime;
+/// How long the dialog waits between "Status: Transmitting data..." and the first piece.
+constexpr Microseconds kStartPause = 10ms;
+/// After so much silence a simulated unit leaves the update mode.
+constexpr auto kUnitLeavesUpdateMode = 3500ms;
+constexpr const char* kHeader = "00100";
 
-struct Unit {
-  /// How many pieces the unit takes before it listens to commands again.
-  std::atomic<int> pieces = 0;
-  std::atomic<bool> paced = false;
-  Stamp first_piece, last_acknowledgement;
+/// movane-sim on a core of its own, with a unit on port 1 that listens at 57600 bit/s and expects
+/// the image of `file`.
+class Unit {
+ public:
+  Unit(const std::string& file, bool paced) {
+    QStringList arguments{"--unit", "port=1,address=1,baud=57600,version=Movane Stepper v7.01",
+                          "--check-image", QString::fromStdString(file)};
+    if (paced) arguments << "--paced";
+    sim_.setChildProcessModifier([] { pinTo(1); });
+    // `cat` starts once the links stand, and echoes.
+    sim_.start(MOVANE_SIM, arguments << "--"
+                                     << "cat");
+    sim_.write("x");
+    require(sim_.waitForReadyRead(), "movane-sim");
+  }
+  ~Unit() {
+    sim_.closeWriteChannel();
+    sim_.waitForFinished();
+    require(sim_.exitCode() == 0, "the unit got another image");
+  }
 
-  Microseconds transferTime() const { return last_acknowledgement.get() - first_piece.get(); }
+ private:
+  QProcess sim_;
 };
-
-/// Takes `unit.pieces` pieces. A pace is kept by watching the clock: sleeping is not precise
-/// enough.
-bool takePieces(int line, Unit& unit) {
-  for (int taken = 0; taken < unit.pieces; ++taken) {
-    std::array<char, kPieceLength> piece{};
-    for (std::size_t have = 0; have < piece.size();) {
-      const ssize_t count = read(line, piece.data() + have, piece.size() - have);
-      if (count <= 0) return false;
-      have += static_cast<std::size_t>(count);
-    }
-    if (taken == 0) unit.first_piece.take();
-    if (unit.paced) {
-      const auto due = Clock::now() + kPieceTime;
-      while (Clock::now() < due) {
-      }
-    }
-    // In time for the host, which may look as soon as it has the last one.
-    unit.last_acknowledgement.take();
-    if (!writeAll(line, "\r")) return false;
-  }
-  return true;
-}
-
-/// A unit with a version that needs no further question, and its update mode.
-void answer(int line, Unit& unit) {
-  std::string command;
-  for (char byte = 0; read(line, &byte, 1) == 1;) {
-    if (byte == '\xAA') {
-      writeAll(line, "\r");
-      continue;
-    }
-    if (byte != '\r') {
-      command += byte;
-      continue;
-    }
-    if (command.find('[') != std::string::npos) {
-      writeAll(line, "?");
-      if (!takePieces(line, unit)) return;
-    } else if (command.find('b') == std::string::npos) {
-      writeAll(line, "\xFF/0@Movane Stepper v7.01\x03\r\n");
-    }
-    command.clear();
-  }
-}
 
 /// An update file with a header for a partial update, and `pieces` pieces.
 std::string imageOf(int pieces) {
-  std::string image = "00100";
-  for (int i = 0; i < pieces * kPieceLength; ++i) image += static_cast<char>(i * 7);
+  std::string image = kHeader;
+  for (std::size_t i = 0; i < static_cast<std::size_t>(pieces) * kPieceLength; ++i) {
+    image += static_cast<char>(i * 7);
+  }
   return image;
 }
 
-Microseconds sendBare(const Line& line, Unit& unit, std::string_view image) {
-  line.setRaw();
-  require(writeAll(line.fd(), "/1[40617\r") && readThrough(line.fd(), '?'), "update mode");
-  for (image.remove_prefix(5); !image.empty(); image.remove_prefix(kPieceLength)) {
-    require(writeAll(line.fd(), image.substr(0, kPieceLength)) && readThrough(line.fd(), '\r'),
-            "piece");
+/// Returns how long the pieces of `image` took.
+Microseconds sendBare(const std::string& device, std::string_view image) {
+  const int line = open(device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  require(line >= 0, "open");
+  setRaw(line, B57600);
+  require(writeAll(line, "/1[40617\r") && readThrough(line, '?'), "update mode");
+  image.remove_prefix(std::string_view(kHeader).size());
+  const auto start = Clock::now();
+  for (; !image.empty(); image.remove_prefix(kPieceLength)) {
+    require(writeAll(line, image.substr(0, kPieceLength)) && readThrough(line, '\r'), "piece");
   }
-  return unit.transferTime();
+  const Microseconds time = Clock::now() - start;
+  close(line);
+  std::this_thread::sleep_for(kUnitLeavesUpdateMode);
+  return time;
 }
 
 /// The update dialog, whose buttons are clicked.
@@ -103,20 +98,23 @@ class UpdateDialog {
   explicit UpdateDialog(UnattendedPlatform& platform)
       : platform_(platform), program_(platform, [] {}) {
     program_.start();
-    find<QPushButton>(program_.settings(), "cmdUpdate").click();
-    find<QComboBox>(*program_.update(), "cboBaud").setCurrentText("57600");
-    QObject::connect(&find<QLineEdit>(*program_.update(), "txtStatus"), &QLineEdit::textChanged,
-                     [this](const QString& status) { onStatus(status); });
   }
   ~UpdateDialog() { program_.console().close(); }
 
-  void send(const std::string& file) {
+  /// Returns how long the pieces of `file` took.
+  Microseconds send(const std::string& file) {
     platform_.file_to_open = file;
-    find<QPushButton>(*program_.update(), "cmdLoadImage").click();
-    find<QPushButton>(*program_.update(), "cmdUpdate").click();
-    require(status_ == "Status: OK", "update");
-    find<QPushButton>(*program_.update(), "cmdClose").click();
     find<QPushButton>(program_.settings(), "cmdUpdate").click();
+    QWidget& dialog = *program_.update();
+    find<QComboBox>(dialog, "cboBaud").setCurrentText("57600");
+    QObject::connect(&find<QLineEdit>(dialog, "txtStatus"), &QLineEdit::textChanged,
+                     [this](const QString& status) { onStatus(status); });
+    find<QPushButton>(dialog, "cmdLoadImage").click();
+    find<QPushButton>(dialog, "cmdUpdate").click();
+    require(status_ == "Status: OK", status_.toUtf8().constData());
+    find<QPushButton>(dialog, "cmdClose").click();
+    std::this_thread::sleep_for(kUnitLeavesUpdateMode);
+    return end_ - start_ - kStartPause;
   }
 
  private:
@@ -124,8 +122,14 @@ class UpdateDialog {
   void onStatus(const QString& status) {
     if (status == "Status: Negotiating baud rate...") cpu_ = CpuShare();
     if (status == "Status: Validating ZRF update file...") print("settle pause");
-    if (status == "Status: Transmitting data...") cpu_ = CpuShare();
-    if (status == "Status: Transfer complete...") print("transfer");
+    if (status == "Status: Transmitting data...") {
+      cpu_ = CpuShare();
+      start_ = Clock::now();
+    }
+    if (status == "Status: Transfer complete...") {
+      end_ = Clock::now();
+      print("transfer");
+    }
     status_ = status;
   }
   void print(const char* phase) const {
@@ -136,47 +140,50 @@ class UpdateDialog {
   Program program_;
   QString status_;
   CpuShare cpu_;
+  Clock::time_point start_, end_;
 };
 
-void compare(const Line& line, Unit& unit, const Desk& desk, UpdateDialog& dialog, int pieces,
-             bool paced) {
-  unit.pieces = pieces;
-  unit.paced = paced;
+double median(std::vector<double> values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+void compare(const Desk& desk, UpdateDialog& dialog, int pieces, bool paced) {
   const std::string image = imageOf(pieces);
-  std::ofstream(desk.file("image.zrf"), std::ios::binary) << image;
-
-  const Microseconds before = sendBare(line, unit, image);
-  dialog.send(desk.file("image.zrf"));
-  const Microseconds update = unit.transferTime();
-  const Microseconds after = sendBare(line, unit, image);
-
-  const Microseconds bare = (before + after) / 2;
-  const auto print = [&](const char* name, Microseconds time) {
-    std::printf("  %-12s %8.1f us a piece %10.0f pieces/s\n", name, time.count() / pieces,
-                pieces / std::chrono::duration<double>(time).count());
-  };
+  const std::string file = desk.file("image.zrf");
+  std::ofstream(file, std::ios::binary) << image;
+  const Unit unit(file, paced);
   std::printf("%s, %d pieces\n", paced ? "paced at 57600 bit/s" : "unpaced", pieces);
-  print("bare, before", before);
-  print("bare, after", after);
-  print("update", update);
-  if (paced) print("line's limit", kPieceTime * pieces);
-  std::printf("  rate of the update to the bare loop %.3f", bare / update);
+
+  // The machine's own speed wavers, so each update is compared with the bare loops before and after
+  // it.
+  std::vector<double> to_bare, to_limit;
+  Microseconds before = sendBare(desk.portLink(), image);
+  for (int i = 0; i < kUpdates; ++i) {
+    const Microseconds update = dialog.send(file);
+    const Microseconds after = sendBare(desk.portLink(), image);
+    const Microseconds bare = (std::exchange(before, after) + after) / 2;
+    std::printf("  bare loop %.1f us a piece, update %.1f us a piece\n", bare.count() / pieces,
+                update.count() / pieces);
+    to_bare.push_back(bare / update);
+    to_limit.push_back(kPieceTime * pieces / update);
+  }
+  std::printf("  rate of the update to the bare loop, median: %.3f\n", median(to_bare));
   if (paced)
-    std::printf(", to the line's limit %.3f, of the bare loop to the line's limit %.3f",
-                kPieceTime * pieces / update, kPieceTime * pieces / bare);
-  std::printf("\n");
+    std::printf("  rate of the update to the line's limit, median: %.3f\n", median(to_limit));
 }
 
 void run(int argc, char** argv) {
-  auto& unit = makeShared<Unit>();
-  const Line line([&unit](int far_end) { answer(far_end, unit); });
   chooseDisplay();
   QApplication application(argc, argv);
-  const Desk desk(line);
+  const Desk desk;
   UnattendedPlatform platform;
+  writeSetting(platform.settingsStore(), stored::kBaudRate, "3");
+  pinTo(0);
   UpdateDialog dialog(platform);
-  compare(line, unit, desk, dialog, kFreePieces, false);
-  if (!getenv("UB")) compare(line, unit, desk, dialog, kPacedPieces, true);
+  compare(desk, dialog, kFreePieces, false);
+  compare(desk, dialog, kPacedPieces, true);
 }
 
 }  // namespace
