@@ -10,6 +10,8 @@
 #include <chrono>
 #include <cstring>
 
+#include <QEventLoop>
+#include <QTimer>
 #include <gtest/gtest.h>
 
 #include "platform/qt/qt_platform.h"
@@ -152,6 +154,28 @@ TEST_F(SerialPortTest, DeliversTheNextCharactersInsideAHandlersWait) {
   line_.send("abc");
   EXPECT_TRUE(runUntil([&] { return depth == 0 && deepest > 0; }));
   EXPECT_EQ(deepest, 6);
+}
+
+TEST_F(SerialPortTest, LetsNoBoxSleepThroughItsEndAfterAHandlerThatYields) {
+  QEventLoop box;
+  bool ended = false, late = false;
+  then_ = [&] {
+    if (events_ == 1) {
+      box.exec();
+      ended = true;
+    } else {
+      box.quit();
+      platform_.eventLoop().runPending();
+      platform_.eventLoop().runPending();
+    }
+  };
+  QTimer timer;
+  timer.callOnTimeout([&] { late = true; });
+  timer.start(1000);
+  port_->setPortOpen(true);
+  line_.sendAndSettle("ab");
+  platform_.eventLoop().waitUntil([&] { return ended; }, WindowLife());
+  EXPECT_FALSE(late);
 }
 
 TEST_F(SerialPortTest, LetsAHandlerCloseReopenOrDestroyThePort) {

@@ -37,6 +37,7 @@ class QtEventLoop : public EventLoop {
 
   std::vector<Listener*> listeners_;
   Wait* innermost_ = nullptr;
+  unsigned turns_ = 0;
   QObject context_;
 };
 
