@@ -30,12 +30,10 @@ struct QtEventLoop::Wait {
 QtEventLoop::QtEventLoop() {
   const auto* dispatcher = QAbstractEventDispatcher::instance();
   QObject::connect(dispatcher, &QAbstractEventDispatcher::aboutToBlock, &context_, [this] {
-    ++turns_;
     tellListeners();
     if (innermost_) innermost_->endIfOver();
   });
   QObject::connect(dispatcher, &QAbstractEventDispatcher::awake, &context_, [this] {
-    ++turns_;
     tellListeners();
     if (innermost_ && innermost_->loop.isRunning()) innermost_->endIfOver();
   });
@@ -45,13 +43,13 @@ void QtEventLoop::remove(Listener& listener) { std::erase(listeners_, &listener)
 
 // A listener may remove any. Backwards, that makes none of the others miss its call.
 void QtEventLoop::tellListeners() {
-  const unsigned turns = turns_;
+  const unsigned turn = ++turns_;
   for (std::size_t i = listeners_.size(); i-- > 0;) {
     if (i < listeners_.size()) listeners_[i]->betweenTurns();
   }
   // A listener that waited or yielded had turns of its own. They may have used up what was to keep
   // the turn in progress from sleeping.
-  if (turns_ != turns) QAbstractEventDispatcher::instance()->wakeUp();
+  if (turns_ != turn) QAbstractEventDispatcher::instance()->wakeUp();
 }
 
 void QtEventLoop::runPending() {
