@@ -24,8 +24,8 @@ namespace {
 
 constexpr int kUnits = 15;
 constexpr int kTrafficLines = 2000;
-/// At no rate of the line are that four turns as a rule, after which the spinner would look the
-/// same.
+/// At no rate of the line is that mostly a multiple of four turns, after which the spinner would
+/// look the same.
 constexpr int kSpinnerPauseMs = 130;
 /// Size of the dialog with the traffic beside its controls.
 constexpr QSize kVerboseSize(static_cast<int>(10000 / kTwipsPerPixel),
@@ -210,20 +210,20 @@ void frmFlash::setStatus(const std::string& text) {
 }
 
 void frmFlash::setSpinner(const std::string& text) {
-  spinner_ = QString::fromStdString(text);
   const bool stopped = text == " ";
+  spinner_ = QString::fromStdString(text);
   spinner_due_ = !stopped && spinner_pause_->Enabled();
-  if (!spinner_due_) showSpinner();
-}
-
-void frmFlash::showSpinner() {
+  if (spinner_due_) return;
   txtSpinner->setText(spinner_);
   spinner_pause_->setEnabled(true);
 }
 
 void frmFlash::onSpinnerPause() {
-  spinner_pause_->setEnabled(spinner_due_);
-  if (std::exchange(spinner_due_, false)) showSpinner();
+  if (std::exchange(spinner_due_, false)) {
+    txtSpinner->setText(spinner_);
+  } else {
+    spinner_pause_->setEnabled(false);
+  }
 }
 
 int frmFlash::progress() { return pgbUpdate->value(); }

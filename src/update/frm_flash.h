@@ -44,7 +44,6 @@ class frmFlash : public QDialog, private FirmwareUpdate::Window {
   void cmdUpdate_Click();
   void cmdClose_Click();
   void enable(QPushButton* button, bool enabled);
-  void showSpinner();
   void onSpinnerPause();
 
   bool verbose() override;
