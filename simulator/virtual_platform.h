@@ -39,6 +39,8 @@ class VirtualPlatform : public Platform, private EventLoop {
   /// Runs whenever events are about to be handled, for events that are not this machine's own.
   std::function<void()> onRunPending;
 
+  int times_links_forgotten = 0;
+
   /// Handles events for `duration_ms` of virtual time.
   void runFor(std::int64_t duration_ms);
   /// Handles events until `done()` holds, for at most `limit_ms`; returns whether it holds.
@@ -60,6 +62,7 @@ class VirtualPlatform : public Platform, private EventLoop {
   std::unique_ptr<Timer> makeTimer(std::function<void()> on_tick) override;
   std::unique_ptr<SerialPort> makeSerialPort(std::function<void()> on_comm) override;
   PortDetails portDetails(int comm_port) override;
+  void forgetPortLinks() override { ++times_links_forgotten; }
   double random() override;
   std::string timeOfDay() override;
 

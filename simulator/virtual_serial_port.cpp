@@ -79,6 +79,11 @@ void VirtualSerialPort::setPortOpen(bool open) {
   opening_ = std::make_shared<char>();
 }
 
+void VirtualSerialPort::reopen() {
+  setPortOpen(false);
+  setPortOpen(true);
+}
+
 void VirtualSerialPort::close() {
   if (socket_) socket_->release(*this);
   socket_ = nullptr;

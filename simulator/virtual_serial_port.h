@@ -65,6 +65,7 @@ class VirtualSerialPort : public SerialPort {
   void setSettings(const std::string& settings) override;
   bool PortOpen() const override { return socket_ != nullptr; }
   void setPortOpen(bool open) override;
+  void reopen() override;
   int RThreshold() const override { return receive_threshold_; }
   void setRThreshold(int characters) override;
   int InputLen() const override { return input_len_; }

@@ -11,6 +11,7 @@
 
 #include "console/button_bar.h"
 #include "console/command_file.h"
+#include "console/tool_tip.h"
 #include "core/stored_settings.h"
 #include "platform/handler_edge.h"
 #include "platform/text.h"
@@ -22,11 +23,6 @@ constexpr int kRowsWithoutSetting = 10;
 constexpr int kLightTimeMs = 500;
 
 std::size_t at(int row) { return static_cast<std::size_t>(row); }
-
-/// `text` as a tool tip that shows it letter by letter, even where it looks like markup.
-QString plainToolTip(const QString& text) {
-  return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text;
-}
 
 /// What a tool tip tells of the raw reply: its newest characters, as many as fit a screen.
 QString receivedText(const std::string& raw) {

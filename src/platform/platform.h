@@ -37,7 +37,12 @@ class Platform {
   /// A closed port control: port 1, "9600,N,8,1", no events, reads of everything, text mode.
   virtual std::unique_ptr<SerialPort> makeSerialPort(std::function<void()> on_comm) = 0;
 
+  /// Of a port from 1 to 16. After an opening that was refused, `obstacle` tells why.
   virtual PortDetails portDetails(int comm_port) = 0;
+
+  /// A port number that a link once served stays with links: while the link is missing there is no
+  /// such device. This forgets it, so that the number may be another device again.
+  virtual void forgetPortLinks() = 0;
 
   /// A uniform random number in [0, 1).
   virtual double random() = 0;

@@ -77,6 +77,11 @@ std::string visibleControls(std::string_view latin1) {
   return visible;
 }
 
+std::string shortVisibleText(std::string_view latin1) {
+  constexpr std::size_t kShown = 300;
+  return visibleControls(latin1.substr(0, kShown)) + (latin1.size() > kShown ? "\u2026" : "");
+}
+
 std::string_view trimBlanks(std::string_view text) {
   const auto first = text.find_first_not_of(' ');
   if (first == std::string_view::npos) return {};

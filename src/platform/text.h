@@ -14,6 +14,9 @@ std::string utf8FromLatin1(std::string_view latin1);
 /// Line bytes for people, as UTF-8: control characters as "\r", "\n" or "\x02".
 std::string visibleControls(std::string_view latin1);
 
+/// The same for a box, a status line or a tip: of a longer text the first 300 characters and "…".
+std::string shortVisibleText(std::string_view latin1);
+
 /// `text` without the blanks (code 32) at both ends.
 std::string_view trimBlanks(std::string_view text);
 

@@ -139,6 +139,11 @@ void QtSerialPort::setPortOpen(bool open) {
   open ? this->open() : close();
 }
 
+void QtSerialPort::reopen() {
+  setPortOpen(false);
+  setPortOpen(true);
+}
+
 void QtSerialPort::open() {
   TakenDevice device = devices_.take(comm_port_, device_name_);
   preferLowLatency(device.handle());

@@ -31,6 +31,7 @@ class QtSerialPort : public SerialPort, private QtEventLoop::Listener {
   void setSettings(const std::string& settings) override;
   bool PortOpen() const override { return state_ != State::kClosed; }
   void setPortOpen(bool open) override;
+  void reopen() override;
   int RThreshold() const override { return receive_threshold_; }
   void setRThreshold(int characters) override;
   int InputLen() const override { return input_len_; }
