@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include <QApplication>
 #include <QEventLoop>
@@ -113,6 +114,7 @@ class WindowlessConsole {
     platform_.eventLoop().waitUntil([this] { return rows_.replied_at.has_value(); }, rows_.life());
     return *rows_.replied_at;
   }
+  void reset() { transaction_.link().reset(); }
   void close() { transaction_.link().close(); }
 
  private:
@@ -208,6 +210,21 @@ void measureRoundTrips(const Line& line, WindowlessConsole& link, Console& conso
   console.print();
 }
 
+/// What a time-out does to the port: it closes and opens it. The command is long on its way then.
+void measureResets(WindowlessConsole& link) {
+  Durations resets;
+  link.use(false);
+  for (int i = 0; i < kRoundTripsABlock; ++i) {
+    link.exchange();
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const auto start = Clock::now();
+    link.reset();
+    resets.add(Clock::now() - start);
+  }
+  link.close();
+  resets.print("reset of the open port");
+}
+
 void measureCpu(Console& console, PeerNotes& notes) {
   notes.silent = true;
   const CpuShare waiting;
@@ -233,6 +250,7 @@ void run(int argc, char** argv) {
   WindowlessConsole link(platform);
   Console console(platform, notes);
   measureRoundTrips(line, link, console);
+  measureResets(link);
   measureCpu(console, notes);
 }
 

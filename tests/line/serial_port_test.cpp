@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -14,9 +15,12 @@
 #include <QTimer>
 #include <gtest/gtest.h>
 
+#include "line/driver.h"
 #include "platform/qt/qt_platform.h"
+#include "platform/qt/qt_serial_port.h"
 #include "support/config_home.h"
 #include "support/fault_number.h"
+#include "support/files.h"
 #include "support/port_refusals.h"
 #include "support/real_time.h"
 
@@ -135,7 +139,7 @@ TEST_F(SerialPortTest, DeliversFromTheEventLoopOnlyAndForgetsWhatCameBeforeTheOp
   port_->setPortOpen(true);
   line_.sendAndSettle("x");
   port_->Output("y");
-  port_->Input();
+  EXPECT_EQ(port_->InBufferCount(), 1);
   EXPECT_EQ(events_, 0);
   platform_.eventLoop().runPending();
   EXPECT_EQ(events_, 1);
@@ -252,7 +256,8 @@ TEST_F(SerialPortTest, RefusesWithTheNumbersOfTheTable) { expectRefusals(*port_)
 TEST_F(SerialPortTest, RefusesWhatIsNoSerialPortWithoutWaitingForIt) {
   const std::string folder = home_.path(), pipe = folder + "/pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  for (const std::string& target : {pipe, folder, std::string("/dev/null"), folder + "/none"}) {
+  for (const std::string& target : {pipe, folder, std::string("/dev/null"), folder + "/none",
+                                    std::filesystem::canonical("/dev/ptmx").string()}) {
     home_.link(3, target);
     EXPECT_EQ(openingError(), 8002) << target;
     const PortDetails details = platform_.portDetails(3);
@@ -357,6 +362,192 @@ TEST_F(SerialPortTest, TellsTheWriterOfAVanishedDeviceAndForgetsItAtClosing) {
   port_->setPortOpen(false);
   loadDuring(platform_, 20);
   EXPECT_EQ(events_, 0);
+}
+
+TEST_F(SerialPortTest, EndsANestedWaitWithItsCharacterAndNoOtherEvent) {
+  bool late = false;
+  QTimer::singleShot(2000, qApp, [&] { late = true; });
+  const auto wait = [&] {
+    platform_.eventLoop().waitUntil([&] { return late || received_ == "ab"; }, WindowLife());
+  };
+  then_ = [&] {
+    then_ = nullptr;
+    line_.send("b");
+    wait();
+  };
+  port_->setPortOpen(true);
+  line_.send("a");
+  wait();
+  EXPECT_FALSE(late);
+}
+
+TEST_F(SerialPortTest, AsksTheDriverForTheWholeFormatOfTheLine) {
+  Driver driver;
+  for (const char* settings : {"9600", "38400,e,7,2", "57600,O,5,1"}) {
+    port_->setSettings(settings);
+    port_->setPortOpen(true);
+    port_->setPortOpen(false);
+  }
+  constexpr unsigned kAlways = CREAD | CLOCAL, kFormat = CBAUD | CSIZE | PARENB | PARODD | CSTOPB;
+  ASSERT_EQ(driver.flags_asked.size(), 3U);
+  for (const unsigned flags : driver.flags_asked) EXPECT_EQ(flags & kAlways, kAlways);
+  EXPECT_EQ(driver.flags_asked[0] & kFormat, unsigned{B9600 | CS8});
+  EXPECT_EQ(driver.flags_asked[1] & kFormat, unsigned{B38400 | CS7 | PARENB | CSTOPB});
+  EXPECT_EQ(driver.flags_asked[2] & kFormat, unsigned{B57600 | CS5 | PARENB | PARODD});
+}
+
+TEST_F(SerialPortTest, RefusesARateThatTheHardwareLacksAndKeepsTheOneItHas) {
+  Driver driver;
+  driver.only_rate = 9600;
+  port_->setSettings("230400");
+  EXPECT_EQ(openingError(), 380);
+  EXPECT_FALSE(port_->PortOpen());
+  EXPECT_EQ(platform_.portDetails(3).obstacle, "This port can't do 230400 baud.");
+  port_->setSettings("9600");
+  EXPECT_EQ(openingError(), 0);
+  EXPECT_EQ(faultNumber([this] { port_->setSettings("19200"); }), 380);
+  EXPECT_EQ(port_->Settings(), "9600");
+  EXPECT_EQ(line_.settings().c_ospeed, speed_t{B9600});
+  // Adapters that divide their clock.
+  for (const auto& [asked, taken] : {std::pair{57600, 57554}, {115200, 115385}, {230400, 230769}}) {
+    driver.only_rate = taken;
+    EXPECT_EQ(faultNumber([&] { port_->setSettings(std::to_string(asked)); }), 0) << asked;
+  }
+}
+
+TEST_F(SerialPortTest, ClosesAStuckAdapterWithoutWaitingForIt) {
+  port_->setPortOpen(true);
+  port_->Output("x");
+  Driver driver;
+  driver.stuck = true;
+  port_->setPortOpen(false);
+  EXPECT_EQ(driver.interrupted_closings, 1);
+}
+
+TEST_F(SerialPortTest, GivesTheLineTimeForItsLastBytesBeforeItChangesTheRate) {
+  port_->setPortOpen(true);
+  port_->Output("/1b57600R\r");
+  const auto arrived = std::chrono::steady_clock::now();
+  port_->setPortOpen(false);
+  port_->setSettings("57600");
+  EXPECT_GE(std::chrono::steady_clock::now() - arrived, std::chrono::microseconds(10'400));
+}
+
+/// A port on devices and lock files of the test's own.
+class PortDevicesTest : public SerialPortTest {
+ protected:
+  PortDevicesTest() {
+    std::filesystem::create_directories(folder_.path / "serial/by-id");
+    std::filesystem::create_directories(locks_);
+    own_port_.setCommPort(5);
+  }
+  void link(const std::string& name, const std::filesystem::path& target) const {
+    std::filesystem::remove(folder_.path / name);
+    std::filesystem::create_symlink(target, folder_.path / name);
+  }
+  void unlink(const std::string& name) const { std::filesystem::remove(folder_.path / name); }
+  /// Opens the port and closes it again; the device that it was, or the fault's number.
+  std::string opened() {
+    const int fault = faultNumber([this] { own_port_.setPortOpen(true); });
+    if (fault != 0) return std::to_string(fault);
+    own_port_.setPortOpen(false);
+    return devices_.describe(5).device;
+  }
+  std::filesystem::path lockFile() const {
+    return locks_ / ("LCK..pts_" + line_.path.substr(std::string("/dev/pts/").size()));
+  }
+
+  TemporaryFolder folder_;
+  std::filesystem::path locks_ = folder_.path / "locks";
+  PortDevices devices_{{folder_.path, locks_}};
+  QtEventLoop loop_;
+  QtSerialPort own_port_{devices_, loop_, [] {}};
+  Line other_line_;
+};
+
+TEST_F(PortDevicesTest, StaysWithTheLinkOfANumberUntilItIsToldToForget) {
+  link("com5", line_.path);
+  link("ttyUSB0", other_line_.path);
+  EXPECT_EQ(opened(), line_.path);
+  unlink("com5");
+  EXPECT_EQ(opened(), "8002");
+  EXPECT_EQ(devices_.describe(5).obstacle, "There is no such device.");
+  link("com5", line_.path);
+  EXPECT_EQ(opened(), line_.path);
+  unlink("com5");
+  devices_.forgetLinks();
+  EXPECT_EQ(opened(), other_line_.path);
+}
+
+TEST_F(PortDevicesTest, FindsAnAdapterThatCameBackUnderAnotherName) {
+  link("ttyUSB0", line_.path);
+  link("serial/by-id/usb-adapter", "../../ttyUSB0");
+  EXPECT_EQ(opened(), line_.path);
+  unlink("ttyUSB0");
+  EXPECT_EQ(opened(), "8002");
+  link("ttyUSB1", other_line_.path);
+  link("serial/by-id/usb-adapter", "../../ttyUSB1");
+  EXPECT_EQ(opened(), other_line_.path);
+}
+
+TEST_F(PortDevicesTest, KeepsItsLockFileOverAReopeningAndRemovesItAtTheEnd) {
+  link("ttyUSB0", line_.path);
+  own_port_.setPortOpen(true);
+  EXPECT_EQ(std::stoi(bytesOf(lockFile())), getpid());
+  struct stat before {
+  }, after{};
+  stat(lockFile().c_str(), &before);
+  own_port_.reopen();
+  stat(lockFile().c_str(), &after);
+  EXPECT_EQ(before.st_ino, after.st_ino);
+  EXPECT_EQ(before.st_mtim.tv_nsec, after.st_mtim.tv_nsec);
+  QtSerialPort second(devices_, loop_, [] {});
+  second.setCommPort(5);
+  EXPECT_EQ(faultNumber([&] { second.setPortOpen(true); }), 8005);
+  EXPECT_EQ(devices_.describe(5).obstacle, "It is in use by this program.");
+  own_port_.setPortOpen(false);
+  EXPECT_FALSE(std::filesystem::exists(lockFile()));
+}
+
+TEST_F(PortDevicesTest, HonoursLockFilesOfOthersAndTakesWhatEndedProgramsLeft) {
+  link("ttyUSB0", line_.path);
+  const auto expectRefusal = [this](const std::string& obstacle) {
+    EXPECT_EQ(opened(), "8005");
+    EXPECT_EQ(devices_.describe(5).obstacle.substr(0, obstacle.size()), obstacle);
+  };
+  const pid_t alive = getppid();
+  const pid_t ended = fork();
+  if (ended == 0) _exit(0);
+  waitpid(ended, nullptr, 0);
+
+  writeFile(lockFile(), "      " + std::to_string(alive) + "\n");
+  expectRefusal("It is in use by the program ");
+  writeFile(lockFile(), std::string(reinterpret_cast<const char*>(&alive), sizeof alive));
+  expectRefusal("It is in use by the program ");
+  for (const std::string content : {"", "no number"}) {
+    writeFile(lockFile(), content);
+    expectRefusal("Its lock file doesn't tell who uses it. If no program uses the port, remove " +
+                  lockFile().string());
+  }
+  // These would hold an opening up, or lead it elsewhere.
+  unlink("locks/" + lockFile().filename().string());
+  ASSERT_EQ(mkfifo(lockFile().c_str(), 0600), 0);
+  expectRefusal("What stands in place of its lock file is none.");
+  link("locks/" + lockFile().filename().string(), "/proc/self/stat");
+  expectRefusal("What stands in place of its lock file is none.");
+  unlink("locks/" + lockFile().filename().string());
+
+  for (const pid_t left : {ended, getpid()}) {
+    writeFile(lockFile(), std::to_string(left) + "\n");
+    EXPECT_EQ(opened(), line_.path);
+  }
+}
+
+TEST_F(PortDevicesTest, NamesALockFileThatCanNotBeWritten) {
+  link("ttyUSB0", line_.path);
+  PortDevices devices({folder_.path, "/sys"});
+  EXPECT_EQ(faultNumber([&] { devices.take(5, {}); }), 70);
+  EXPECT_EQ(devices.describe(5).obstacle.find("Its lock file /sys/LCK..pts_"), 0U);
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ class QtPlatform : public Platform {
   std::unique_ptr<Timer> makeTimer(std::function<void()> on_tick) override;
   std::unique_ptr<SerialPort> makeSerialPort(std::function<void()> on_comm) override;
   PortDetails portDetails(int comm_port) override;
-  void forgetPortLinks() override {}
+  void forgetPortLinks() override { port_devices_.forgetLinks(); }
   double random() override;
   std::string timeOfDay() override;
 

@@ -1,20 +1,13 @@
 #include "platform/qt/qt_serial_port.h"
 
-#include <fcntl.h>
-#include <linux/serial.h>
-#include <poll.h>
-#include <sys/ioctl.h>
-#include <termios.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include <QAbstractEventDispatcher>
 #include <QLoggingCategory>
-#include <QSignalBlocker>
 #include <QTime>
 
 #include "platform/runtime_error.h"
@@ -29,78 +22,19 @@ Q_LOGGING_CATEGORY(lineLog, "mvdirigo.line", QtWarningMsg)
 
 /// Received characters kept here before the line is left to wait in the system's own buffer.
 constexpr std::size_t kReceiveCapacity = 64 * 1024;
-constexpr qint64 kReadSize = 4096;
+constexpr std::size_t kReadSize = 4096;
 
 /// How long one turn of the event loop may deliver, so that the windows stay responsive.
 constexpr auto kLongestDelivery = 4ms;
 
 /// How long closing may wait for the line to take what is still queued.
 constexpr auto kLongestClosing = 200ms;
+constexpr auto kSendingPoll = 1ms;
 
 void log(int comm_port, char direction, std::string_view bytes) {
   qCInfo(lineLog).noquote().nospace()
       << QTime::currentTime().toString("HH:mm:ss.zzz") << " COM" << comm_port << ' ' << direction
       << ' ' << QString::fromStdString(visibleControls(bytes));
-}
-
-/// Bytes that wait in the system's queue of the line.
-int queuedInSystem(int handle) {
-  int queued = 0;
-  return ioctl(handle, TIOCOUTQ, &queued) == 0 ? queued : 0;
-}
-
-/// Writes what the line takes now, and returns how much that was. Qt's port would do the same by
-/// way of its buffer and the event loop.
-std::size_t writeAtOnce(int handle, std::string_view bytes) {
-  const ssize_t written = write(handle, bytes.data(), bytes.size());
-  return written > 0 ? static_cast<std::size_t>(written) : 0;
-}
-
-bool hungUp(int handle) {
-  pollfd state{handle, 0, 0};
-  return poll(&state, 1, 0) != 0;
-}
-
-bool apply(const LineSettings& line, QSerialPort& port) {
-  // A failure is the caller's to report, and no sign of a device that vanished.
-  const QSignalBlocker quiet(port);
-  const auto parity = line.parity == 'E'   ? QSerialPort::EvenParity
-                      : line.parity == 'O' ? QSerialPort::OddParity
-                                           : QSerialPort::NoParity;
-  const auto stop_bits = line.stop_bits == 2 ? QSerialPort::TwoStop : QSerialPort::OneStop;
-  return port.setBaudRate(line.baud) && port.setParity(parity) &&
-         port.setDataBits(static_cast<QSerialPort::DataBits>(line.data_bits)) &&
-         port.setStopBits(stop_bits);
-}
-
-/// Closes Qt's port, but keeps the line's settings. Qt's port would put back what it found at its
-/// opening, at once, and so garble the last bytes, which the hardware may still be sending.
-void closeKeepingSettings(QSerialPort& port) {
-  const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
-  dup2(nowhere, port.handle());
-  ::close(nowhere);
-  port.close();
-}
-
-/// Asks an adapter to hand on what it receives at once. Common ones otherwise hold a short reply
-/// back for 16 ms, which is longer than the reply itself. Devices that can't are left as they are.
-void preferLowLatency(int handle) {
-  serial_struct serial{};
-  if (ioctl(handle, TIOCGSERIAL, &serial) != 0 || serial.flags & ASYNC_LOW_LATENCY) return;
-  serial.flags |= ASYNC_LOW_LATENCY;
-  ioctl(handle, TIOCSSERIAL, &serial);
-}
-
-Fault openingFault(QSerialPort::SerialPortError error) {
-  switch (error) {
-    case QSerialPort::DeviceNotFoundError:
-      return Fault::kInvalidPortNumber;
-    case QSerialPort::PermissionError:
-      // The device itself was opened before, so what refuses is Qt's lock.
-      return Fault::kPortAlreadyOpen;
-    default:
-      return Fault::kDeviceIo;
-  }
 }
 
 }  // namespace
@@ -122,12 +56,14 @@ void QtSerialPort::setCommPort(int port) {
   if (PortOpen()) throw RuntimeError(Fault::kNotValidWhilePortOpen);
   if (port < kLowestPort || port > kHighestPort) throw RuntimeError(Fault::kInvalidPortNumber);
   comm_port_ = port;
-  device_name_ = PortDevices::nameOf(port);
 }
 
 void QtSerialPort::setSettings(const std::string& settings) {
   const LineSettings line = parseLineSettings(settings);
-  if (port_ && !apply(line, *port_)) throw RuntimeError(Fault::kInvalidPropertyValue);
+  if (device_ && !skipOnError([&] { device_->apply(line); })) {
+    skipOnError([&] { device_->apply(line_); });
+    throw RuntimeError(Fault::kInvalidPropertyValue);
+  }
   settings_ = settings;
   line_ = line;
 }
@@ -140,29 +76,25 @@ void QtSerialPort::setPortOpen(bool open) {
 }
 
 void QtSerialPort::reopen() {
-  setPortOpen(false);
-  setPortOpen(true);
+  if (!PortOpen()) throw RuntimeError(Fault::kDeviceNotOpen);
+  std::optional<HeldLock> lock;
+  if (device_) {
+    finishSending();
+    lock.emplace(releaseDevice());
+  }
+  close();
+  open(std::move(lock));
 }
 
-void QtSerialPort::open() {
-  TakenDevice device = devices_.take(comm_port_, device_name_);
-  preferLowLatency(device.handle());
-
-  auto port = std::make_unique<QSerialPort>(QString::fromStdString(device.path().string()));
-  port->setReadBufferSize(kReadSize);
-  apply(line_, *port);
-  if (!port->open(QIODevice::ReadWrite)) {
-    ioctl(device.handle(), TIOCNXCL);
-    throw RuntimeError(openingFault(port->error()));
-  }
+void QtSerialPort::open(std::optional<HeldLock> lock) {
+  device_ = devices_.take(comm_port_, line_, std::move(lock));
   // What came in before is no answer to anything asked on this opening.
-  tcflush(device.handle(), TCIFLUSH);
-
-  QObject::connect(port.get(), &QSerialPort::readyRead, [this] { takeWhatFits(); });
-  QObject::connect(port.get(), &QSerialPort::errorOccurred,
-                   [this](QSerialPort::SerialPortError error) { onError(error); });
-  device_.emplace(std::move(device));
-  port_ = std::move(port);
+  device_->discardInput();
+  readable_.emplace(device_->handle(), QSocketNotifier::Read);
+  writable_.emplace(device_->handle(), QSocketNotifier::Write);
+  writable_->setEnabled(false);
+  QObject::connect(&*readable_, &QSocketNotifier::activated, [this] { takeReceived(); });
+  QObject::connect(&*writable_, &QSocketNotifier::activated, [this] { sendRest(); });
   opening_ = std::make_shared<const char>();
   sent_by_ = Clock::now();
   vanishing_ = fault_unread_ = false;
@@ -171,9 +103,8 @@ void QtSerialPort::open() {
 
 void QtSerialPort::close() {
   state_ = State::kClosed;
-  if (port_) {
-    port_->flush();
-    discardStuckOutput();
+  if (device_) {
+    finishSending();
     releaseDevice();
   }
   opening_.reset();
@@ -181,20 +112,25 @@ void QtSerialPort::close() {
   unannounced_ = 0;
 }
 
-void QtSerialPort::releaseDevice() {
-  port_->disconnect();
-  closeKeepingSettings(*port_);
-  port_.reset();
-  ioctl(device_->handle(), TIOCNXCL);
-  device_.reset();
+HeldLock QtSerialPort::releaseDevice() {
+  readable_.reset();
+  writable_.reset();
+  unsent_.clear();
+  return std::move(*std::exchange(device_, nullptr)).closeButKeepLock();
 }
 
-/// The system waits at closing, for up to half a minute, until the line has taken what is queued.
-void QtSerialPort::discardStuckOutput() {
-  if (queuedInSystem(device_->handle()) == 0) return;
-  const auto still_needed = sent_by_ - Clock::now();
-  const bool stuck = still_needed < -kLongestClosing || still_needed > kLongestClosing;
-  if (stuck) tcflush(device_->handle(), TCOFLUSH);
+// An adapter still has bytes when the system's queue is empty, and loses them when its rate changes
+// or its buffers are purged at the next opening. So the line gets the time that its rate asks for.
+void QtSerialPort::finishSending() {
+  const auto start = Clock::now();
+  const auto deadline = start + kLongestClosing;
+  const bool stuck = OutBufferCount() > 0 && start > sent_by_ + kLongestClosing;
+  while (!stuck && !vanishing_ && Clock::now() < deadline) {
+    sendRest();
+    if (OutBufferCount() == 0 && Clock::now() >= sent_by_) return;
+    std::this_thread::sleep_for(kSendingPoll);
+  }
+  device_->discardOutput();
 }
 
 void QtSerialPort::setRThreshold(int characters) {
@@ -210,14 +146,14 @@ void QtSerialPort::setInputLen(int characters) {
 std::string QtSerialPort::Input() {
   if (std::exchange(fault_unread_, false)) throw RuntimeError(Fault::kDeviceIo);
   if (!PortOpen()) throw RuntimeError(Fault::kPortMustBeOpen);
+  if (received_.empty() && device_ && !vanishing_) takeReceived();
   const std::size_t limit =
       input_len_ == 0 ? received_.size() : static_cast<std::size_t>(input_len_);
   const auto end =
       received_.begin() + static_cast<std::ptrdiff_t>(std::min(limit, received_.size()));
   std::string taken(received_.begin(), end);
   received_.erase(received_.begin(), end);
-  // There is room again for what Qt's port kept back.
-  if (port_ && port_->bytesAvailable() > 0) takeWhatFits();
+  if (readable_ && !vanishing_) readable_->setEnabled(received_.size() < kReceiveCapacity);
   return taken;
 }
 
@@ -225,62 +161,54 @@ void QtSerialPort::Output(const std::string& bytes) {
   if (!PortOpen()) throw RuntimeError(Fault::kPortMustBeOpen);
   if (vanishing_) throw RuntimeError(Fault::kDeviceIo);
   log(comm_port_, '>', bytes);
-  std::string_view rest = bytes;
-  if (port_->bytesToWrite() == 0) rest.remove_prefix(writeAtOnce(device_->handle(), rest));
-  if (!rest.empty()) {
-    port_->write(rest.data(), static_cast<qint64>(rest.size()));
-    port_->flush();
-  }
+  unsent_ += bytes;
+  sendRest();
   if (vanishing_) throw RuntimeError(Fault::kDeviceIo);
   constexpr int kBitsPerCharacter = 11;
   const auto bits = static_cast<std::int64_t>(bytes.size()) * kBitsPerCharacter;
   sent_by_ = std::max(sent_by_, Clock::now()) + std::chrono::microseconds(1s) * bits / line_.baud;
 }
 
+int QtSerialPort::InBufferCount() const {
+  return static_cast<int>(received_.size()) + (device_ ? device_->received() : 0);
+}
+
 int QtSerialPort::OutBufferCount() const {
-  if (!port_) return 0;
-  return static_cast<int>(port_->bytesToWrite()) + queuedInSystem(device_->handle());
+  return device_ ? static_cast<int>(unsent_.size()) + device_->queued() : 0;
 }
 
-void QtSerialPort::onError(QSerialPort::SerialPortError error) {
-  switch (error) {
-    case QSerialPort::NoError:
-    case QSerialPort::TimeoutError:
-    case QSerialPort::UnsupportedOperationError:
-      return;
-    case QSerialPort::ResourceError:
-      // A full line reports the same.
-      if (!hungUp(device_->handle())) return;
-      break;
-    default:
-      break;
-  }
-  // Qt's port repeats the error without end, so it is closed, but never inside its own signal.
-  vanishing_ = true;
-}
-
-void QtSerialPort::onVanished() {
-  takeReceived();
-  releaseDevice();
-  state_ = State::kVanished;
-}
-
-void QtSerialPort::takeWhatFits() {
-  if (received_.size() < kReceiveCapacity) takeReceived();
+void QtSerialPort::sendRest() {
+  const auto [count, state] = device_->write(unsent_);
+  unsent_.erase(0, count);
+  writable_->setEnabled(!unsent_.empty());
+  if (state == SerialDevice::State::kGone) startVanishing();
 }
 
 void QtSerialPort::takeReceived() {
   std::array<char, kReadSize> buffer;
-  const qint64 count = port_->read(buffer.data(), kReadSize);
-  if (count <= 0) return;
-  const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
+  const auto [count, state] = device_->read(buffer);
+  if (state == SerialDevice::State::kGone) return startVanishing();
+  if (count == 0) return;
+  const std::string_view bytes(buffer.data(), count);
   log(comm_port_, '<', bytes);
   received_.insert(received_.end(), bytes.begin(), bytes.end());
-  unannounced_ += bytes.size();
+  unannounced_ += count;
+  readable_->setEnabled(received_.size() < kReceiveCapacity);
+}
+
+void QtSerialPort::startVanishing() {
+  vanishing_ = true;
+  readable_->setEnabled(false);
+  writable_->setEnabled(false);
+}
+
+void QtSerialPort::onVanished() {
+  releaseDevice();
+  state_ = State::kVanished;
 }
 
 void QtSerialPort::betweenTurns() {
-  if (vanishing_ && port_) onVanished();
+  if (vanishing_ && device_) onVanished();
   if (unannounced_ > 0 || state_ == State::kVanished) deliver();
 }
 

@@ -2,12 +2,12 @@
 
 #include <chrono>
 #include <deque>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
-#include <QSerialPort>
+#include <QSocketNotifier>
 
 #include "platform/line_settings.h"
 #include "platform/qt/port_devices.h"
@@ -16,9 +16,15 @@
 
 namespace mvdirigo {
 
-/// A port control on Qt's serial port. Received bytes are taken from it inside its signals, and
-/// announced between the turns of the event loop, so that a handler may wait, close and reopen the
-/// port, or destroy this control. A wait has turns of its own, which bring the rest.
+/// A port control on a device of this computer and Qt's event loop. Received bytes are taken when
+/// the device has some, and announced between the turns of the event loop, so that a handler may
+/// wait, close and reopen the port, or destroy this control. A wait has turns of its own, which
+/// bring the rest.
+///
+/// The device is this program's own, and not the toolkit's serial port: that one knows none of the
+/// locks but its own, which writes to the disk at every opening; it puts settings back at the
+/// closing, while the last bytes may be on their way; it reports a hang-up without end; and it
+/// neither looks which rate the driver took nor can end a close that the system holds up.
 class QtSerialPort : public SerialPort, private QtEventLoop::Listener {
  public:
   /// `devices` and `event_loop` outlive the control.
@@ -40,7 +46,7 @@ class QtSerialPort : public SerialPort, private QtEventLoop::Listener {
   void setInputMode(Mode mode) override { mode_ = mode; }
   std::string Input() override;
   void Output(const std::string& bytes) override;
-  int InBufferCount() const override { return static_cast<int>(received_.size()); }
+  int InBufferCount() const override;
   int OutBufferCount() const override;
 
  private:
@@ -49,18 +55,19 @@ class QtSerialPort : public SerialPort, private QtEventLoop::Listener {
   /// `kVanished`: the device is gone, and what it sent before is still being delivered.
   enum class State { kClosed, kOpen, kVanished };
 
-  void open();
+  void open(std::optional<HeldLock> lock = {});
   void close();
-  /// Lets go of the device; what was received stays.
-  void releaseDevice();
-  void discardStuckOutput();
+  /// Gives the line time for what was written, at most 200 ms, and drops what it did not take.
+  void finishSending();
+  /// Lets go of the device, but not of its lock; what was received stays.
+  HeldLock releaseDevice();
 
-  void onError(QSerialPort::SerialPortError error);
+  void sendRest();
+  void takeReceived();
+  /// Called once the device is gone; the notifiers would tell it without end.
+  void startVanishing();
   void onVanished();
 
-  void takeWhatFits();
-  /// Takes all that Qt's port has, which is at most one read.
-  void takeReceived();
   void betweenTurns() override;
   void deliver();
 
@@ -69,9 +76,6 @@ class QtSerialPort : public SerialPort, private QtEventLoop::Listener {
   /// Shared with the deliveries in progress, so that a handler may destroy this control.
   const std::shared_ptr<const std::function<void()>> on_comm_;
 
-  /// Chosen with the port number and kept: a port whose link vanishes with its device is not
-  /// opened again as another device of the same number.
-  std::filesystem::path device_name_ = PortDevices::nameOf(kLowestPort);
   int comm_port_ = 1;
   std::string settings_ = "9600,N,8,1";
   LineSettings line_;
@@ -82,8 +86,11 @@ class QtSerialPort : public SerialPort, private QtEventLoop::Listener {
   State state_ = State::kClosed;
   /// Replaced at every opening, so that what an earlier one left behind can tell.
   std::shared_ptr<const char> opening_;
-  std::optional<TakenDevice> device_;
-  std::unique_ptr<QSerialPort> port_;
+  std::unique_ptr<SerialDevice> device_;
+  std::optional<QSocketNotifier> readable_;
+  std::optional<QSocketNotifier> writable_;
+  /// Written by the program, but not yet taken by the system.
+  std::string unsent_;
   /// When a line that works has taken everything written so far.
   Clock::time_point sent_by_;
 
