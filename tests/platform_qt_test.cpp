@@ -109,6 +109,32 @@ TEST_P(TimerTest, SaysWhyAWaitInATickEndedAlsoWhenItWasNested) {
 INSTANTIATE_TEST_SUITE_P(Machine, TimerTest, ::testing::Values("Real", "Virtual"),
                          [](const auto& test) { return test.param; });
 
+TEST(EventLoopTest, EndsEveryWaitWithTheEventThatItWaitsForAndNeedsNoOther) {
+  QtPlatform platform;
+  bool late = false;
+  QTimer::singleShot(3000, qApp, [&] { late = true; });
+  int events = 0;
+  const auto post = [&] {
+    QMetaObject::invokeMethod(qApp, [&] { ++events; }, Qt::QueuedConnection);
+  };
+  const auto waitFor = [&](int count) {
+    platform.eventLoop().waitUntil([&] { return late || events >= count; }, WindowLife());
+  };
+  const auto nest = [&] {
+    post();
+    waitFor(1);
+    // An event that comes while nothing else is there to be handled.
+    QTimer::singleShot(20, qApp, post);
+    waitFor(2);
+    QTimer::singleShot(20, qApp, [&] { ++events; });
+    waitFor(3);
+    QTimer::singleShot(20, qApp, post);
+  };
+  QTimer::singleShot(20, qApp, nest);
+  waitFor(4);
+  EXPECT_FALSE(late);
+}
+
 TEST(EventLoopTest, SleepsWhileItWaits) {
   QtPlatform platform;
   EXPECT_LT(loadDuring(platform, 300), 0.1);
