@@ -115,7 +115,8 @@ TEST(EventLoopTest, EndsEveryWaitWithTheEventThatItWaitsForAndNeedsNoOther) {
   QTimer::singleShot(3000, qApp, [&] { late = true; });
   int events = 0;
   const auto post = [&] {
-    QMetaObject::invokeMethod(qApp, [&] { ++events; }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        qApp, [&] { ++events; }, Qt::QueuedConnection);
   };
   const auto waitFor = [&](int count) {
     platform.eventLoop().waitUntil([&] { return late || events >= count; }, WindowLife());

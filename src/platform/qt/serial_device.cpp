@@ -104,6 +104,11 @@ class WaitLimit {
   bool armed_ = false;
 };
 
+PortRefused notTaken(int error_number) {
+  const Fault fault = openingFault(error_number);
+  return {fault, fault == Fault::kPortAlreadyOpen ? inUseText(0) : std::string()};
+}
+
 SerialDevice::Transfer transferred(ssize_t result) {
   if (result > 0) return {static_cast<std::size_t>(result)};
   const bool may_come_later = result < 0 && (errno == EAGAIN || errno == EINTR);
@@ -121,7 +126,7 @@ SerialDevice::SerialDevice(const fs::path& device, HeldLock lock)
     : path_(device),
       lock_(std::move(lock)),
       handle_(open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
-  if (handle_ < 0) throw PortRefused(openingFault(errno), {});
+  if (handle_ < 0) throw notTaken(errno);
   try {
     takeForItself();
   } catch (const PortRefused&) {
@@ -138,12 +143,8 @@ void SerialDevice::takeForItself() {
   }
   int exclusive = 0;
   // The system itself turns only ordinary users away from a port in exclusive use.
-  if (ioctl(handle_, TIOCGEXCL, &exclusive) == 0 && exclusive != 0) {
-    throw PortRefused(Fault::kPortAlreadyOpen, inUseText(0));
-  }
-  if (flock(handle_, LOCK_EX | LOCK_NB) != 0) {
-    throw PortRefused(openingFault(errno), inUseText(0));
-  }
+  if (ioctl(handle_, TIOCGEXCL, &exclusive) == 0 && exclusive != 0) throw notTaken(EBUSY);
+  if (flock(handle_, LOCK_EX | LOCK_NB) != 0) throw notTaken(errno);
   ioctl(handle_, TIOCEXCL);
 }
 
