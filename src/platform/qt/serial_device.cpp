@@ -56,7 +56,7 @@ tcflag_t rateCode(int baud) {
 
 tcflag_t controlFlags(const LineSettings& line) {
   static constexpr tcflag_t kDataBits[] = {CS5, CS6, CS7, CS8};
-  tcflag_t flags = rateCode(line.baud) | kDataBits[line.data_bits - 5];
+  tcflag_t flags = rateCode(line.baud) | kDataBits[static_cast<std::size_t>(line.data_bits - 5)];
   if (line.stop_bits == 2) flags |= CSTOPB;
   if (line.parity != 'N') flags |= PARENB;
   if (line.parity == 'O') flags |= PARODD;
