@@ -29,7 +29,7 @@ fs::path linkFolder() {
 /// The device or the link to it that stands for a port, whether it exists or not.
 fs::path deviceOf(const fs::path& name) {
   std::error_code error;
-  const fs::path device = fs::canonical(name, error);
+  fs::path device = fs::canonical(name, error);
   if (!error) return device;
   const fs::path missing = fs::read_symlink(name, error);
   return error ? name : name.parent_path() / missing;

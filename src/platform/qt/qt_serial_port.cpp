@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 Q_LOGGING_CATEGORY(lineLog, "mvdirigo.line", QtWarningMsg)
 
 /// Received characters kept here before the line is left to wait in the system's own buffer.
-constexpr std::size_t kReceiveCapacity = 64 * 1024;
+constexpr std::size_t kReceiveCapacity = 65'536;
 constexpr std::size_t kReadSize = 4096;
 
 /// How long one turn of the event loop may deliver, so that the windows stay responsive.

@@ -67,8 +67,10 @@ tcflag_t controlFlags(const LineSettings& line) {
 /// back for 16 ms, which is longer than the reply itself. Devices that can't are left as they are.
 void preferLowLatency(int handle) {
   serial_struct serial{};
-  if (ioctl(handle, TIOCGSERIAL, &serial) != 0 || serial.flags & ASYNC_LOW_LATENCY) return;
-  serial.flags |= ASYNC_LOW_LATENCY;
+  if (ioctl(handle, TIOCGSERIAL, &serial) != 0) return;
+  const auto flags = static_cast<unsigned>(serial.flags);
+  if ((flags & ASYNC_LOW_LATENCY) != 0) return;
+  serial.flags = static_cast<int>(flags | ASYNC_LOW_LATENCY);
   ioctl(handle, TIOCSSERIAL, &serial);
 }
 
