@@ -1,0 +1,143 @@
+#include <signal.h>
+#include <unistd.h>
+
+#include <string>
+
+#include <QApplication>
+#include <QLineEdit>
+#include <QProcess>
+#include <QPushButton>
+#include <QSettings>
+#include <QTimer>
+#include <gtest/gtest.h>
+
+#include "core/stored_settings.h"
+#include "support/config_home.h"
+
+/// What `mvdirigo` starts with.
+int programMain(int argc, char** argv);
+
+namespace mvdirigo {
+namespace {
+
+constexpr const char* kProgram = "--program";
+
+/// What a user does to the program; each comes after something stands on the screen.
+struct Deed {
+  const char* name;
+  std::function<void()> act;
+};
+
+template <class Control>
+Control* find(const char* name) {
+  for (const QWidget* window : QApplication::topLevelWidgets()) {
+    auto* control = window->findChild<Control*>(name);
+    if (control != nullptr && control->window()->objectName() == "StringFun") return control;
+  }
+  return nullptr;
+}
+
+void type(const char* row, const QString& text) { find<QLineEdit>(row)->setText(text); }
+
+/// Calls `act` once, after `when` holds.
+void once(std::function<bool()> when, std::function<void()> act) {
+  auto* timer = new QTimer(qApp);
+  QObject::connect(timer, &QTimer::timeout, [=] {
+    if (!when()) return;
+    timer->stop();
+    act();
+  });
+  timer->start(1);
+}
+
+bool consoleShown() {
+  const auto* button = find<QPushButton>("SendCommand(0)");
+  return button != nullptr && button->isVisible();
+}
+
+std::string deed;
+
+/// The hands inside the program, which are there from its first event on.
+void lendHands() {
+  const auto end = [] {
+    type("StringToSend(1)", "typed");
+    const QString how = QString::fromStdString(deed).section(' ', 1);
+    if (how == "exit") std::exit(1);  // As Qt does when the display server is gone.
+    QEvent session_ends(QEvent::Quit);
+    if (how == "session") return void(QApplication::sendEvent(qApp, &session_ends));
+    kill(getpid(), how.toInt());
+  };
+  if (deed == "exchange") {
+    once(consoleShown, [] {
+      find<QPushButton>("SendCommand(0)")->click();
+      const auto* reply = find<QLineEdit>("ReceiveString(0)");
+      once([reply] { return !reply->text().isEmpty(); },
+           [reply] {
+             type("StringToSend(1)", reply->text());
+             reply->window()->close();
+           });
+    });
+  } else if (deed.starts_with("box ")) {
+    once([] { return QApplication::activeModalWidget() != nullptr; }, end);
+  } else {
+    once(consoleShown, end);
+  }
+}
+
+class ProgramTest : public ::testing::Test {
+ protected:
+  /// Runs the program, behind `command` if there is one, does the deed, and returns the exit code.
+  static int run(const std::string& what, QStringList command = {}) {
+    command << QCoreApplication::applicationFilePath() << kProgram << what.c_str();
+    QProcess program;
+    program.setProcessChannelMode(QProcess::ForwardedChannels);
+    program.start(command.takeFirst(), command);
+    EXPECT_TRUE(program.waitForFinished());
+    EXPECT_EQ(program.exitStatus(), QProcess::NormalExit);
+    return program.exitCode();
+  }
+  /// The second row as it was kept, if all 26 were.
+  std::string kept() const {
+    const QSettings store((home_.path() / "Tolvaris MVDirigo.ini").c_str(), QSettings::IniFormat);
+    int rows = 0;
+    for (const QString& key : store.allKeys()) rows += key.startsWith("Strings/StringToSend");
+    EXPECT_EQ(rows, kStoredRows);
+    return store.value("Strings/StringToSend1").toString().toStdString();
+  }
+
+  ConfigHome home_;
+};
+
+TEST_F(ProgramTest, ExchangesAStringWithAUnit) {
+  EXPECT_EQ(run("exchange", {MOVANE_SIM, "--"}), 0);
+  EXPECT_EQ(kept(), "Movane Stepper v7.02 No Error");
+}
+
+TEST_F(ProgramTest, KeepsItsRowsHoweverItIsEnded) {
+  const std::pair<const char*, int> ways[] = {{"end 1", 0},       {"end 2", 0},    {"end 15", 0},
+                                              {"end session", 0}, {"end exit", 1}, {"box 15", 0},
+                                              {"box session", 0}};
+  for (const auto& [way, code] : ways) {
+    const std::filesystem::path store = home_.path() / "Tolvaris MVDirigo.ini";
+    writeFile(store, "[Settings]\nMaxStrings=30\n");  // Too many, so a box of the start says so.
+    if (way[0] == 'e') std::filesystem::remove(store);
+    EXPECT_EQ(run(way), code) << way;
+    EXPECT_EQ(kept(), "typed") << way;
+  }
+}
+
+}  // namespace
+}  // namespace mvdirigo
+
+int main(int argc, char** argv) {
+  qputenv("QT_QPA_PLATFORM", "offscreen");
+  if (argc == 3 && argv[1] == std::string(mvdirigo::kProgram)) {
+    mvdirigo::deed = argv[2];
+    qAddPreRoutine(mvdirigo::lendHands);
+    return programMain(argc, argv);
+  }
+  const QCoreApplication application(argc, argv);
+  QCoreApplication::setApplicationName(mvdirigo::kApplicationName);
+  ::testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}
