@@ -1,6 +1,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <functional>
 #include <string>
 
 #include <QApplication>
@@ -21,12 +22,6 @@ namespace mvdirigo {
 namespace {
 
 constexpr const char* kProgram = "--program";
-
-/// What a user does to the program; each comes after something stands on the screen.
-struct Deed {
-  const char* name;
-  std::function<void()> act;
-};
 
 template <class Control>
 Control* find(const char* name) {
@@ -55,6 +50,8 @@ bool consoleShown() {
   return button != nullptr && button->isVisible();
 }
 
+/// What happens to the program: "exchange", or where and how it is to end: "shown" or "box", and
+/// "exit", "session" or the number of a signal.
 std::string deed;
 
 /// The hands inside the program, which are there from its first event on.
@@ -114,13 +111,13 @@ TEST_F(ProgramTest, ExchangesAStringWithAUnit) {
 }
 
 TEST_F(ProgramTest, KeepsItsRowsHoweverItIsEnded) {
-  const std::pair<const char*, int> ways[] = {{"end 1", 0},       {"end 2", 0},    {"end 15", 0},
-                                              {"end session", 0}, {"end exit", 1}, {"box 15", 0},
-                                              {"box session", 0}};
+  const std::pair<const char*, int> ways[] = {
+      {"shown 1", 0},    {"shown 2", 0}, {"shown 15", 0},   {"shown session", 0},
+      {"shown exit", 1}, {"box 15", 0},  {"box session", 0}};
   for (const auto& [way, code] : ways) {
     const std::filesystem::path store = home_.path() / "Tolvaris MVDirigo.ini";
     writeFile(store, "[Settings]\nMaxStrings=30\n");  // Too many, so a box of the start says so.
-    if (way[0] == 'e') std::filesystem::remove(store);
+    if (way[0] == 's') std::filesystem::remove(store);
     EXPECT_EQ(run(way), code) << way;
     EXPECT_EQ(kept(), "typed") << way;
   }
