@@ -83,6 +83,11 @@ void lendHands() {
 
 class ProgramTest : public ::testing::Test {
  protected:
+  /// Keeps the program, which tries every port at its start, off this computer's own.
+  ProgramTest() {
+    for (int port = 1; port <= 16; ++port) home_.link(port, "/dev/no-device");
+  }
+
   /// Runs the program, behind `command` if there is one, does the deed, and returns the exit code.
   static int run(const std::string& what, QStringList command = {}) {
     command << QCoreApplication::applicationFilePath() << kProgram << what.c_str();
@@ -95,7 +100,7 @@ class ProgramTest : public ::testing::Test {
   }
   /// The second row as it was kept, if all 26 were.
   std::string kept() const {
-    const QSettings store((home_.path() / "Tolvaris MVDirigo.ini").c_str(), QSettings::IniFormat);
+    const QSettings store(store_.c_str(), QSettings::IniFormat);
     int rows = 0;
     for (const QString& key : store.allKeys()) rows += key.startsWith("Strings/StringToSend");
     EXPECT_EQ(rows, kStoredRows);
@@ -103,9 +108,12 @@ class ProgramTest : public ::testing::Test {
   }
 
   ConfigHome home_;
+  const std::filesystem::path store_ = home_.path() / "Tolvaris MVDirigo.ini";
 };
 
 TEST_F(ProgramTest, ExchangesAStringWithAUnit) {
+  writeFile(store_, "[Settings]\nRCVTimeout=20000\n");
+  std::filesystem::remove(home_.portLink(1));
   EXPECT_EQ(run("exchange", {MOVANE_SIM, "--"}), 0);
   EXPECT_EQ(kept(), "Movane Stepper v7.02 No Error");
 }
@@ -115,9 +123,8 @@ TEST_F(ProgramTest, KeepsItsRowsHoweverItIsEnded) {
       {"shown 1", 0},    {"shown 2", 0}, {"shown 15", 0},   {"shown session", 0},
       {"shown exit", 1}, {"box 15", 0},  {"box session", 0}};
   for (const auto& [way, code] : ways) {
-    const std::filesystem::path store = home_.path() / "Tolvaris MVDirigo.ini";
-    writeFile(store, "[Settings]\nMaxStrings=30\n");  // Too many, so a box of the start says so.
-    if (way[0] == 's') std::filesystem::remove(store);
+    writeFile(store_, "[Settings]\nMaxStrings=30\n");  // Too many, so a box of the start says so.
+    if (way[0] == 's') std::filesystem::remove(store_);
     EXPECT_EQ(run(way), code) << way;
     EXPECT_EQ(kept(), "typed") << way;
   }
