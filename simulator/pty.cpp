@@ -47,8 +47,8 @@ Pty::Pty()
     : master_(openMaster()),
       path_(slavePath(fd())),
       slave_(check(open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), path_.c_str())),
-      closings_(check(inotify_init1(IN_NONBLOCK | IN_CLOEXEC), "inotify")) {
-  check(inotify_add_watch(closings_.number, path_.c_str(), IN_CLOSE), path_.c_str());
+      closings_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+  inotify_add_watch(closings_.number, path_.c_str(), IN_CLOSE);
   termios settings{};
   check(tcgetattr(slave_.number, &settings), path_.c_str());
   cfmakeraw(&settings);

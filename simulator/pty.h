@@ -22,7 +22,7 @@ class Pty {
   /// Returns how many bytes found room.
   std::size_t write(const std::string& bytes);
 
-  /// Readable when a host has closed the device.
+  /// Readable when a host has closed the device; -1 when the system has no more watches to give.
   int closingsFd() const { return closings_.number; }
   void forgetClosings();
   /// Ends the exclusive use that a host which was killed has left behind; a port of its own would

@@ -23,16 +23,28 @@ namespace {
 
 constexpr const char* kProgram = "--program";
 
+/// What happens to the program: "exchange", or where and how it is to end: "shown" or "box", and
+/// "exit", "session" or the number of a signal.
+std::string deed;
+
 template <class Control>
 Control* find(const char* name) {
-  for (const QWidget* window : QApplication::topLevelWidgets()) {
-    auto* control = window->findChild<Control*>(name);
-    if (control != nullptr && control->window()->objectName() == "StringFun") return control;
+  for (QWidget* widget : QApplication::allWidgets()) {
+    if (widget->objectName() == name) return qobject_cast<Control*>(widget);
   }
   return nullptr;
 }
 
-void type(const char* row, const QString& text) { find<QLineEdit>(row)->setText(text); }
+void type(const QString& text) { find<QLineEdit>("StringToSend(1)")->setText(text); }
+
+void end() {
+  type("typed");
+  const std::string how = deed.substr(deed.find(' ') + 1);
+  QEvent session_ends(QEvent::Quit);
+  if (how == "exit") std::exit(1);  // As Qt does when the display server is gone.
+  if (how == "session") return void(QApplication::sendEvent(qApp, &session_ends));
+  kill(getpid(), std::stoi(how));
+}
 
 /// Calls `act` once, after `when` holds.
 void once(std::function<bool()> when, std::function<void()> act) {
@@ -45,40 +57,22 @@ void once(std::function<bool()> when, std::function<void()> act) {
   timer->start(1);
 }
 
-bool consoleShown() {
-  const auto* button = find<QPushButton>("SendCommand(0)");
-  return button != nullptr && button->isVisible();
+void exchange() {
+  find<QPushButton>("SendCommand(0)")->click();
+  const auto* reply = find<QLineEdit>("ReceiveString(0)");
+  once([=] { return !reply->text().isEmpty(); },
+       [=] { type(reply->text()), reply->window()->close(); });
 }
-
-/// What happens to the program: "exchange", or where and how it is to end: "shown" or "box", and
-/// "exit", "session" or the number of a signal.
-std::string deed;
 
 /// The hands inside the program, which are there from its first event on.
 void lendHands() {
-  const auto end = [] {
-    type("StringToSend(1)", "typed");
-    const QString how = QString::fromStdString(deed).section(' ', 1);
-    if (how == "exit") std::exit(1);  // As Qt does when the display server is gone.
-    QEvent session_ends(QEvent::Quit);
-    if (how == "session") return void(QApplication::sendEvent(qApp, &session_ends));
-    kill(getpid(), how.toInt());
+  const auto box_stands = [] { return QApplication::activeModalWidget() != nullptr; };
+  const auto console_stands = [] {
+    const auto* button = find<QPushButton>("SendCommand(0)");
+    return button != nullptr && button->isVisible();
   };
-  if (deed == "exchange") {
-    once(consoleShown, [] {
-      find<QPushButton>("SendCommand(0)")->click();
-      const auto* reply = find<QLineEdit>("ReceiveString(0)");
-      once([reply] { return !reply->text().isEmpty(); },
-           [reply] {
-             type("StringToSend(1)", reply->text());
-             reply->window()->close();
-           });
-    });
-  } else if (deed.starts_with("box ")) {
-    once([] { return QApplication::activeModalWidget() != nullptr; }, end);
-  } else {
-    once(consoleShown, end);
-  }
+  if (deed.starts_with("box")) return once(box_stands, end);
+  once(console_stands, deed == "exchange" ? exchange : end);
 }
 
 class ProgramTest : public ::testing::Test {
