@@ -2,6 +2,9 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/file.h>
+#include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -43,7 +46,9 @@ Pty::Descriptor::~Descriptor() { close(number); }
 Pty::Pty()
     : master_(openMaster()),
       path_(slavePath(fd())),
-      slave_(check(open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), path_.c_str())) {
+      slave_(check(open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), path_.c_str())),
+      closings_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+  inotify_add_watch(closings_.number, path_.c_str(), IN_CLOSE);
   termios settings{};
   check(tcgetattr(slave_.number, &settings), path_.c_str());
   cfmakeraw(&settings);
@@ -69,6 +74,20 @@ std::string Pty::read() {
 std::size_t Pty::write(const std::string& bytes) {
   const ssize_t length = ::write(fd(), bytes.data(), bytes.size());
   return static_cast<std::size_t>(length > 0 ? length : 0);
+}
+
+void Pty::forgetClosings() {
+  char events[4096];
+  while (::read(closings_.number, events, sizeof events) > 0) continue;
+}
+
+void Pty::endAbandonedUse() {
+  int exclusive = 0;
+  // The lock is tried only where the flag turns hosts away anyway: none finds it taken.
+  if (ioctl(slave_.number, TIOCGEXCL, &exclusive) != 0 || exclusive == 0) return;
+  if (flock(slave_.number, LOCK_EX | LOCK_NB) != 0) return;
+  flock(slave_.number, LOCK_UN);
+  ioctl(slave_.number, TIOCNXCL);
 }
 
 }  // namespace mvdirigo

@@ -22,6 +22,13 @@ class Pty {
   /// Returns how many bytes found room.
   std::size_t write(const std::string& bytes);
 
+  /// Readable when a host has closed the device; -1 when the system has no more watches to give.
+  int closingsFd() const { return closings_.number; }
+  void forgetClosings();
+  /// Ends the exclusive use that a host which was killed has left behind; a port of its own would
+  /// forget it with the host's last handle. One that a host holds the lock of stays.
+  void endAbandonedUse();
+
  private:
   struct Descriptor {
     explicit Descriptor(int opened) : number(opened) {}
@@ -35,6 +42,7 @@ class Pty {
   std::string path_;
   /// Kept open, since a master without any slave hears only errors.
   Descriptor slave_;
+  Descriptor closings_;
 };
 
 }  // namespace mvdirigo

@@ -1,12 +1,10 @@
 #include "simulator/pty_port.h"
 
 #include <algorithm>
-#include <stdexcept>
+#include <utility>
 
 namespace mvdirigo {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr std::size_t kInputLimit = 64 * 1024;
 
@@ -14,40 +12,27 @@ constexpr std::size_t kInputLimit = 64 * 1024;
 // so a byte from the host counts as sent so much earlier, but not before the byte it may answer.
 constexpr SimTime kWakeUps = std::chrono::microseconds(200);
 
-/// Whether a link may make way: one of ours that was left behind, not one to a real device.
-bool leadsToNoRealDevice(const fs::path& link) {
-  return fs::is_symlink(fs::symlink_status(link)) &&
-         (!fs::exists(link) || fs::read_symlink(link).parent_path() == "/dev/pts");
-}
+/// A handle that is reported closed keeps its lock for a moment more.
+constexpr SimTime kLockOutlivesHandle = std::chrono::milliseconds(20);
 
 }  // namespace
 
 PtyPort::PtyPort(const Options& options)
     : options_(options),
+      link_(options.link_folder / ("com" + std::to_string(options.number))),
       bus_(options.units, options.bus),
-      log_("port " + std::to_string(options.number), options.verbose) {
-  offerDevice();
-}
+      log_("port " + std::to_string(options.number), options.verbose) {}
 
-fs::path PtyPort::link() const {
-  return options_.link_folder / ("com" + std::to_string(options_.number));
-}
-
-void PtyPort::offerDevice() {
-  if (fs::exists(fs::symlink_status(link()))) {
-    if (!leadsToNoRealDevice(link())) {
-      throw std::runtime_error(link().string() + " exists and is not ours; remove it first");
-    }
-    fs::remove(link());
-  }
+void PtyPort::plugIn() {
   pty_.emplace();
-  fs::create_symlink(pty_->path(), link());
+  link_.leadTo(pty_->path());
 }
 
-void PtyPort::removeDevice() {
-  std::error_code ignored;
-  if (pty_ && fs::read_symlink(link(), ignored) == pty_->path()) fs::remove(link(), ignored);
+void PtyPort::unplug() {
+  link_.leadNowhere();
   pty_.reset();
+  looks_for_abandoned_use_at_.reset();
+  from_host_.clear();
 }
 
 int PtyPort::pollFd() const { return pty_ && from_host_.size() < kInputLimit ? pty_->fd() : -1; }
@@ -64,6 +49,16 @@ void PtyPort::readable(SimTime now) {
     if (options_.bus.paced && baud > 0) due += byteTime(baud);
     from_host_.push_back({byte, baud, due});
   }
+}
+
+int PtyPort::closingsFd() const {
+  return pty_ && !looks_for_abandoned_use_at_ ? pty_->closingsFd() : -1;
+}
+
+void PtyPort::closed(SimTime now) {
+  if (!pty_) return;
+  pty_->forgetClosings();
+  looks_for_abandoned_use_at_ = now + kLockOutlivesHandle;
 }
 
 int PtyPort::baudOfInput() {
@@ -87,6 +82,7 @@ std::optional<SimTime> PtyPort::nextEvent() const {
   };
   consider(bus_.nextEvent());
   consider(returns_at_);
+  consider(looks_for_abandoned_use_at_);
   consider(log_.nextEvent());
   if (!from_host_.empty()) consider(from_host_.front().due);
   return next;
@@ -110,14 +106,17 @@ void PtyPort::advance(SimTime now) {
   toHost(heard, now);
   log_.advance(now);
   if (bus_.vanished() && pty_) {
-    removeDevice();
-    from_host_.clear();
+    unplug();
     if (options_.return_after) returns_at_ = now + *options_.return_after;
+  }
+  if (looks_for_abandoned_use_at_ && *looks_for_abandoned_use_at_ <= now) {
+    looks_for_abandoned_use_at_.reset();
+    pty_->endAbandonedUse();
   }
   if (returns_at_ && *returns_at_ <= now) {
     returns_at_.reset();
     bus_.restore();
-    offerDevice();
+    plugIn();
   }
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/port_link.h"
 #include "simulator/pty.h"
 #include "simulator/simulated_bus.h"
 #include "simulator/traffic_log.h"
@@ -26,20 +27,29 @@ class PtyPort {
     bool verbose = false;
   };
 
-  /// Throws std::system_error or std::runtime_error when the device can't be offered.
+  /// Throws std::runtime_error when the link's place is taken.
   explicit PtyPort(const Options& options);
-  ~PtyPort() { removeDevice(); }
   PtyPort(const PtyPort&) = delete;
   PtyPort& operator=(const PtyPort&) = delete;
 
   int number() const { return options_.number; }
   SimulatedBus& bus() { return bus_; }
-  std::filesystem::path link() const;
+  const std::filesystem::path& link() const { return link_.path(); }
   std::string device() const { return pty_ ? pty_->path() : std::string(); }
+
+  /// Makes the device and lets the link lead to it. To be called when every port has found its
+  /// link's place free: a new device may get the number that an old link has.
+  /// Throws std::system_error.
+  void plugIn();
 
   /// What to poll for input; -1 while there is nothing to read or no room for it.
   int pollFd() const;
   void readable(SimTime now);
+
+  /// What to poll for hosts that close the device; -1 while there is no device, and while what
+  /// such a host may have left behind is still to be looked for.
+  int closingsFd() const;
+  void closed(SimTime now);
 
   std::optional<SimTime> nextEvent() const;
   void advance(SimTime now);
@@ -51,15 +61,16 @@ class PtyPort {
     SimTime due;
   };
 
-  void offerDevice();
-  void removeDevice();
+  void unplug();
   int baudOfInput();
   void toHost(const std::string& bytes, SimTime now);
 
   Options options_;
+  PortLink link_;
   SimulatedBus bus_;
   std::optional<Pty> pty_;
   std::optional<SimTime> returns_at_;
+  std::optional<SimTime> looks_for_abandoned_use_at_;
   std::deque<ByteFromHost> from_host_;
   /// Up to when the line's traffic has happened.
   SimTime line_time_{};

@@ -89,7 +89,10 @@ std::optional<SimTime> nextEvent(const std::list<PtyPort>& ports) {
 /// Sleeps until a port or a signal has something to say or the next event is due.
 void sleep(std::list<PtyPort>& ports, const Signals& signals) {
   std::vector<pollfd> polled{{signals.fd(), POLLIN, 0}};
-  for (const PtyPort& port : ports) polled.push_back({port.pollFd(), POLLIN, 0});
+  for (const PtyPort& port : ports) {
+    polled.push_back({port.pollFd(), POLLIN, 0});
+    polled.push_back({port.closingsFd(), POLLIN, 0});
+  }
   timespec wait{};
   const auto next = nextEvent(ports);
   if (next) {
@@ -101,6 +104,7 @@ void sleep(std::list<PtyPort>& ports, const Signals& signals) {
   auto answer = polled.begin();
   for (PtyPort& port : ports) {
     if ((++answer)->revents != 0) port.readable(realTime());
+    if ((++answer)->revents != 0) port.closed(realTime());
   }
 }
 

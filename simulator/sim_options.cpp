@@ -16,8 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kWrongOption = 2;
-
 /// The options as they are typed.
 struct Typed {
   SimOptions options;

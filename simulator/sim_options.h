@@ -9,6 +9,9 @@
 
 namespace mvdirigo {
 
+/// The exit code of a command line that asks for what can't be done.
+inline constexpr int kWrongOption = 2;
+
 /// What movane-sim is asked to do on its command line.
 struct SimOptions {
   std::string links;

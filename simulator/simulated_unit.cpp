@@ -43,7 +43,7 @@ std::optional<SimulatedUnit::Answer> SimulatedUnit::receive(char byte, SimTime n
                                                             const LineFaults& faults) {
   advance(now);
   last_heard_ = now;
-  const int baud = options_.baud;
+  const int baud = baud_;
   std::optional<std::string> bytes;
   int piece = 0;
   if (updating_) {
@@ -65,6 +65,8 @@ std::optional<SimTime> SimulatedUnit::nextEvent() const {
 void SimulatedUnit::advance(SimTime now) {
   if (!updating_ || now < last_heard_ + kUpdateEndsAfter) return;
   updating_ = false;
+  // A unit restarts then, and so knows of no change of rate.
+  baud_ = options_.baud;
   if (pieces_ > 0) {
     options_.valid_firmware = !options_.expected_image || image_ == *options_.expected_image;
   }
@@ -181,7 +183,7 @@ ReplyCode SimulatedUnit::changeBaud(std::string_view operand) {
   if (!rate || std::find(kRates.begin(), kRates.end(), *rate) == kRates.end()) {
     return ReplyCode::kInvalidOperand;
   }
-  options_.baud = static_cast<int>(*rate);
+  baud_ = static_cast<int>(*rate);
   return ReplyCode::kNoError;
 }
 

@@ -45,7 +45,8 @@ class SimulatedUnit {
     int piece;
   };
 
-  explicit SimulatedUnit(UnitOptions options) : options_(std::move(options)) {}
+  explicit SimulatedUnit(UnitOptions options)
+      : options_(std::move(options)), baud_(options_.baud) {}
 
   /// One byte from the host at this unit's rate.
   std::optional<Answer> receive(char byte, SimTime now, const LineFaults& faults);
@@ -54,7 +55,8 @@ class SimulatedUnit {
   std::optional<SimTime> nextEvent() const;
   void advance(SimTime now);
 
-  int baud() const { return options_.baud; }
+  /// The rate that it hears and answers at, in bit/s: its own until a command changes it.
+  int baud() const { return baud_; }
   const UnitOptions& options() const { return options_; }
   bool updating() const { return updating_; }
   /// What the last update brought so far: whole pieces of six bytes that were not refused.
@@ -83,6 +85,7 @@ class SimulatedUnit {
   std::string replyText(const Reply& reply, SimTime now);
 
   UnitOptions options_;
+  int baud_;
   Motion motion_;
 
   bool in_dt_command_ = false;

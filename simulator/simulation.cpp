@@ -20,12 +20,20 @@ std::string readFile(const std::string& path) {
   return bytes.str();
 }
 
+/// Throws when `path` can't be written; what is there stays.
+void requireWritable(const std::string& path) {
+  const bool is_new = !std::filesystem::exists(path);
+  if (!std::ofstream(path, std::ios::app)) throw std::runtime_error("can't write " + path);
+  if (is_new) std::filesystem::remove(path);
+}
+
 }  // namespace
 
 Simulation::Simulation(const SimOptions& options) : options_(options) {
   if (!options_.check_image.empty()) {
     expected_image_ = imageOfUpdateFile(readFile(options_.check_image));
   }
+  if (!options_.image_file.empty()) requireWritable(options_.image_file);
   std::map<int, std::vector<UnitOptions>> units_by_port;
   for (const int port : options_.empty_ports) units_by_port[port];
   for (const PlacedUnit& unit : options_.units) {
@@ -34,6 +42,7 @@ Simulation::Simulation(const SimOptions& options) : options_(options) {
   }
   std::filesystem::create_directories(options_.links);
   for (const auto& [number, units] : units_by_port) addPort(number, units);
+  for (PtyPort& port : ports_) port.plugIn();
   announce();
 }
 

@@ -13,7 +13,7 @@ namespace mvdirigo {
 class Simulation {
  public:
   /// Makes the devices and their links, and says on standard error what it simulates.
-  /// Throws std::exception when that is not possible.
+  /// Throws std::exception when that is not possible; then nothing of the user's was changed.
   explicit Simulation(const SimOptions& options);
 
   std::list<PtyPort>& ports() { return ports_; }

@@ -1,3 +1,4 @@
+#include <chrono>
 #include <vector>
 
 #include <QFileDialog>
@@ -203,16 +204,65 @@ TEST_F(StoreTest, TakesWhatWasTypedByHandAndKeepsWhatItDoesNotKnow) {
   EXPECT_EQ(get("Row"), "/1A1000,P20,R");
 }
 
+TEST_F(StoreTest, ReadsAFileWithAByteOrderMark) {
+  writeFile(file_, "\xEF\xBB\xBF[Strings]\nRow=/2&\n");
+  EXPECT_EQ(get("Row"), "/2&");
+  save("Other", "new");
+  EXPECT_EQ(get("Row"), "/2&");
+  EXPECT_FALSE(std::filesystem::exists(file_.string() + ".corrupt"));
+}
+
 TEST_F(StoreTest, SetsAFileThatIsNoStoreAsideBeforeItWrites) {
+  std::string aside = file_.string() + ".corrupt";
+  int set_aside = 0;
   for (const std::string& content :
        std::vector<std::string>{"[Strings\nRow", "no store at all\n",
                                 std::string("[Strings]\nRow=\0\0", 16), "[Strings]\nRow=\xB5\n"}) {
     writeFile(file_, content);
     EXPECT_EQ(get("Row"), "default");
-    EXPECT_EQ(bytesOf(file_.string() + ".corrupt"), content);
+    EXPECT_EQ(bytesOf(aside), content);
+    aside = file_.string() + ".corrupt." + std::to_string(++set_aside);
     save("Row", "new");
     EXPECT_EQ(get("Row"), "new");
   }
+  IniSettingsStore store;
+  store.save("app", "Strings", "Row", "newer");
+  writeFile(file_, "spoilt meanwhile");
+  store.flush();
+  EXPECT_EQ(bytesOf(aside), "spoilt meanwhile");
+}
+
+TEST_F(StoreTest, WaitsForItsLockNoLongerThanHalfASecond) {
+  static std::string log;
+  const auto log_before =
+      qInstallMessageHandler([](QtMsgType, const QMessageLogContext& context, const QString& text) {
+        log += std::string(context.category) + ": " + text.toStdString() + '\n';
+      });
+  const std::filesystem::path lock = file_.string() + ".lock";
+  const auto start = std::chrono::steady_clock::now();
+  for (const std::string content : {"garbage", ""}) {
+    std::filesystem::remove(lock);
+    content.empty() ? void(std::filesystem::create_directory(lock)) : writeFile(lock, content);
+    log.clear();
+    save("Row", "in spite of " + content);
+    EXPECT_EQ(log, "mvdirigo.store: goes on without the store's lock, which can't be had: " +
+                       lock.string() + '\n');
+    EXPECT_EQ(get("Row"), "in spite of " + content);
+    EXPECT_TRUE(std::filesystem::exists(lock));
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  qInstallMessageHandler(log_before);
+}
+
+TEST_F(StoreTest, KeepsWhatSeveralConsolesWrite) {
+  IniSettingsStore first, second;
+  for (IniSettingsStore* store : {&first, &second}) store->get("app", "Strings", "Row", "");
+  second.save("app", "Strings", "Own", "second's");
+  for (IniSettingsStore* store : {&second, &first}) {
+    store->save("app", "Strings", "Row", store == &first ? "first's" : "second's");
+    store->flush();
+  }
+  EXPECT_EQ(get("Row") + get("Own"), "first'ssecond's");
 }
 
 TEST_F(StoreTest, GoesOnWithoutAFileThatCanNotBeWritten) {

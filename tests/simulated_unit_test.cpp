@@ -125,6 +125,12 @@ TEST(SimulatedUnit, TakesAnUpdateUntilSilenceAndKeepsTheImage) {
   EXPECT_TRUE(host.unit().updating());
   host.ask("", std::chrono::seconds(2));
   EXPECT_EQ(host.askDt("/1?0"), "`0");
+
+  host.askDt("/1b57600R");
+  host.baud = 57600;
+  EXPECT_EQ(host.ask("/1[40617\r", std::chrono::seconds(4)), "?");
+  host.baud = 9600;
+  EXPECT_EQ(host.askDt("/1?0"), "`0") << "a restart forgets the change of rate";
 }
 
 TEST(UpdateImage, IsThePayloadInWholePiecesWithoutAPieceOfTheLastByteAlone) {

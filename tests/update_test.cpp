@@ -294,6 +294,7 @@ TEST_F(UpdateTest, CallsASuccessAtTheTenthTryInvalidAndGoesOnAfterTenFailures) {
 }
 
 TEST_F(UpdateTest, TakesAnEarlierNumericAnswerForASecondValidation) {
+  dialog_->baud = "9600";  // The only rate at which a restarted unit hears this dialog's port.
   choose("003A7" + bytes(20));
   update(kOk);
   platform_.runFor(5000);
@@ -328,6 +329,7 @@ TEST_F(UpdateTest, EndsWhenThePromptCameBeforeItsCommand) {
 
 TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) {
   openDialog({}, withFaults({{FaultKind::kSilent, 0, 5}}));
+  dialog_->baud = "9600";
   unit_->answers["&"] = "v7.01\r";
   choose("003A7" + bytes(100));
   dialog_->on_status = [&](const std::string& status) {

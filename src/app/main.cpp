@@ -1,12 +1,37 @@
+#include <cstdlib>
+#include <functional>
+#include <utility>
+
 #include <QApplication>
 
-#include "app/end_signals.h"
+#include "app/end_requests.h"
 #include "app/program.h"
 #include "core/stored_settings.h"
 #include "platform/qt/qt_platform.h"
 
+namespace {
+
+/// Saves when something ends the program by exit(), as Qt does when the display server is gone.
+/// That destroys nothing that main() made, so all of it is there to be saved.
+class SaveAtExit {
+ public:
+  /// To be made after the store was used: what it needs of Qt is then destroyed later.
+  explicit SaveAtExit(std::function<void()> save) {
+    action_ = std::move(save);
+    std::atexit([] {
+      if (action_) action_();
+    });
+  }
+  ~SaveAtExit() { action_ = nullptr; }
+
+ private:
+  static inline std::function<void()> action_;
+};
+
+}  // namespace
+
 int main(int argc, char** argv) {
-  mvdirigo::EndSignals::block();
+  mvdirigo::EndRequests::blockSignals();
   QApplication application(argc, argv);
   QApplication::setApplicationName(mvdirigo::kApplicationName);
   QApplication::setApplicationVersion(MVDIRIGO_VERSION);
@@ -20,8 +45,13 @@ int main(int argc, char** argv) {
         qApp, [] { QApplication::exit(0); }, Qt::QueuedConnection);
   };
   mvdirigo::Program program(platform, end);
-  const mvdirigo::EndSignals end_signals([&program] { program.console().close(); });
+  const mvdirigo::EndRequests end_requests([&program] { program.console().close(); });
   program.start();
   // An exit asked for during the start reached no event loop that lasts.
-  return program.console().life().leaving() ? 0 : QApplication::exec();
+  if (program.console().life().leaving()) return 0;
+  const SaveAtExit save_at_exit([&] {
+    program.console().saveRows();
+    platform.settingsStore().flush();
+  });
+  return QApplication::exec();
 }

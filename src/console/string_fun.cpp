@@ -201,10 +201,14 @@ void StringFun::Form_Unload() {
   life_.leave();
   transaction_.tmrReceiveTimeOut().setEnabled(false);
   platform_.eventLoop().runPending();
-  writeRows(platform_.settingsStore(), [this](int row) { return StringToSend(row); });
+  saveRows();
   transaction_.link().close();
   platform_.eventLoop().runPending();
   neighbours_.unloadAll();
+}
+
+void StringFun::saveRows() {
+  writeRows(platform_.settingsStore(), [this](int row) { return StringToSend(row); });
 }
 
 std::string StringFun::StringToSend(int row) {

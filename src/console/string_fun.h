@@ -43,6 +43,8 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   void SetupScreen();
   void SendCommand_Click(int Index) { transaction_.SendCommand_Click(Index); }
   void LoadButton_Click(int Index);
+  /// Hands the rows to the settings store.
+  void saveRows();
 
   SerialPort& MSComm1() { return transaction_.link().MSComm1(); }
   const Timer& tmrReceiveTimeOut() { return transaction_.tmrReceiveTimeOut(); }

@@ -1,4 +1,8 @@
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -29,9 +33,12 @@ class MovaneSimTest : public ::testing::Test {
     EXPECT_TRUE(sim_.waitForFinished());
     return sim_.exitCode();
   }
-  int run(const QStringList& arguments) {
-    sim_.start(MOVANE_SIM, arguments);
-    return end();
+  /// The exit code of another one, which runs its command to the end.
+  static int run(const QStringList& arguments) {
+    QProcess sim;
+    sim.start(MOVANE_SIM, arguments);
+    EXPECT_TRUE(sim.waitForFinished());
+    return sim.exitCode();
   }
   bool linkExists(int port) const {
     return std::filesystem::exists(std::filesystem::symlink_status(home_.portLink(port)));
@@ -93,18 +100,70 @@ TEST_F(MovaneSimTest, ReturnsTheExitCodeOfTheCommandAndCleansUpAfterSignals) {
   }
 }
 
-TEST_F(MovaneSimTest, ADeviceThatVanishesTakesItsLinkAlongAndComesBack) {
+TEST_F(MovaneSimTest, ADeviceThatVanishesLeavesItsLinkDanglingAndMayComeBack) {
+  const auto plugged_in = [this] { return std::filesystem::exists(home_.portLink(1)); };
+  serve({"--fault", "vanish-at=5"});
+  EXPECT_EQ(ask(1, "9600", "/1?0\r", 1), "");
+  EXPECT_TRUE(runUntil(platform_, [&] { return !plugged_in(); }));
+  EXPECT_EQ(run({"--", "true"}), 2) << "the link of another one";
+  EXPECT_TRUE(linkExists(1));
+  end();
+  EXPECT_FALSE(linkExists(1));
   serve({"--fault", "vanish-at=5", "--return-after", "0"});
   EXPECT_EQ(ask(1, "9600", "/1?0\r", 1), "");
-  EXPECT_TRUE(runUntil(platform_, [this] { return linkExists(1); }));
+  EXPECT_TRUE(runUntil(platform_, plugged_in));
   EXPECT_EQ(ask(1, "9600", "/1?0\r", 8), "\xFF/0`0\x03\r\n");
 }
 
-TEST_F(MovaneSimTest, RefusesWrongOptions) {
-  for (const char* wrong : {"--bogus", "surplus", "--unit=port=17", "--unit=baud=300",
-                            "--unit=address=12", "--fault=loud", "--check-image=/no/such/file"}) {
-    EXPECT_EQ(run({wrong}), 2) << wrong;
+TEST_F(MovaneSimTest, ReplacesOnlyLinksThatASimulatorLeftBehind) {
+  const auto link = home_.portLink(1);
+  for (const char* own : {"/dev/ttyUSB7", "/no/such/device", "/dev/null"}) {
+    home_.link(1, own);
+    EXPECT_EQ(run({"--", "true"}), 2) << own;
+    EXPECT_EQ(std::filesystem::read_symlink(link), own);
   }
+  std::filesystem::remove(link);
+  std::filesystem::create_directory(link);
+  EXPECT_EQ(run({"--", "true"}), 2);
+
+  home_.link(1, "/dev/pts/999999");
+  serve({});
+  EXPECT_EQ(run({"--", "true"}), 2);
+  EXPECT_EQ(ask(1, "9600", "/1?0\r", 8), "\xFF/0`0\x03\r\n");
+}
+
+TEST_F(MovaneSimTest, FreesAPortWhoseHostWasKilled) {
+  serve({});
+  const std::string link = home_.portLink(1);
+  const int held = open(link.c_str(), O_RDWR | O_NOCTTY);
+  const int other = open(link.c_str(), O_RDWR | O_NOCTTY);
+  flock(held, LOCK_EX);
+  ioctl(held, TIOCEXCL);
+  close(other);
+  loadDuring(platform_, 60);
+  int exclusive = 0;
+  ioctl(held, TIOCGEXCL, &exclusive);
+  EXPECT_EQ(exclusive, 1) << "somebody uses it";
+  close(held);
+  const auto port = platform_.makeSerialPort([] {});
+  port->setCommPort(1);
+  EXPECT_TRUE(runUntil(platform_, [&] {
+    return port->PortOpen() || skipOnError([&] { port->setPortOpen(true); });
+  }));
+}
+
+TEST_F(MovaneSimTest, RefusesWrongOptions) {
+  for (const char* wrong :
+       {"--bogus", "surplus", "--unit=port=17", "--unit=baud=300", "--unit=address=12",
+        "--fault=loud", "--check-image=/no/such/file", "--image-file=/no/such/folder/image"}) {
+    EXPECT_EQ(run({wrong, "--", "true"}), 2) << wrong;
+  }
+  const std::string kept = home_.path() / "kept", fresh = home_.path() / "fresh";
+  writeFile(kept, "image");
+  EXPECT_EQ(run({"--image-file", kept.c_str(), "--", "true"}), 0);
+  EXPECT_EQ(run({"--image-file", fresh.c_str(), "--", "true"}), 0);
+  EXPECT_EQ(bytesOf(kept), "image");
+  EXPECT_FALSE(std::filesystem::exists(fresh)) << "no image was received";
 }
 
 }  // namespace

@@ -1,97 +1,184 @@
 #include "platform/qt/ini_settings_store.h"
 
 #include <filesystem>
+#include <optional>
 #include <system_error>
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QLockFile>
 #include <QLoggingCategory>
+#include <QSaveFile>
+#include <QSettings>
 #include <QStandardPaths>
 #include <QStringDecoder>
 #include <QStringList>
+#include <QTemporaryDir>
 
 namespace mvdirigo {
 namespace {
 
+namespace fs = std::filesystem;
+
 Q_LOGGING_CATEGORY(storeLog, "mvdirigo.store")
+
+constexpr int kLongestWaitForLockMs = 500;
+
+/// By "section/key".
+using Values = std::map<std::string, std::string>;
 
 QString pathOf(const std::string& application) {
   return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + '/' +
          QString::fromStdString(application) + ".ini";
 }
 
-QString keyOf(const std::string& section, const std::string& key) {
-  return QString::fromStdString(section) + '/' + QString::fromStdString(key);
+QByteArray bytesOf(const QString& path) {
+  QFile file(path);
+  return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-/// Whether `path` holds something that can't be read as a store. QSettings reads bytes that are not
-/// UTF-8 as other characters and would write those back, so they count as well.
-bool isUnusable(const QString& path) {
-  const std::filesystem::path file = path.toStdString();
+/// A store's file beside the real one. QSettings works on it without the real one's lock, which it
+/// would wait for without end, and without the byte order mark, a broken line to it.
+class WorkingCopy {
+ public:
+  WorkingCopy(const QString& path, QByteArray bytes) : folder_(path + ".XXXXXX") {
+    if (bytes.startsWith("\xEF\xBB\xBF")) bytes.remove(0, 3);
+    QFile file(path_);
+    made_ = folder_.isValid() && file.open(QIODevice::WriteOnly) &&
+            file.write(bytes) == bytes.size() && file.flush();
+  }
+
+  bool made() const { return made_; }
+  const QString& path() const { return path_; }
+
+ private:
+  QTemporaryDir folder_;
+  const QString path_ = folder_.filePath("store.ini");
+  bool made_ = false;
+};
+
+/// The values in `path`, which may not exist yet; none when it holds what can't be read as a store.
+/// QSettings reads bytes that are not UTF-8 as other characters and would write those back, so they
+/// count as such.
+std::optional<Values> read(const QString& path) {
+  const fs::path file = path.toStdString();
   std::error_code error;
-  if (!std::filesystem::exists(std::filesystem::symlink_status(file, error))) return false;
+  if (!fs::exists(fs::symlink_status(file, error))) return Values();
   // Opening a pipe would wait for its other end.
-  if (!std::filesystem::is_regular_file(file, error)) return true;
+  if (!fs::is_regular_file(file, error)) return std::nullopt;
 
   QFile stored(path);
-  if (!stored.open(QIODevice::ReadOnly)) return true;
+  if (!stored.open(QIODevice::ReadOnly)) return std::nullopt;
+  const QByteArray bytes = stored.readAll();
   QStringDecoder utf8(QStringDecoder::Utf8);
-  const QString text = utf8(stored.readAll());
-  if (utf8.hasError() || text.contains(QChar::Null)) return true;
-  QSettings settings(path, QSettings::IniFormat);
-  settings.allKeys();  // Groups are parsed when they are asked for.
-  return settings.status() != QSettings::NoError;
+  const QString text = utf8(bytes);
+  if (utf8.hasError() || text.contains(QChar::Null)) return std::nullopt;
+
+  const WorkingCopy copy(path, bytes);
+  const QSettings settings(copy.made() ? copy.path() : path, QSettings::IniFormat);
+  Values values;
+  for (const QString& key : settings.allKeys()) {
+    const QVariant value = settings.value(key);
+    // A text with commas that was typed into the file without quotes comes in pieces.
+    if (value.isValid()) values[key.toStdString()] = value.toStringList().join(',').toStdString();
+  }
+  if (settings.status() != QSettings::NoError) return std::nullopt;
+  return values;
 }
 
-/// Moves `path` out of the way, so that nothing of it is overwritten.
+/// Moves `path` out of the way, so that nothing of it is overwritten, nor what was moved before.
 bool setAside(const QString& path) {
-  const std::filesystem::path file = path.toStdString();
+  const std::string name = path.toStdString() + ".corrupt";
+  fs::path aside = name;
   std::error_code error;
-  std::filesystem::rename(file, file.string() + ".corrupt", error);
+  for (int number = 1; fs::exists(fs::symlink_status(aside, error)); ++number) {
+    aside = name + '.' + std::to_string(number);
+  }
+  fs::rename(path.toStdString(), aside, error);
   if (error) {
     qCWarning(storeLog).noquote() << "can't read or set aside" << path;
   } else {
-    qCWarning(storeLog).noquote() << "could not be read and was set aside:" << path + ".corrupt";
+    qCWarning(storeLog).noquote() << "could not be read and was set aside:" << aside.c_str();
   }
   return !error;
 }
 
+/// Writes `values` into the store at `path`, all or none of them, and keeps the others.
+bool write(const QString& path, const Values& values) {
+  if (!read(path) && !setAside(path)) return false;
+  const WorkingCopy copy(path, bytesOf(path));
+  QSettings settings(copy.path(), QSettings::IniFormat);
+  for (const auto& [key, value] : values) {
+    settings.setValue(QString::fromStdString(key), QString::fromStdString(value));
+  }
+  settings.sync();
+  if (!copy.made() || settings.status() != QSettings::NoError) return false;
+  const QByteArray bytes = bytesOf(copy.path());
+  QSaveFile file(path);
+  return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit();
+}
+
+/// Takes the lock that keeps two programs from losing each other's values. A lock that nobody gives
+/// back stops nothing: without it no more can happen than that one of two loses.
+void waitForLock(QLockFile& lock) {
+  const QFileInfo file(lock.fileName());
+  // Reading a pipe would wait for its other end.
+  const bool readable = !file.exists() || file.isFile();
+  if (readable && lock.tryLock(kLongestWaitForLockMs)) return;
+  qCWarning(storeLog).noquote() << "goes on without the store's lock, which can't be had:"
+                                << lock.fileName();
+}
+
 }  // namespace
 
-IniSettingsStore::~IniSettingsStore() {
-  for (const auto& [application, file] : files_) {
-    if (!file) continue;
-    file->sync();
-    if (file->status() != QSettings::NoError) {
-      qCWarning(storeLog).noquote() << "can't be written:" << file->fileName();
-    }
-  }
+IniSettingsStore::IniSettingsStore() {
+  flush_soon_.setSingleShot(true);
+  QObject::connect(&flush_soon_, &QTimer::timeout, [this] { flush(); });
 }
 
 std::string IniSettingsStore::get(const std::string& application, const std::string& section,
                                   const std::string& key, const std::string& default_value) {
-  const QSettings* stored = file(application);
-  const QVariant value = stored ? stored->value(keyOf(section, key)) : QVariant();
-  if (!value.isValid()) return default_value;
-  // A text with commas that was typed into the file without quotes comes in pieces.
-  return value.toStringList().join(',').toStdString();
+  const auto& values = file(application).values;
+  const auto found = values.find(section + '/' + key);
+  return found == values.end() ? default_value : found->second;
 }
 
 void IniSettingsStore::save(const std::string& application, const std::string& section,
                             const std::string& key, const std::string& value) {
-  if (QSettings* stored = file(application)) {
-    stored->setValue(keyOf(section, key), QString::fromStdString(value));
+  File& stored = file(application);
+  const std::string name = section + '/' + key;
+  stored.values[name] = stored.unwritten[name] = value;
+  flush_soon_.start();
+}
+
+void IniSettingsStore::flush() {
+  for (auto& [application, file] : files_) {
+    if (file.unwritten.empty()) continue;
+    const QString path = pathOf(application);
+    QDir().mkpath(QFileInfo(path).path());
+    QLockFile lock(path + ".lock");
+    waitForLock(lock);
+    if (write(path, file.unwritten)) {
+      file.unwritten.clear();
+    } else {
+      qCWarning(storeLog).noquote() << "can't be written:" << path;
+    }
   }
 }
 
-QSettings* IniSettingsStore::file(const std::string& application) {
+IniSettingsStore::File& IniSettingsStore::file(const std::string& application) {
   const auto [entry, is_new] = files_.try_emplace(application);
   if (is_new) {
     const QString path = pathOf(application);
-    if (!isUnusable(path) || setAside(path)) {
-      entry->second = std::make_unique<QSettings>(path, QSettings::IniFormat);
+    const auto stored = read(path);
+    if (stored) {
+      entry->second.values = *stored;
+    } else {
+      setAside(path);
     }
   }
-  return entry->second.get();
+  return entry->second;
 }
 
 }  // namespace mvdirigo

@@ -1,32 +1,43 @@
 #pragma once
 
 #include <map>
-#include <memory>
 #include <string>
 
-#include <QSettings>
+#include <QTimer>
 
 #include "platform/settings_store.h"
 
 namespace mvdirigo {
 
 /// The settings store as INI files, one an application, in the user's configuration folder:
-/// `$XDG_CONFIG_HOME/<application>.ini` with one group a section. Saved values reach the file in
-/// the next turn of the event loop, all together, and at the latest when the store is destroyed.
+/// `$XDG_CONFIG_HOME/<application>.ini` with one group a section. A file is read once, at the first
+/// use of its application. Saved values reach it in the next turn of the event loop, all together,
+/// and at the latest when the store is destroyed; what else stands in it then stays.
 class IniSettingsStore : public SettingsStore {
  public:
-  ~IniSettingsStore() override;
+  IniSettingsStore();
+  ~IniSettingsStore() override { flush(); }
 
   std::string get(const std::string& application, const std::string& section,
                   const std::string& key, const std::string& default_value) override;
   void save(const std::string& application, const std::string& section, const std::string& key,
             const std::string& value) override;
 
- private:
-  /// Null for a file that can be neither used nor set aside.
-  QSettings* file(const std::string& application);
+  /// Writes what was saved and not written yet, without the event loop. Waits at most half a second
+  /// for another program that writes. What can't be written is told in the log and kept.
+  void flush();
 
-  std::map<std::string, std::unique_ptr<QSettings>> files_;
+ private:
+  struct File {
+    /// By "section/key".
+    std::map<std::string, std::string> values;
+    std::map<std::string, std::string> unwritten;
+  };
+
+  File& file(const std::string& application);
+
+  std::map<std::string, File> files_;
+  QTimer flush_soon_;
 };
 
 }  // namespace mvdirigo

@@ -16,7 +16,7 @@ namespace mvdirigo {
 class QtPlatform : public Platform {
  public:
   EventLoop& eventLoop() override { return event_loop_; }
-  SettingsStore& settingsStore() override { return settings_store_; }
+  IniSettingsStore& settingsStore() override { return settings_store_; }
   Dialogs& dialogs() override { return dialogs_; }
   std::unique_ptr<Timer> makeTimer(std::function<void()> on_tick) override;
   std::unique_ptr<SerialPort> makeSerialPort(std::function<void()> on_comm) override;
