@@ -49,7 +49,8 @@ TEST(LineText, MarksCharactersThatTheLineLacks) {
 }
 
 TEST(LineText, SpellsControlCharactersOut) {
-  EXPECT_EQ(visibleControls(std::string("\xFF/0`12\x03\r\n\0", 10)), "\u00FF/0`12\\x03\\r\\n\\x00");
+  EXPECT_EQ(visibleControls(std::string("\xFF/0`12\x03\r\n\0\x7F\x80\x9F\xA0", 14)),
+            "\u00FF/0`12\\x03\\r\\n\\x00\\x7F\\x80\\x9F\u00A0");
 }
 
 TEST(RuntimeError, ReportsProcedureNumberAndDescription) {
