@@ -1,5 +1,8 @@
 #include <string>
 
+#include <QRadioButton>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <gtest/gtest.h>
 
 #include "support/window_test.h"
@@ -14,6 +17,12 @@ class ConsoleWindow : public WindowTest {
     while (onConsole<QWidget>("SendCommand(" + std::to_string(rows) + ")").isVisible()) ++rows;
     return rows;
   }
+  QLineEdit& commandField(int row) {
+    return onConsole<QLineEdit>("StringToSend(" + std::to_string(row) + ")");
+  }
+  QLineEdit& replyField(int row) {
+    return onConsole<QLineEdit>("ReceiveString(" + std::to_string(row) + ")");
+  }
   QRect place(const std::string& name) { return onConsole<QWidget>(name).geometry(); }
 };
 
@@ -25,10 +34,17 @@ TEST_F(ConsoleWindow, StartsWithTheDefaultsOfAnEmptyStore) {
   EXPECT_EQ(onConsole<QLineEdit>("StringToSend(19)").text(), "/1?11");
   EXPECT_EQ(onConsole<QLineEdit>("StringToSend(25)").text(), "/1?0");
   EXPECT_EQ(onConsole<QPushButton>("SendCommand(10)").text(), "Send String &10");
-  EXPECT_EQ(onConsole<QLineEdit>("StringToSend(7)").accessibleName(), "Command string 7");
+  EXPECT_EQ(commandField(7).accessibleName(), "Command string 7");
+  EXPECT_EQ(onConsole<QWidget>("ButtonShape(7)").accessibleName(), "Status light 7");
   EXPECT_FALSE(onConsole<QPushButton>("Command1").isVisible());
   EXPECT_TRUE(platform_.store().saves.empty()) << "nobody has chosen anything yet";
   EXPECT_TRUE(platform_.socket(1).sent.empty());
+  commandField(9).setFocus();
+  for (const char* next : {"SendCommand(9)", "StringToSend(10)", "SendCommand(10)", "LoadButton(0)",
+                           "LoadButton(1)"}) {
+    QTest::keyClick(program_->console().focusWidget(), Qt::Key_Tab);
+    EXPECT_EQ(program_->console().focusWidget()->objectName(), next);
+  }
 }
 
 TEST_F(ConsoleWindow, SendsARowAndShowsTheReplyForHalfASecondInGreen) {
@@ -40,10 +56,84 @@ TEST_F(ConsoleWindow, SendsARowAndShowsTheReplyForHalfASecondInGreen) {
   EXPECT_EQ(reply(0), "Movane Stepper v7.02 No Error");
   EXPECT_EQ(light(0), "green");
   EXPECT_TRUE(onConsole<QPushButton>("SendCommand(11)").isEnabled());
-  EXPECT_TRUE(onConsole<QLineEdit>("ReceiveString(0)").toolTip().contains("\\xFF/0`") ||
-              onConsole<QLineEdit>("ReceiveString(0)").toolTip().contains("/0`Movane"));
   platform_.runFor(400);
   EXPECT_EQ(light(0), "white");
+  press("SendCommand(1)");
+  platform_.socket(1).deliver("\xFF/0`<b>%1</b>\x03\r");
+  platform_.runFor(0);
+  EXPECT_EQ(replyField(1).accessibleDescription(),
+            "Received: \u00FF/0`<b>%1</b>\\x03\\r\nAt 08:00:00, 0 ms after sending");
+  EXPECT_TRUE(replyField(1).toolTip().contains("&lt;b&gt;%1")) << "letter by letter";
+  platform_.socket(1).deliver("\xFF/0`" + std::string(5000, 'n') + "\x03\r");
+  platform_.runFor(0);
+  EXPECT_EQ(find<QLineEdit>(program_->settings(), "ResponseString").text().size(), 4001);
+}
+
+TEST_F(ConsoleWindow, TellsWhyNothingWasSentAndWhatCantBe) {
+  platform_.socket(1).details.obstacle = "There is no such device.";
+  start();
+  press("SendCommand(0)");
+  platform_.runFor(1001);
+  EXPECT_EQ(reply(0), "No Movane detected. Check connections");
+  EXPECT_EQ(replyField(0).toolTip(), "Nothing was sent: There is no such device.\nAt 08:00:01");
+  for (const auto& [command, tip] :
+       {std::pair{"/1A\u22121000R\u20AC",
+                  "Character 4, \"\u2212\", can't be sent: it goes out as \"?\"."},
+        {"/\U0001F600", "Character 2, \"\U0001F600\", can't be sent: it goes out as \"?\"."},
+        {"/1\u00B5\u200B", "Character 4, \"U+200B\", can't be sent: it goes out as \"?\"."},
+        {"/1\u00B5\u00FF", ""}}) {
+    commandField(0).setText(command);
+    EXPECT_EQ(commandField(0).toolTip(), tip);
+    EXPECT_EQ(commandField(0).accessibleDescription(), tip);
+  }
+}
+
+TEST_F(ConsoleWindow, ReportsAFaultAtAHandlersEdgeAndGoesOn) {
+  start();
+  const auto tearNextIn = [this](const std::string& handler) {
+    platform_.onRunPending = [this] {
+      platform_.onRunPending = nullptr;
+      throw std::runtime_error("torn");
+    };
+    platform_.script().expectBox(handler + "() Error #: 0 :: torn", box::kOkOnly);
+  };
+  tearNextIn("SendCommand_Click");
+  press("SendCommand(0)");
+  tearNextIn("Form_QueryUnload");
+  program_->console().close();
+  EXPECT_TRUE(ended_);
+}
+
+TEST_F(ConsoleWindow, FindsAUnitWhoseAnswerTheTimeOutMeets) {
+  start();
+  for (int late_ms = 0; late_ms <= 60; ++late_ms) {
+    for (const char* protocol : {"DTProtocol", "OEMProtocol"}) {
+      SimulatedBus bus({UnitOptions{.address = '9'}}, {.faults = {{FaultKind::kLate, late_ms}}});
+      platform_.attach(1, bus);
+      find<QRadioButton>(program_->settings(), protocol).click();
+      press(program_->settings(), "AutoSetup");
+      EXPECT_EQ(commandField(0).text(), "/9&") << late_ms;
+      ASSERT_EQ(reply(0), "Movane Stepper v7.02 No Error") << late_ms;
+      program_->console().MSComm1().setPortOpen(false);
+      platform_.detach(1);
+      platform_.runFor(1);
+    }
+  }
+}
+
+TEST_F(ConsoleWindow, ScrollsWhereItIsSmallerThanItsRows) {
+  start();
+  const auto& area = *program_->console().findChild<QScrollArea*>();
+  const auto barsAt = [&](int missing) {
+    program_->console().resize(program_->console().controls().size() - QSize(missing, missing));
+    platform_.runFor(1);
+    return area.horizontalScrollBar()->isVisible() + area.verticalScrollBar()->isVisible();
+  };
+  for (const int round : {1, 2}) {
+    EXPECT_EQ(barsAt(0), 0) << round;
+    EXPECT_EQ(barsAt(1), 0) << "a pixel that a fractional scale factor takes away";
+    EXPECT_EQ(barsAt(50), 2);
+  }
 }
 
 TEST_F(ConsoleWindow, GivesTheFocusBackToAPressedButton) {
@@ -145,14 +235,34 @@ TEST_F(ConsoleWindow, ClosesThePortAtEveryClickOfTheBar) {
   }
 }
 
-TEST_F(ConsoleWindow, LoadsTheStoredStringsAgain) {
+TEST_F(ConsoleWindow, LoadsTheStoredStringsAgainAndStartsTheSequenceOver) {
   store("Strings", "StringToSend2", "/2stored");
-  start();
-  onConsole<QLineEdit>("StringToSend(2)").setText("changed");
-  onConsole<QLineEdit>("StringToSend(3)").setText("changed");
-  press("LoadButton(6)");
-  EXPECT_EQ(onConsole<QLineEdit>("StringToSend(2)").text(), "/2stored");
-  EXPECT_EQ(onConsole<QLineEdit>("StringToSend(3)").text(), "/1P1000D500R");
+  startWithUnit();
+  EXPECT_EQ(commandField(2).cursorPosition(), 0) << "the head of a long command shows";
+  commandField(2).setText("changed");
+  commandField(3).setText("changed");
+  find<QRadioButton>(program_->settings(), "OEMProtocol").click();
+  for (int round = 0; round < 2; ++round) {
+    press("SendCommand(0)");
+    platform_.runFor(100);
+    press("LoadButton(6)");
+  }
+  EXPECT_EQ(commandField(2).text(), "/2stored");
+  EXPECT_EQ(commandField(2).cursorPosition(), 0);
+  EXPECT_EQ(commandField(3).text(), "/1P1000D500R");
+  const std::string sent = platform_.socket(1).sent;
+  EXPECT_EQ(sent.substr(0, 6), sent.substr(6)) << "no repeat, and no next number";
+}
+
+TEST_F(ConsoleWindow, LeavesNoButtonDisabledByALayoutInMidTransaction) {
+  startWithUnit();
+  press("SendCommand(0)");
+  find<QLineEdit>(program_->settings(), "MaxStrings").setText("5");
+  program_->console().SetupScreen();
+  EXPECT_TRUE(onConsole<QPushButton>("SendCommand(11)").isEnabled());
+  EXPECT_FALSE(onConsole<QPushButton>("SendCommand(5)").isEnabled());
+  platform_.runFor(1000);
+  EXPECT_TRUE(onConsole<QPushButton>("SendCommand(5)").isEnabled());
 }
 
 }  // namespace
