@@ -14,6 +14,7 @@
 namespace mvdirigo {
 namespace {
 
+using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 /// A line with nobody at its far end.
@@ -269,11 +270,24 @@ TEST_F(TransactionTest, ReportsASilentUnitAndResetsThePort) {
   EXPECT_EQ(rows_.lights[3], LightColour::kGreen);
   EXPECT_EQ(replyTo("\xFF/0`7\x03\r"), "7 No Error");
 
+  sentBy(4);
+  receive("\xFF");
+  socket_.refusal = Fault::kPortAlreadyOpen;
+  platform_.runFor(500);
+  EXPECT_FALSE(transaction_.link().MSComm1().PortOpen()) << "closed and not to be opened again";
+
   settings_.search_runs = true;
+  socket_.refusal.reset();
+  after(1s, [this] {
+    socket_.deliver("\xFF/0`half");
+    socket_.refusal = Fault::kPortAlreadyOpen;
+  });
   sentBy(4);
   platform_.runFor(500);
   EXPECT_EQ(rows_.replies[4], "Auto Scan in Progress. Searching for Devices on serial bus. ");
   EXPECT_EQ(rows_.lights[4], LightColour::kYellow);
+  receive("\x03\r");
+  EXPECT_EQ(rows_.replies[4], "half No Error") << "a search's answer is not cut off";
 }
 
 TEST_F(TransactionTest, SurvivesSettingsThatOpenNoPort) {

@@ -59,10 +59,7 @@ void SerialLink::reset() {
   skipOnError([&] { port_->reopen(); });
 }
 
-// The first character of an OEM frame stands in the raw reply only.
-bool SerialLink::receiving() const {
-  return !rxBuffer.empty() || !raw_reply_.empty() || port_->InBufferCount() > 0;
-}
+bool SerialLink::receiving() const { return !raw_reply_.empty() || port_->InBufferCount() > 0; }
 
 void SerialLink::close() {
   if (port_->PortOpen()) port_->setPortOpen(false);

@@ -38,7 +38,7 @@ class SerialLink {
   /// Empties the receive buffer of an open port, closes it and opens it again; failing steps are
   /// skipped.
   void reset();
-  /// Whether characters have come in that no decode has taken yet.
+  /// Whether characters have come in since `takeRawReply`, read or not.
   bool receiving() const;
   /// Closes the port if it is open.
   void close();
