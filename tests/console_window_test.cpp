@@ -177,32 +177,24 @@ TEST_F(ConsoleWindow, LaysOutAnyRowCountTheSameWayTwice) {
   }
 }
 
-TEST_F(ConsoleWindow, TakesOddRowCountsAsTheyStand) {
+TEST_F(ConsoleWindow, TakesOddRowCountsAndTimeOutsAsTheyStand) {
   const struct {
-    std::string stored;
-    int rows;
-  } cases[] = {{"abc", 10}, {"", 10}, {"0", 0}, {"-3", 0}, {"-99999", 10}, {"2.5", 2}};
+    std::string count, timeout;
+    int rows, interval;
+  } cases[] = {{"abc", "abc", 10, 4000}, {"", "", 10, 4000},     {"0", "0", 0, 4000},
+               {"-3", "-5", 0, 4000},    {"-99999", "1", 10, 1}, {"2.5", "90000", 2, 90000}};
   for (const auto& c : cases) {
-    store("Settings", "MaxStrings", c.stored);
+    store("Settings", "MaxStrings", c.count);
+    store("Settings", "RCVTimeout", c.timeout);
     start();
-    EXPECT_EQ(shownRows(), c.rows) << c.stored;
-    EXPECT_GT(program_->console().controls().height(), 200) << c.stored;
+    EXPECT_EQ(shownRows(), c.rows) << c.count;
+    EXPECT_GT(program_->console().controls().height(), 200) << c.count;
+    EXPECT_EQ(program_->console().tmrReceiveTimeOut().Interval(), c.interval) << c.timeout;
   }
   store("Settings", "MaxStrings", "60");
   platform_.script().expectBox("Maximum number of strings allowed is 25", box::kOkOnly);
   start();
   EXPECT_EQ(shownRows(), 25);
-}
-
-TEST_F(ConsoleWindow, KeepsItsIntervalForATimeOutThatIsNone) {
-  for (const std::string timeout : {"abc", "", "0", "-5"}) {
-    store("Settings", "RCVTimeout", timeout);
-    start();
-    EXPECT_EQ(program_->console().tmrReceiveTimeOut().Interval(), 4000) << timeout;
-  }
-  store("Settings", "RCVTimeout", "90000");
-  start();
-  EXPECT_EQ(program_->console().tmrReceiveTimeOut().Interval(), 90000);
 }
 
 TEST_F(ConsoleWindow, SavesAllRowsAndClosesThePortInEveryState) {
@@ -231,17 +223,6 @@ TEST_F(ConsoleWindow, SavesAllRowsAndClosesThePortInEveryState) {
   }
 }
 
-TEST_F(ConsoleWindow, ClosesThePortAtEveryClickOfTheBar) {
-  startWithUnit();
-  for (const int button : {3, 6, 7}) {
-    press("SendCommand(0)");
-    platform_.runFor(100);
-    EXPECT_TRUE(program_->console().MSComm1().PortOpen());
-    press("LoadButton(" + std::to_string(button) + ")");
-    EXPECT_FALSE(program_->console().MSComm1().PortOpen()) << button;
-  }
-}
-
 TEST_F(ConsoleWindow, LoadsTheStoredStringsAgainAndStartsTheSequenceOver) {
   store("Strings", "StringToSend2", "/2stored");
   startWithUnit();
@@ -252,7 +233,9 @@ TEST_F(ConsoleWindow, LoadsTheStoredStringsAgainAndStartsTheSequenceOver) {
   for (int round = 0; round < 2; ++round) {
     press("SendCommand(0)");
     platform_.runFor(100);
+    EXPECT_TRUE(program_->console().MSComm1().PortOpen());
     press("LoadButton(6)");
+    EXPECT_FALSE(program_->console().MSComm1().PortOpen()) << "as every button of the bar does";
   }
   EXPECT_EQ(commandField(2).text(), "/2stored");
   EXPECT_EQ(commandField(2).cursorPosition(), 0);

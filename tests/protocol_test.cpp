@@ -8,6 +8,7 @@
 #include "protocol/command_framing.h"
 #include "protocol/reply_decoding.h"
 #include "protocol/transaction.h"
+#include "simulator/simulated_bus.h"
 #include "support/chosen_settings.h"
 #include "support/virtual_test.h"
 
@@ -16,15 +17,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-
-/// A line with nobody at its far end.
-class DeafLine : public SimulatedLine {
- public:
-  void receive(char, int host_baud, SimTime) override { last_baud = host_baud; }
-  std::optional<SimTime> nextEvent() const override { return std::nullopt; }
-  std::string advance(SimTime, int) override { return {}; }
-  int last_baud = 0;
-};
 
 class Rows : public Transaction::Rows {
  public:
@@ -83,7 +75,7 @@ class TransactionTest : public VirtualTest {
 
   ChosenSettings settings_;
   Rows rows_;
-  DeafLine line_;
+  SimulatedBus line_{{}};
   VirtualSocket& socket_ = platform_.socket(1);
   Transaction transaction_{platform_, [this]() -> LiveSettings& { return settings_; }, rows_};
 };
@@ -124,7 +116,6 @@ TEST(CommandFraming, CyclesTheOemSequenceAndMarksRepeats) {
 
 TEST_F(TransactionTest, PutsTheWorkedExamplesOnTheLine) {
   EXPECT_EQ(sentBy(0), "\x2F\x31\x41\x31\x30\x30\x30\x52\x0D");
-  EXPECT_EQ(line_.last_baud, 9600);
   rows_.strings[0] = "/\u00B51\u20AC";
   EXPECT_EQ(sentBy(0), "/\xB5\x31?\r") << "one byte a character";
   rows_.strings[0] = "/";
@@ -238,19 +229,6 @@ TEST_F(TransactionTest, DecodesOemRepliesByTheReceiveRules) {
   for (const auto& c : cases) {
     replyTo("\x03\x03\x03" + oemReply("0@"));  // back to hunting, whatever the case before left
     EXPECT_EQ(replyTo(c.bytes), c.reply) << visibleControls(c.bytes);
-  }
-}
-
-TEST_F(TransactionTest, TakesAReplySplitAtEveryByte) {
-  for (const bool oem : {false, true}) {
-    settings_.oem = oem;
-    const std::string reply = oem ? oemReply("0b2000") : "\xFF/0b2000\x03\r";
-    for (std::size_t split = 0; split <= reply.size(); ++split) {
-      replyTo(reply.substr(0, split));
-      platform_.runFor(300);
-      receive(reply.substr(split));
-      EXPECT_EQ(rows_.replies[3], "2000 Invalid Command") << split;
-    }
   }
 }
 
