@@ -37,38 +37,38 @@ const std::string kIdle =
 const std::string kAfterPlayback =
     "Play Endless|Play|Record|Settings|Save Strings|Load Strings|Load Default|Help|";
 
-TEST_F(BarWindow, PlaysPressesBackWithTheirTicksThoughTheUnitIsSilent) {
+TEST_F(BarWindow, PlaysPressesBackWithTheirTicksThoughTheUnitIsSilentByThen) {
   SimulatedBus deaf{{}};
-  platform_.attach(1, deaf);
-  start();
+  startWithUnit();
   EXPECT_EQ(captions(), kIdle);
   press("LoadButton(2)");
   EXPECT_EQ(captions(),
             "-Play Endless|-Playback|Stop Recording|-Settings|-Save Strings|-Load Strings|Load "
             "Default|Help|");
   for (const int row : {1, 9}) {
-    platform_.runFor(1500);
+    platform_.runFor(350);
     press("SendCommand(" + std::to_string(row) + ")");
   }
   platform_.runFor(1100);
   press("LoadButton(2)");
   EXPECT_EQ(captions(), kIdle);
 
+  platform_.attach(1, deaf);
   press("LoadButton(1)");
   EXPECT_EQ(captions(),
             "-Play Endless|Stop Playback|-Record|-Settings|-Save Strings|-Load Strings|Load "
             "Default|Help|");
   std::string& sent = platform_.socket(1).sent;
   sent.clear();
-  platform_.runFor(1500);
+  platform_.runFor(350);
   EXPECT_EQ(sent, "/1?0\r") << "on the first tick";
   platform_.runFor(70);
-  EXPECT_EQ(sent, "/1?0\r/1F\r") << "thirty ticks later";
+  EXPECT_EQ(sent, "/1?0\r/1F\r") << "seven ticks later";
   platform_.runFor(1100);
   EXPECT_EQ(reply(9), "No Movane detected. Check connections");
   EXPECT_EQ(captions(), kAfterPlayback);
   press("LoadButton(0)");
-  platform_.runFor(3000);
+  platform_.runFor(1600);
   EXPECT_EQ(sent, "/1?0\r/1F\r/1?0\r/1F\r/1?0\r");
   press("LoadButton(1)");
   EXPECT_EQ(captions(), kAfterPlayback);
