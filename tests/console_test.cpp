@@ -105,13 +105,12 @@ TEST_F(RecorderTest, PausesForTheEndEntryAndOneTickAfterEveryEndlessCycleOfADay)
 }
 
 TEST_F(RecorderTest, EndsOnTheFirstTickWhenNothingWasRecorded) {
-  recorder.clickPlayback();
-  tick();
-  EXPECT_FALSE(recorder.Playing()) << "never recorded";
-  record({}, 30);
-  recorder.clickPlayback();
-  tick();
-  EXPECT_FALSE(recorder.Playing()) << "no press";
+  for (const char* recorded : {"never", "no press"}) {
+    recorder.clickPlayback();
+    tick();
+    EXPECT_FALSE(recorder.Playing()) << recorded;
+    record({}, 30);
+  }
   recorder.clickPlayEndless();
   tick(100);
   EXPECT_TRUE(recorder.Playing());
