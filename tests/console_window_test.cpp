@@ -19,12 +19,6 @@ class ConsoleWindow : public WindowTest {
     while (onConsole<QWidget>("SendCommand(" + std::to_string(rows) + ")").isVisible()) ++rows;
     return rows;
   }
-  QLineEdit& commandField(int row) {
-    return onConsole<QLineEdit>("StringToSend(" + std::to_string(row) + ")");
-  }
-  QLineEdit& replyField(int row) {
-    return onConsole<QLineEdit>("ReceiveString(" + std::to_string(row) + ")");
-  }
   QRect place(const std::string& name) { return onConsole<QWidget>(name).geometry(); }
 };
 
@@ -32,9 +26,9 @@ TEST_F(ConsoleWindow, StartsWithTheDefaultsOfAnEmptyStore) {
   start();
   EXPECT_EQ(program_->console().windowTitle(), "Dirigo Version " MVDIRIGO_VERSION);
   EXPECT_EQ(shownRows(), 11);
-  EXPECT_EQ(onConsole<QLineEdit>("StringToSend(0)").text(), "/1&");
-  EXPECT_EQ(onConsole<QLineEdit>("StringToSend(19)").text(), "/1?11");
-  EXPECT_EQ(onConsole<QLineEdit>("StringToSend(25)").text(), "/1?0");
+  EXPECT_EQ(commandField(0).text(), "/1&");
+  EXPECT_EQ(commandField(19).text(), "/1?11");
+  EXPECT_EQ(commandField(25).text(), "/1?0");
   EXPECT_EQ(onConsole<QPushButton>("SendCommand(10)").text(), "Send String &10");
   EXPECT_EQ(commandField(7).accessibleName(), "Command string 7");
   EXPECT_EQ(onConsole<QWidget>("ButtonShape(7)").accessibleName(), "Status light 7");
@@ -156,7 +150,7 @@ TEST_F(ConsoleWindow, GivesTheFocusBackToAPressedButton) {
   onConsole<QPushButton>("SendCommand(1)").setFocus();
   press("SendCommand(1)");
   QTest::keyClick(program_->console().focusWidget(), Qt::Key_Space);
-  EXPECT_EQ(onConsole<QLineEdit>("StringToSend(2)").text(), "/1A1000A0R");
+  EXPECT_EQ(commandField(2).text(), "/1A1000A0R");
   platform_.runFor(100);
   EXPECT_EQ(program_->console().focusWidget(), &onConsole<QPushButton>("SendCommand(1)"));
 }
@@ -209,8 +203,8 @@ TEST_F(ConsoleWindow, SavesAllRowsAndClosesThePortInEveryState) {
     platform_.attach(1, deaf);
     platform_.store().saves.clear();
     start();
-    onConsole<QLineEdit>("StringToSend(24)").setText("/1hidden,\"\u20AC\"");
-    onConsole<QLineEdit>("StringToSend(25)").setText("");
+    commandField(24).setText("/1hidden,\"\u20AC\"");
+    commandField(25).setText("");
     if (state != "idle") press("SendCommand(3)");
     if (state == "timed out") platform_.runFor(1001);
     if (state == "vanished") platform_.detach(1);
