@@ -338,7 +338,7 @@ std::string Settings::MaxStrings() { return MaxStrings_->text().toStdString(); }
 std::string Settings::RCVTimeout() { return RCVTimeout_->text().toStdString(); }
 
 void Settings::setResponseString(const std::string& latin1) {
-  ResponseString->setText(text(utf8FromLatin1(latin1)));
+  ResponseString->setText(text(shownReply(latin1)));
 }
 
 bool Settings::portAvailable(int port) { return PortAvailable(console_.MSComm1(), port); }

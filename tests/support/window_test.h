@@ -67,9 +67,13 @@ class WindowTest : public VirtualTest {
   }
   void press(const std::string& name) { press(program_->console(), name); }
 
-  std::string reply(int row) {
-    return onConsole<QLineEdit>("ReceiveString(" + std::to_string(row) + ")").text().toStdString();
+  QLineEdit& commandField(int row) {
+    return onConsole<QLineEdit>("StringToSend(" + std::to_string(row) + ")");
   }
+  QLineEdit& replyField(int row) {
+    return onConsole<QLineEdit>("ReceiveString(" + std::to_string(row) + ")");
+  }
+  std::string reply(int row) { return replyField(row).text().toStdString(); }
   std::string light(int row) {
     return onConsole<QWidget>("ButtonShape(" + std::to_string(row) + ")")
         .accessibleDescription()
