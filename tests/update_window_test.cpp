@@ -2,6 +2,7 @@
 #include <vector>
 
 #include <QComboBox>
+#include <QPlainTextEdit>
 #include <gtest/gtest.h>
 
 #include "support/files.h"
@@ -10,11 +11,13 @@
 namespace mvdirigo {
 namespace {
 
+using namespace std::chrono_literals;
+
 class UpdateWindow : public WindowTest {
  protected:
   /// Opens the update dialog with an image of `size` bytes loaded.
   void openWithImage(std::size_t size) {
-    writeFile(path("image.zrf"), "103A7" + std::string(size, 'x'));
+    writeFile(image_, "103A7" + std::string(size, 'x'));
     startWithUnit();
     press("SendCommand(0)");
     platform_.runFor(100);
@@ -22,33 +25,60 @@ class UpdateWindow : public WindowTest {
     press(program_->settings(), "cmdUpdate");
     EXPECT_FALSE(program_->settings().isVisible());
     EXPECT_FALSE(find<QPushButton>(dialog(), "cmdUpdate").isEnabled());
-    platform_.script().expectOpenFile(path("image.zrf"));
+    platform_.script().expectOpenFile(image_);
     press(dialog(), "cmdLoadImage");
-    EXPECT_EQ(status(), "Status: Loaded " + path("image.zrf"));
+    EXPECT_EQ(status(), "Status: Loaded " + image_);
   }
-  void expectConfirmation() {
+  void expectConfirmation(std::function<void()> while_open = {}) {
     platform_.script().expectBox(
         "Are you sure you want to continue? \r\n\r\n- Disconnect all other devices from serial "
         "bus.\r\n- Terminate connections for high baud rates.\r\n\r\n- DO NOT POWER OFF DEVICE "
         "until update is complete.",
-        box::kYesNo + box::kInformation, BoxButton::kYes);
+        box::kYesNo + box::kInformation, BoxButton::kYes, std::move(while_open));
   }
   QWidget& dialog() { return *program_->update(); }
-  std::string path(const std::string& name) { return folder_.path / name; }
+  std::string toolTip(const std::string& name) {
+    return find<QWidget>(dialog(), name).toolTip().toStdString();
+  }
   std::string status() { return find<QLineEdit>(dialog(), "txtStatus").text().toStdString(); }
 
   TemporaryFolder folder_;
+  std::string image_ = folder_.path / "<b>.zrf";
 };
 
 TEST_F(UpdateWindow, UpdatesAUnitAndGivesTheLineBack) {
   openWithImage(600);
+  EXPECT_EQ(tabOrder(dialog()),
+            "cboID cboBaud CrashUpdate Verbose cmdLoadImage cmdUpdate cmdPause cmdClose Traffic ");
+  const auto& line = find<QLineEdit>(dialog(), "txtStatus");
+  EXPECT_EQ(line.cursorPosition(), line.text().size()) << "the file's name is to be seen";
+  EXPECT_TRUE(line.toolTip().contains("/&lt;b&gt;.zrf"));
   find<QAbstractButton>(dialog(), "Verbose").click();
+  const auto settled = [this] {
+    bool enabled = false;
+    for (const char* name : {"cboID", "cboBaud", "cmdLoadImage"}) {
+      enabled |= find<QWidget>(dialog(), name).isEnabled();
+    }
+    return !enabled;
+  };
   expectConfirmation();
+  after(10500ms, [&] {
+    EXPECT_EQ(status(), "Status: Transmitting data...");
+    EXPECT_TRUE(settled());
+    QTest::keyClick(&dialog(), Qt::Key_Escape);
+    dialog().close();
+    press(dialog(), "cmdLoadImage");
+    EXPECT_TRUE(dialog().isVisible());
+    EXPECT_TRUE(toolTip("cmdClose").starts_with("Ends the update at once."));
+  });
   press(dialog(), "cmdUpdate");
   EXPECT_EQ(status(), "Status: OK");
   EXPECT_EQ(bus_.unit(0).image(), std::string(600, 'x'));
   EXPECT_TRUE(find<QPushButton>(dialog(), "cmdUpdate").isEnabled());
   EXPECT_EQ(dialog().size(), QSize(666, 300));
+  EXPECT_FALSE(settled());
+  EXPECT_EQ(toolTip("cmdClose"), "");
+  EXPECT_EQ(toolTip("cmdUpdate"), "For another update, close this dialog and open it again.");
   press(dialog(), "cmdClose");
   EXPECT_EQ(program_->update(), nullptr);
   EXPECT_TRUE(program_->settings().isVisible());
@@ -56,6 +86,37 @@ TEST_F(UpdateWindow, UpdatesAUnitAndGivesTheLineBack) {
   press("SendCommand(0)");
   platform_.runFor(100);
   EXPECT_EQ(reply(0), "Movane Stepper v7.02 No Error");
+}
+
+TEST_F(UpdateWindow, TakesTheLineFromAPlaybackWhenItIsConfirmed) {
+  openWithImage(600);
+  StringFun& console = program_->console();
+  console.LoadButton_Click(2);
+  console.SendCommand_Click(1);
+  platform_.runFor(100);
+  console.LoadButton_Click(2);
+  console.LoadButton_Click(0);
+  expectConfirmation([&] {
+    platform_.runFor(2000);
+    EXPECT_TRUE(console.MSComm1().PortOpen());
+  });
+  press(dialog(), "cmdUpdate");
+  EXPECT_EQ(status(), "Status: OK");
+}
+
+TEST_F(UpdateWindow, BoundsTheTrafficThatItPrints) {
+  openWithImage(6);
+  find<QAbstractButton>(dialog(), "Verbose").click();
+  expectConfirmation();
+  press(dialog(), "cmdUpdate");
+  auto& traffic = find<QPlainTextEdit>(dialog(), "Traffic");
+  platform_.socket(1).deliver(std::string(600, 'x') + "\r");
+  platform_.runFor(100);
+  EXPECT_TRUE(traffic.toPlainText().endsWith("\n" + QString(500, 'x')));
+  platform_.socket(1).deliver(std::string(1500, '\r'));
+  platform_.runFor(100);
+  EXPECT_LE(traffic.toPlainText().size(), 256 * 1024);
+  EXPECT_GT(traffic.toPlainText().size(), 250 * 1024);
 }
 
 TEST_F(UpdateWindow, TurnsTheSpinnerNoFasterThanOneSees) {
@@ -71,12 +132,11 @@ TEST_F(UpdateWindow, TurnsTheSpinnerNoFasterThanOneSees) {
   platform_.runFor(1000);
   EXPECT_EQ(spinner.text(), " ");
   ASSERT_GT(turns.size(), 30);
-  for (std::size_t i = 1; i < turns.size(); ++i)
-    EXPECT_GE(turns[i] - turns[i - 1], std::chrono::milliseconds(130));
+  for (std::size_t i = 1; i < turns.size(); ++i) EXPECT_GE(turns[i] - turns[i - 1], 130ms);
 }
 
 TEST_F(UpdateWindow, EndsCleanlyWhenItOrTheConsoleIsClosedInAnyWait) {
-  for (const int after_ms : {1, 4, 500, 5030, 5050, 5100, 5200, 6000}) {
+  for (const int after_ms : {1, 4, 500, 5030, 5050, 6000, 10100, 10500}) {
     for (const bool console : {false, true}) {
       openWithImage(6000);
       expectConfirmation();
