@@ -520,6 +520,24 @@ TEST_F(UpdateTest, EndsAtOnceWhenTheWindowOrTheDeviceGoesAwayInAnyWait) {
   update_->cmdUpdate_Click();
 }
 
+TEST_F(UpdateTest, LeavesADeviceThatCameBackToTheNextUpdate) {
+  dialog_->baud = "9600";
+  choose("003A7" + bytes(100));
+  dialog_->on_status = [&](const std::string& status) {
+    if (status == "Status: Transmitting data...") after(20ms, [&] { platform_.detach(3); });
+  };
+  platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
+  platform_.script().expectBox(kLineGone.text, 0, BoxButton::kOk, [&] {
+    unit_ = std::make_unique<Unit>(UnitOptions{}, BusOptions{});
+    unit_->answers["&"] = "v7.01\r";
+    platform_.attach(3, *unit_);
+  });
+  update_->cmdUpdate_Click();
+  EXPECT_EQ(dialog_->statuses.back(), "Status: Transmitting data...");
+  dialog_->on_status = {};
+  update(kOk);
+}
+
 TEST_F(UpdateTest, ReportsADeviceThatVanishesUnderAWriteOnce) {
   for (const std::string command :
        {"\xAA", "/1T\r", "/1b57600R\r", "/1&\r", "/1!\r", "/1[40617\r", "piece "}) {

@@ -74,6 +74,8 @@ Settings::Settings(Platform& platform, StringFun& console, std::function<void()>
       search_(platform, *this) {
   setObjectName("Settings");
   setWindowTitle("Communications");
+  // It stands beside the console, which mostly is the active window.
+  setAttribute(Qt::WA_AlwaysShowToolTips);
 
   auto* cmdUpdate = new QPushButton("Update Firmware");
   cmdUpdate->setObjectName("cmdUpdate");

@@ -66,7 +66,7 @@ auto FlashLink::use(Action action) {
     return action(*MSCommFlash_);
   } catch (const RuntimeError&) {
     lost_ = true;
-    // While the report is shown, the receive time-out would open a device that came back.
+    // Else the receive time-out of a piece could tick in the next update.
     tmrMSCommFlash_->setEnabled(false);
     close();
     throw;
