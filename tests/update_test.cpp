@@ -166,6 +166,11 @@ class UpdateTest : public VirtualTest {
     write(content);
     choose();
   }
+  void atValidation(int attempt, std::function<void()> action) {
+    dialog_->on_status = [=, this](const std::string& status) mutable {
+      if (status == kValidating && --attempt == 0) action();
+    };
+  }
   /// A whole update that shows these boxes and leaves the dialog idle.
   void update(const std::string& last_status, const std::vector<Box>& boxes = {}) {
     platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
@@ -295,10 +300,7 @@ TEST_F(UpdateTest, CallsASuccessAtTheTenthTryInvalidAndGoesOnAfterTenFailures) {
   openDialog();
   choose();
   unit_->answers["&"] = "";
-  int tries = 0;
-  dialog_->on_status = [&](const std::string& status) {
-    if (status == kValidating && ++tries == 10) unit_->answers.erase("&");
-  };
+  atValidation(10, [&] { unit_->answers.erase("&"); });
   update("Status: Invalid ZRF update file...", std::vector<Box>(9, again));
 }
 
@@ -306,10 +308,7 @@ TEST_F(UpdateTest, LooksForNoNumberInAVersion) {
   choose("003A7" + bytes(20));
   unit_->answers["&"] = "/0`123 v7.02\r";
   unit_->answers["!"] = "";
-  int tries = 0;
-  dialog_->on_status = [&](const std::string& status) {
-    if (status == kValidating && ++tries == 2) unit_->answers.erase("!");
-  };
+  atValidation(2, [&] { unit_->answers.erase("!"); });
   update(kOk, {{kUnable.text, kUnable.style}});
 }
 
@@ -523,18 +522,11 @@ TEST_F(UpdateTest, EndsAtOnceWhenTheWindowOrTheDeviceGoesAwayInAnyWait) {
 TEST_F(UpdateTest, LeavesADeviceThatCameBackToTheNextUpdate) {
   dialog_->baud = "9600";
   choose("003A7" + bytes(100));
-  dialog_->on_status = [&](const std::string& status) {
-    if (status == "Status: Transmitting data...") after(20ms, [&] { platform_.detach(3); });
-  };
-  platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
-  platform_.script().expectBox(kLineGone.text, 0, BoxButton::kOk, [&] {
-    unit_ = std::make_unique<Unit>(UnitOptions{}, BusOptions{});
-    unit_->answers["&"] = "v7.01\r";
-    platform_.attach(3, *unit_);
-  });
-  update_->cmdUpdate_Click();
-  EXPECT_EQ(dialog_->statuses.back(), "Status: Transmitting data...");
-  dialog_->on_status = {};
+  after(5200ms, [&] { platform_.detach(3); });
+  update("Status: Transmitting data...", {kLineGone});
+  unit_ = std::make_unique<Unit>(UnitOptions{}, BusOptions{});
+  unit_->answers["&"] = "v7.01\r";
+  platform_.attach(3, *unit_);
   update(kOk);
 }
 
