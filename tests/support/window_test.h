@@ -62,6 +62,18 @@ class WindowTest : public VirtualTest {
     return find<Control>(program_->console(), name);
   }
 
+  /// The controls that the Tab key goes through in `window`, by name.
+  static std::string tabOrder(QWidget& window) {
+    std::string names;
+    for (QWidget* next = window.nextInFocusChain(); next != &window;
+         next = next->nextInFocusChain()) {
+      const bool takes_focus =
+          next->focusPolicy() & Qt::TabFocus && !next->objectName().startsWith("qt_");
+      if (takes_focus) names += next->objectName().toStdString() + " ";
+    }
+    return names;
+  }
+
   void press(const QWidget& window, const std::string& name) {
     QTest::mouseClick(&find<QPushButton>(window, name), Qt::LeftButton);
   }
