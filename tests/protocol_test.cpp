@@ -320,10 +320,10 @@ TEST_F(TransactionTest, ReportsAFaultOfAnyKindAtItsHandlersEdge) {
 }
 
 TEST_F(TransactionTest, KeepsTheNewestOfAReplyWithoutEnd) {
-  const std::string newest = std::string(kReplyCapacity - 2, 'n') + "\x03";
+  const std::string newest = std::string(BoundedText::kCapacity - 2, 'n') + "\x03";
   const std::string shown = replyTo("\xFF/0`old" + newest + "\r");
   EXPECT_EQ(shown, std::string(4000, 'n') + "\u2026 No Error") << "what a person can read";
-  EXPECT_EQ(settings_.response, std::string(kReplyCapacity - 5, 'n'));
+  EXPECT_EQ(settings_.response, std::string(BoundedText::kCapacity - 5, 'n'));
 }
 
 TEST_F(TransactionTest, SendsNothingForAWindowThatLeavesDuringThePress) {

@@ -83,7 +83,9 @@ class DialogDouble : public FirmwareUpdate::Window {
   std::function<void(const std::string&)> on_status;
 
   bool verbose() override { return verbose_checked; }
-  void printTraffic(const std::string& bytes) override { touch(), traffic += "[" + bytes + "]"; }
+  void printTraffic(std::string_view bytes) override {
+    touch(), traffic += "[" + std::string(bytes) + "]";
+  }
   void setStatus(const std::string& text) override {
     touch();
     statuses.push_back(text);

@@ -2,13 +2,15 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <string_view>
 #include <utility>
 
+#include "platform/descriptor.h"
+#include "platform/input_file.h"
 #include "platform/runtime_error.h"
 #include "platform/text.h"
 
@@ -20,35 +22,22 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 [[noreturn]] void throwFileFault(int error_number) { throw RuntimeError(fileFault(error_number)); }
 
-class File {
+class OutputFile {
  public:
-  /// Opens without ever waiting, as a pipe without another end would.
-  File(const std::string& path, int flags)
-      : descriptor_(::open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666)) {
-    if (descriptor_ < 0) throwFileFault(errno);
+  /// Creates or empties the file, without ever waiting, as a pipe without another end would.
+  explicit OutputFile(const std::string& path)
+      : descriptor_(::open(
+            path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666)) {
+    if (!descriptor_.isOpen()) throwFileFault(errno);
     struct stat status {};
-    if (::fstat(descriptor_, &status) == 0) mode_ = status.st_mode;
-  }
-  ~File() {
-    if (descriptor_ >= 0) ::close(descriptor_);
-  }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-
-  bool isRegular() const { return S_ISREG(mode_); }
-  bool isCharacterDevice() const { return S_ISCHR(mode_); }
-
-  std::string_view readAt(off_t offset, char* buffer, std::size_t size) const {
-    ssize_t count = 0;
-    do count = ::pread(descriptor_, buffer, size, offset);
-    while (count < 0 && errno == EINTR);
-    if (count < 0) throwFileFault(errno);
-    return {buffer, static_cast<std::size_t>(count)};
+    ::fstat(descriptor_.number(), &status);
+    regular_ = S_ISREG(status.st_mode);
+    if (!regular_ && !S_ISCHR(status.st_mode)) throw RuntimeError(Fault::kPathFileAccess);
   }
 
   void write(std::string_view bytes) {
     while (!bytes.empty()) {
-      const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
+      const ssize_t count = ::write(descriptor_.number(), bytes.data(), bytes.size());
       if (count < 0 && errno != EINTR) throwFileFault(errno);
       if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
     }
@@ -56,21 +45,18 @@ class File {
 
   /// A full disk can show only when the bytes leave the system's buffers, or at the close.
   void flushAndClose() {
-    const bool flushed = !isRegular() || ::fsync(descriptor_) == 0 || errno == EINVAL;
-    const int flush_error = errno;
-    const bool closed = ::close(std::exchange(descriptor_, -1)) == 0 || errno == EINTR;
-    if (!flushed) throwFileFault(flush_error);
-    if (!closed) throwFileFault(errno);
+    if (regular_ && ::fsync(descriptor_.number()) != 0 && errno != EINVAL) throwFileFault(errno);
+    if (descriptor_.close() != 0 && errno != EINTR) throwFileFault(errno);
   }
 
  private:
-  int descriptor_;
-  mode_t mode_ = 0;
+  Descriptor descriptor_;
+  bool regular_ = false;
 };
 
 class FieldReader {
  public:
-  explicit FieldReader(const File& file) : file_(file) {
+  explicit FieldReader(const InputFile& file) : file_(file) {
     fill();
     if (unread_.starts_with(kByteOrderMark)) unread_.remove_prefix(kByteOrderMark.size());
   }
@@ -130,49 +116,19 @@ class FieldReader {
   }
 
   void fill() {
-    unread_ = file_.readAt(offset_, buffer_.data(), buffer_.size());
-    offset_ += static_cast<off_t>(unread_.size());
+    unread_ = std::string_view(buffer_.data(), file_.readAt(offset_, buffer_));
+    offset_ += static_cast<std::int64_t>(unread_.size());
   }
 
-  const File& file_;
-  off_t offset_ = 0;
+  const InputFile& file_;
+  std::int64_t offset_ = 0;
   std::array<char, 16 * 1024> buffer_;
   std::string_view unread_;
   bool after_comma_ = false;
 };
 
-/// Bytes of the UTF-8 character at the start of `text`, 0 when it is not valid: too short, too
-/// long for its code, half of a surrogate pair, or past U+10FFFF.
-std::size_t utf8CharacterSize(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned lead = byte(0);
-  const std::size_t size = lead < 0x80   ? 1
-                           : lead < 0xC2 ? 0
-                           : lead < 0xE0 ? 2
-                           : lead < 0xF0 ? 3
-                           : lead < 0xF5 ? 4
-                                         : 0;
-  if (size < 2 || text.size() < size) return text.size() < size ? 0 : size;
-  const unsigned lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
-  const unsigned highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-  if (byte(1) < lowest || byte(1) > highest) return 0;
-  for (std::size_t i = 2; i < size; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  }
-  return size;
-}
-
-bool isUtf8(std::string_view text) {
-  while (!text.empty()) {
-    const std::size_t size = utf8CharacterSize(text);
-    if (size == 0) return false;
-    text.remove_prefix(size);
-  }
-  return true;
-}
-
 /// Whether all fields that can be read are UTF-8. Looks at no more of the file than a load does.
-bool holdsUtf8(const File& file) {
+bool holdsUtf8(const InputFile& file) {
   bool utf8 = true;
   skipOnError([&] {
     FieldReader fields(file);
@@ -208,8 +164,7 @@ void writeCommandFile(const std::string& path,
     appendLine(lines, table.delay(row));
   }
 
-  File file(path, O_WRONLY | O_CREAT | O_TRUNC);
-  if (!file.isRegular() && !file.isCharacterDevice()) throw RuntimeError(Fault::kPathFileAccess);
+  OutputFile file(path);
   file.write(lines);
   file.flushAndClose();
 }
@@ -217,8 +172,7 @@ void writeCommandFile(const std::string& path,
 void readCommandFile(const std::string& path,
                      const std::function<void(int row, const std::string& text)>& take_string,
                      RecordTable& table) {
-  const File file(path, O_RDONLY);
-  if (!file.isRegular()) throw RuntimeError(Fault::kPathFileAccess);
+  const InputFile file(path);
   const bool utf8 = holdsUtf8(file);
   FieldReader fields(file);
   const auto next = [&] {

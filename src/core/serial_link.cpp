@@ -2,23 +2,16 @@
 
 #include <utility>
 
+#include "core/control_characters.h"
 #include "platform/handler_edge.h"
 #include "platform/text.h"
 
 namespace mvdirigo {
 namespace {
 
-constexpr char kStx = 2;
-constexpr char kEtx = 3;
-constexpr char kCarriageReturn = 13;
 constexpr char kHost = '0';
 
 }  // namespace
-
-void appendBounded(std::string& buffer, char ch) {
-  if (buffer.size() >= kReplyCapacity) buffer.erase(0, buffer.size() - kReplyCapacity + 1);
-  buffer += ch;
-}
 
 SerialLink::SerialLink(Platform& platform, LiveSettingsSource settings, Listener& listener)
     : platform_(platform),
@@ -69,14 +62,18 @@ void SerialLink::transmit(const std::string& bytes) {
   skipOnError([&] { port_->Output(bytes); });
 }
 
-std::string SerialLink::takeRawReply() { return std::exchange(raw_reply_, {}); }
+std::string SerialLink::takeRawReply() {
+  std::string taken(raw_reply_.view());
+  raw_reply_.clear();
+  return taken;
+}
 
 void SerialLink::MSComm1_OnComm() {
   try {
     const std::string input = port_->Input();
     if (input.empty()) return;
     const char ch = input.front();
-    appendBounded(raw_reply_, ch);
+    raw_reply_.append(ch);
     if (settings_().DTProtocol()) {
       receiveDt(ch);
     } else if (settings_().OEMProtocol()) {
@@ -91,7 +88,7 @@ void SerialLink::receiveDt(char ch) {
   if (ch == kCarriageReturn) {
     listener_.DecodeResponse();
   } else {
-    appendBounded(rxBuffer, ch);
+    rxBuffer.append(ch);
   }
 }
 
@@ -107,12 +104,12 @@ void SerialLink::receiveOem(char ch) {
       return;
     case kHostAddress:
       rxChecksum ^= code;
-      appendBounded(rxBuffer, ch);
+      rxBuffer.append(ch);
       if (ch == kHost) rxState = kBody;
       break;
     case kBody:
       rxChecksum ^= code;
-      appendBounded(rxBuffer, ch);
+      rxBuffer.append(ch);
       if (ch == kEtx) rxState = kChecksum;
       break;
     case kChecksum:

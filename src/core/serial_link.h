@@ -3,17 +3,13 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "core/live_settings.h"
+#include "platform/bounded_text.h"
 #include "platform/platform.h"
 
 namespace mvdirigo {
-
-/// Characters of a reply that are kept at the most; of a reply without end, the newest.
-inline constexpr std::size_t kReplyCapacity = 64 * 1024;
-
-/// Appends `ch` to `buffer` and keeps the newest `kReplyCapacity` characters.
-void appendBounded(std::string& buffer, char ch);
 
 /// The console's serial port: opened when a command needs it, reset after a time-out, and gathering
 /// what is received into one complete reply.
@@ -22,7 +18,7 @@ class SerialLink {
   class Listener {
    public:
     virtual ~Listener() = default;
-    /// A complete reply stands in `rxBuffer`.
+    /// `reply` is complete.
     virtual void DecodeResponse() = 0;
     /// Receiving failed, for example because the device vanished.
     virtual void communicationsFailed() = 0;
@@ -47,11 +43,15 @@ class SerialLink {
 
   SerialPort& MSComm1() { return *port_; }
 
-  /// The reply being gathered; after a decode, its data part.
-  std::string rxBuffer;
+  /// What was gathered of a reply: `rxBuffer`, valid until the next character comes in.
+  [[nodiscard]] std::string_view reply() const { return rxBuffer.view(); }
+  /// After a decode: `rxBuffer` holds the data part from here on.
+  void keepData(std::string_view data) { rxBuffer.assign(data); }
+  void clearReply() { rxBuffer.clear(); }
 
   /// Returns every character received since the last call, frame characters included.
-  std::string takeRawReply();
+  [[nodiscard]] std::string takeRawReply();
+  void forgetRawReply() { raw_reply_.clear(); }
 
  private:
   void tryToOpen();
@@ -63,7 +63,8 @@ class SerialLink {
   LiveSettingsSource settings_;
   Listener& listener_;
   std::unique_ptr<SerialPort> port_;
-  std::string raw_reply_;
+  BoundedText rxBuffer;
+  BoundedText raw_reply_;
   std::string obstacle_;
 
   enum RxState : std::uint8_t { kHunting, kHostAddress, kBody, kChecksum };

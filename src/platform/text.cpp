@@ -1,7 +1,10 @@
 #include "platform/text.h"
 
+#include <utf8cpp/utf8.h>
+
 #include <charconv>
 #include <cmath>
+#include <iterator>
 #include <limits>
 
 #include "platform/runtime_error.h"
@@ -9,15 +12,10 @@
 namespace mvdirigo {
 namespace {
 
-bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
-
 template <class Integer>
 Integer roundedInto(std::string_view text) {
-  const double value = textToNumber(text);
-  const double floor = std::floor(value);
-  const double fraction = value - floor;
-  const bool floor_is_even = std::fmod(floor, 2.0) == 0.0;
-  const double rounded = fraction > 0.5 || (fraction == 0.5 && !floor_is_even) ? floor + 1 : floor;
+  // In the rounding mode that every program starts with, halves go to the even neighbour.
+  const double rounded = std::nearbyint(textToNumber(text));
   if (rounded < std::numeric_limits<Integer>::min() ||
       rounded > std::numeric_limits<Integer>::max()) {
     throw RuntimeError(Fault::kOverflow);
@@ -27,19 +25,15 @@ Integer roundedInto(std::string_view text) {
 
 }  // namespace
 
+bool isUtf8(std::string_view text) { return utf8::is_valid(text.begin(), text.end()); }
+
 std::string latin1FromUtf8(std::string_view utf8) {
+  std::string valid;
+  utf8::replace_invalid(utf8.begin(), utf8.end(), std::back_inserter(valid), '?');
   std::string latin1;
-  latin1.reserve(utf8.size());
-  for (std::size_t i = 0; i < utf8.size();) {
-    const auto lead = static_cast<unsigned char>(utf8[i++]);
-    if (lead < 0x80) {
-      latin1 += static_cast<char>(lead);
-      continue;
-    }
-    const bool in_latin1 =
-        (lead == 0xC2 || lead == 0xC3) && i < utf8.size() && isContinuation(utf8[i]);
-    latin1 += in_latin1 ? static_cast<char>(((lead & 0x03) << 6) | (utf8[i] & 0x3F)) : '?';
-    while (i < utf8.size() && isContinuation(utf8[i])) ++i;
+  for (auto next = valid.begin(); next != valid.end();) {
+    const auto code = utf8::unchecked::next(next);
+    latin1 += code <= 0xFF ? static_cast<char>(code) : '?';
   }
   return latin1;
 }
@@ -48,13 +42,7 @@ std::string utf8FromLatin1(std::string_view latin1) {
   std::string utf8;
   utf8.reserve(latin1.size());
   for (const char character : latin1) {
-    const auto code = static_cast<unsigned char>(character);
-    if (code < 0x80) {
-      utf8 += character;
-    } else {
-      utf8 += static_cast<char>(0xC0 | (code >> 6));
-      utf8 += static_cast<char>(0x80 | (code & 0x3F));
-    }
+    utf8::unchecked::append(static_cast<unsigned char>(character), std::back_inserter(utf8));
   }
   return utf8;
 }

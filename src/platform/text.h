@@ -8,24 +8,25 @@ namespace mvdirigo {
 
 /// Texts of windows, files and the store are UTF-8; texts of the line are Latin-1, one byte a
 /// character. A character that Latin-1 lacks becomes "?".
-std::string latin1FromUtf8(std::string_view utf8);
-std::string utf8FromLatin1(std::string_view latin1);
+[[nodiscard]] std::string latin1FromUtf8(std::string_view utf8);
+[[nodiscard]] bool isUtf8(std::string_view text);
+[[nodiscard]] std::string utf8FromLatin1(std::string_view latin1);
 
 /// Line bytes for people, as UTF-8: control characters as "\r", "\n" or "\x02".
-std::string visibleControls(std::string_view latin1);
+[[nodiscard]] std::string visibleControls(std::string_view latin1);
 
 /// The same for a box, a status line or a tip: of a longer text the first 300 characters and "…".
-std::string shortVisibleText(std::string_view latin1);
+[[nodiscard]] std::string shortVisibleText(std::string_view latin1);
 
 /// Data of a reply (Latin-1) as a field shows them: of more than 4,000 characters the first 4,000
 /// and "…".
-std::string shownReply(std::string_view latin1);
+[[nodiscard]] std::string shownReply(std::string_view latin1);
 
 /// `text` without the blanks (code 32) at both ends.
-std::string_view trimBlanks(std::string_view text);
+[[nodiscard]] std::string_view trimBlanks(std::string_view text);
 
 /// ASCII letters in lower case, all else as it stands.
-std::string lowerCase(std::string_view text);
+[[nodiscard]] std::string lowerCase(std::string_view text);
 
 /// Decimal text to number: an optional sign, digits with "." as the point whatever the locale,
 /// blanks around it allowed. Throws `kTypeMismatch` for anything else.

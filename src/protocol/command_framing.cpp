@@ -1,12 +1,11 @@
 #include "protocol/command_framing.h"
 
+#include "core/control_characters.h"
 #include "platform/text.h"
 
 namespace mvdirigo {
 namespace {
 
-constexpr char kStx = 2;
-constexpr char kEtx = 3;
 constexpr std::uint8_t kFirstSequence = '1';
 constexpr std::uint8_t kLastSequence = '7';
 constexpr std::uint8_t kRepeatBit = 8;

@@ -41,7 +41,7 @@ void Transaction::SendCommand_Click(int Index) {
     return;
   }
   rows_.enableSendCommands(false);
-  link_.rxBuffer.clear();
+  link_.clearReply();
   rows_.setButtonShape(Index, LightColour::kWhite);
   rows_.startButtonTimer(Index);
   rows_.recordPress(Index);
@@ -62,7 +62,7 @@ void Transaction::subSendToMV(const std::string& strCommand) {
   tmrReceiveTimeOut_->setEnabled(true);
   link_.openOnDemand();
   commandString = substituteRandom(commandString, [this] { return platform_.random(); });
-  link_.takeRawReply();
+  link_.forgetRawReply();
   sent_at_ms_ = platform_.eventLoop().nowMs();
 
   LiveSettings& settings = settings_();
@@ -74,12 +74,13 @@ void Transaction::subSendToMV(const std::string& strCommand) {
 void Transaction::DecodeResponse() {
   tmrReceiveTimeOut_->setEnabled(false);
   LiveSettings& settings = settings_();
-  DecodedReply reply = settings.DTProtocol() ? decodeDt(link_.rxBuffer) : decodeOem(link_.rxBuffer);
+  const DecodedReply reply =
+      settings.DTProtocol() ? decodeDt(link_.reply()) : decodeOem(link_.reply());
   if (reply.status) status_code_ = statusCode(*reply.status);
   const char* status_text = ErrorTable[static_cast<std::size_t>(status_code_)];
   rows_.setReceiveString(currentRow, shownReply(reply.data) + status_text, exchangeUntilNow());
-  link_.rxBuffer = std::move(reply.data);
-  settings.setResponseString(link_.rxBuffer);
+  link_.keepData(reply.data);
+  settings.setResponseString(reply.data);
   settings.stopScanTimer();
   const bool ready = reply.status && (*reply.status & kStatusReadyBit) != 0;
   rows_.setButtonShape(currentRow, ready ? kReadyColour : kBusyColour);

@@ -64,8 +64,8 @@ class Transaction : private SerialLink::Listener {
   void subSendToMV(const std::string& strCommand);
 
   /// What was gathered of a reply: after a decode, the data part of the last reply.
-  const std::string& DecodeSettingsResponse() const { return link_.rxBuffer; }
-  void ResetResponse() { link_.rxBuffer.clear(); }
+  [[nodiscard]] std::string_view DecodeSettingsResponse() const { return link_.reply(); }
+  void ResetResponse() { link_.clearReply(); }
 
   Timer& tmrReceiveTimeOut() { return *tmrReceiveTimeOut_; }
   SerialLink& link() { return link_; }

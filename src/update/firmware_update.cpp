@@ -143,8 +143,8 @@ void FirmwareUpdate::negotiateBaudRate() {
   // The unit's prompt follows the end of its answer; whoever takes it from the port, it is the
   // rest.
   link_.pause(kRestOfAnswerMs);
-  const std::string& answer = link_.reply.UpdateRxBuffer();
-  const std::string rest = answer.substr(std::min(answer.find('\r'), answer.size()));
+  const std::string_view answer = link_.reply.UpdateRxBuffer();
+  const std::string rest(answer.substr(std::min(answer.find('\r'), answer.size())));
   const std::string unread = link_.getRXBuffer(0);
   // A unit that prompts for an update understands no other command, and listens at 9600.
   if ((rest + unread).find('?') == std::string::npos) {

@@ -88,7 +88,7 @@ void FlashLink::waitUntil(const std::function<bool()>& done) {
   throwIfOver();
 }
 
-void FlashLink::print(const std::string& bytes) {
+void FlashLink::print(std::string_view bytes) {
   if (window_.verbose()) window_.printTraffic(bytes);
 }
 

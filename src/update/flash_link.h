@@ -22,7 +22,7 @@ class FlashLink {
     /// Whether traffic is to be printed.
     virtual bool verbose() = 0;
     /// Prints bytes of the line, control characters included.
-    virtual void printTraffic(const std::string& bytes) = 0;
+    virtual void printTraffic(std::string_view bytes) = 0;
 
     virtual void setStatus(const std::string& text) = 0;
     /// One character: the spinner's position, or a blank.
@@ -92,7 +92,7 @@ class FlashLink {
   auto use(Action action);
   std::string read();
   void waitUntil(const std::function<bool()>& done);
-  void print(const std::string& bytes);
+  void print(std::string_view bytes);
 
   void MSCommFlash_OnComm();
   void tmrMSCommFlash_Timer();

@@ -25,18 +25,16 @@ void FlashReply::clear() {
 }
 
 void FlashReply::append(char character) {
-  if (buffer_.size() == kCapacity) {
-    buffer_.erase(0, 1);
-    if (searched_ > 0) --searched_;
-  }
-  buffer_ += character;
+  buffer_.append(character);
   if (ReplyDone && WantNumeric) lookForNumber();
 }
 
 void FlashReply::lookForNumber() {
-  for (std::size_t i = searched_; i + kNumberOffset < buffer_.size(); ++i) {
-    if (buffer_[i] != '0') continue;
-    if (isNumber(std::string_view(buffer_).substr(i + kNumberOffset, kNumberLength))) {
+  const std::string_view text = UpdateRxBuffer();
+  const std::size_t before_text = buffer_.length() - text.size();
+  for (std::size_t i = std::max(searched_, before_text) - before_text;
+       i + kNumberOffset < text.size(); ++i) {
+    if (text[i] == '0' && isNumber(text.substr(i + kNumberOffset, kNumberLength))) {
       NumericSeen = true;
       WantNumeric = false;
       return;
@@ -44,7 +42,7 @@ void FlashReply::lookForNumber() {
   }
   // Only what reaches the end of the buffer reads differently once more characters have come.
   constexpr std::size_t kReach = kNumberOffset + kNumberLength - 1;
-  searched_ = buffer_.size() - std::min(buffer_.size(), kReach);
+  searched_ = buffer_.length() - std::min(buffer_.length(), kReach);
 }
 
 }  // namespace mvdirigo

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
+#include <string_view>
+
+#include "platform/bounded_text.h"
 
 namespace mvdirigo {
 
@@ -9,11 +11,11 @@ namespace mvdirigo {
 /// The flags stay as they are until somebody changes them; texts are Latin-1.
 class FlashReply {
  public:
-  /// The newest characters are kept when a reply does not end.
-  static constexpr std::size_t kCapacity = 64 * 1024;
-
-  const std::string& UpdateRxBuffer() const { return buffer_; }
-  bool contains(const char* text) const { return buffer_.find(text) != std::string::npos; }
+  /// Valid until the next character comes in.
+  [[nodiscard]] std::string_view UpdateRxBuffer() const { return buffer_.view(); }
+  [[nodiscard]] bool contains(std::string_view text) const {
+    return UpdateRxBuffer().find(text) != std::string_view::npos;
+  }
 
   /// Empties the buffer and clears `ReplyDone`.
   void clear();
@@ -34,8 +36,8 @@ class FlashReply {
  private:
   void lookForNumber();
 
-  std::string buffer_;
-  /// Before this position no number can show any more.
+  BoundedText buffer_;
+  /// Characters of the buffer, dropped ones included, at which no number can begin any more.
   std::size_t searched_ = 0;
 };
 

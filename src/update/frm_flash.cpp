@@ -201,7 +201,7 @@ void frmFlash::reject() {
 
 bool frmFlash::verbose() { return Verbose->isChecked(); }
 
-void frmFlash::printTraffic(const std::string& bytes) {
+void frmFlash::printTraffic(std::string_view bytes) {
   if (traffic_->isHidden()) enlarge();
   traffic_->print(bytes);
 }

@@ -47,7 +47,7 @@ class frmFlash : public QDialog, private FirmwareUpdate::Window {
   void onSpinnerPause();
 
   bool verbose() override;
-  void printTraffic(const std::string& bytes) override;
+  void printTraffic(std::string_view bytes) override;
   void setStatus(const std::string& text) override;
   void setSpinner(const std::string& text) override;
   int progress() override;

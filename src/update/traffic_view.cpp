@@ -27,7 +27,7 @@ TrafficView::TrafficView(Platform& platform)
 
 TrafficView::~TrafficView() = default;
 
-void TrafficView::print(const std::string& bytes) {
+void TrafficView::print(std::string_view bytes) {
   const std::size_t cut = bytes.size() - std::min(bytes.size(), kLongestLine);
   printed_ << QString::fromStdString(visibleControls(bytes.substr(cut)));
   if (printed_.size() > kLines) printed_.removeFirst();

@@ -18,7 +18,7 @@ class TrafficView : public QPlainTextEdit {
   ~TrafficView() override;
 
   /// Adds the newest of `bytes` (Latin-1) as a line, which shows a moment later.
-  void print(const std::string& bytes);
+  void print(std::string_view bytes);
 
  private:
   void showPrinted();

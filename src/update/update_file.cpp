@@ -1,54 +1,13 @@
 #include "update/update_file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 
 #include "platform/handler_edge.h"
+#include "platform/input_file.h"
 #include "platform/runtime_error.h"
 
 namespace mvdirigo {
 namespace {
-
-/// A regular file, open for reading.
-class InputFile {
- public:
-  explicit InputFile(const std::string& path)
-      // Without O_NONBLOCK the opening of a FIFO would wait for a writer.
-      : descriptor_(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {
-    if (descriptor_ < 0) throw RuntimeError(fileFault(errno));
-  }
-  ~InputFile() { ::close(descriptor_); }
-  InputFile(const InputFile&) = delete;
-  InputFile& operator=(const InputFile&) = delete;
-
-  std::size_t size() const {
-    struct stat status {};
-    if (::fstat(descriptor_, &status) != 0) throw RuntimeError(fileFault(errno));
-    if (!S_ISREG(status.st_mode)) throw RuntimeError(Fault::kPathFileAccess);
-    return static_cast<std::size_t>(status.st_size);
-  }
-
-  std::string read(std::size_t length) const {
-    std::string bytes(length, '\0');
-    for (std::size_t done = 0; done < length;) {
-      const ssize_t count = ::read(descriptor_, bytes.data() + done, length - done);
-      if (count == 0) throw RuntimeError(Fault::kInputPastEndOfFile);
-      if (count > 0) {
-        done += static_cast<std::size_t>(count);
-      } else if (errno != EINTR) {
-        throw RuntimeError(fileFault(errno));
-      }
-    }
-    return bytes;
-  }
-
- private:
-  int descriptor_;
-};
 
 int hexDigit(char character) {
   if (character >= '0' && character <= '9') return character - '0';
@@ -108,14 +67,14 @@ std::size_t payloadStart(const ZrfHeader& header) {
 
 std::string readStartOfFile(const std::string& path, std::size_t most) {
   const InputFile file(path);
-  return file.read(std::min(file.size(), most));
+  return file.start(std::min(file.size(), most));
 }
 
 std::string readUpdateFile(const std::string& path) {
   const InputFile file(path);
   const std::size_t size = file.size();
   if (size > kLargestUpdateFile) throw RuntimeError(Fault::kOutOfMemory);
-  return file.read(size);
+  return file.start(size);
 }
 
 }  // namespace mvdirigo

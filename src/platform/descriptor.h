@@ -1,0 +1,28 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace mvdirigo {
+
+/// The owner of one file descriptor, or of none (-1).
+class Descriptor {
+ public:
+  explicit Descriptor(int number = -1) : number_(number) {}
+  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+  Descriptor& operator=(Descriptor&&) = delete;
+  ~Descriptor() { close(); }
+
+  [[nodiscard]] bool isOpen() const { return number_ >= 0; }
+  [[nodiscard]] int number() const { return number_; }
+
+  /// Closes the descriptor if there is one. Returns what the system's close did: 0, or -1 with
+  /// `errno` set; the descriptor is gone either way.
+  int close() { return isOpen() ? ::close(std::exchange(number_, -1)) : 0; }
+
+ private:
+  int number_;
+};
+
+}  // namespace mvdirigo
