@@ -1,19 +1,14 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
 #include <utility>
 
+#include "simulator/sim_time.h"
+
 namespace mvdirigo {
-
-/// A point in simulated time, since the simulation's own origin.
-using SimTime = std::chrono::nanoseconds;
-
-/// The time that one byte takes on a line: start bit, eight data bits, stop bit.
-inline SimTime byteTime(int baud) { return SimTime(10'000'000'000 / baud); }
 
 /// The one queue of a virtual machine: events in order of their time, those of one time in order of
 /// their arrival. Running an event sets the clock to its time; nothing else moves the clock.

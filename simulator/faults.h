@@ -6,9 +6,10 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include "simulator/event_queue.h"
+#include "simulator/sim_time.h"
 
 namespace mvdirigo {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/event_queue.h"
+#include "simulator/sim_time.h"
 
 namespace mvdirigo {
 

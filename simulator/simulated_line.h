@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "simulator/event_queue.h"
+#include "simulator/sim_time.h"
 
 namespace mvdirigo {
 

@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "simulator/faults.h"
 #include "simulator/motion.h"

@@ -2,8 +2,9 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
-#include "simulator/event_queue.h"
+#include "simulator/sim_time.h"
 
 namespace mvdirigo {
 
