@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "simulator/simulated_bus.h"
+#include "simulator/model/simulated_bus.h"
 #include "support/fault_number.h"
 #include "support/port_refusals.h"
 #include "support/virtual_test.h"

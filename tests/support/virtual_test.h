@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "simulator/virtual_platform.h"
+#include "simulator/virtual/virtual_platform.h"
 
 namespace mvdirigo {
 
