@@ -1,7 +1,5 @@
 #include <string>
-#include <vector>
 
-#include <QComboBox>
 #include <gtest/gtest.h>
 
 #include "support/files.h"
@@ -10,7 +8,7 @@
 namespace mvdirigo {
 namespace {
 
-/// The bar's buttons in the real window: recording, files, help and the update dialog.
+/// The bar's buttons in the real window: recording, files and help.
 class BarWindow : public WindowTest {
  protected:
   std::string captions() {
@@ -21,72 +19,50 @@ class BarWindow : public WindowTest {
     }
     return captions;
   }
-  QWidget& topLevel(const char* name) {
-    for (QWidget* window : QApplication::topLevelWidgets()) {
-      if (window->objectName() == name && window->isVisible()) return *window;
-    }
-    throw std::logic_error(std::string("no window ") + name);
-  }
   std::string path(const std::string& name) { return folder_.path / name; }
   std::string title() { return program_->console().windowTitle().toStdString(); }
 
   TemporaryFolder folder_;
 };
 
-const std::string kIdle =
-    "Play Endless|Playback|Record|Settings|Save Strings|Load Strings|Load Default|Help|";
-const std::string kAfterPlayback =
-    "Play Endless|Play|Record|Settings|Save Strings|Load Strings|Load Default|Help|";
+const std::string kOthers = "|Settings|Save Strings|Load Strings|Load Default|Help|";
+const std::string kOthersWhileBusy = "|-Settings|-Save Strings|-Load Strings|Load Default|Help|";
+const std::string kIdle = "Play Endless|Playback|Record" + kOthers;
+const std::string kAfterPlayback = "Play Endless|Play|Record" + kOthers;
 
-TEST_F(BarWindow, RecordsPressesAndPlaysThemBackWithTheirTicks) {
+TEST_F(BarWindow, PlaysPressesBackWithTheirTicksThoughTheUnitIsSilentByThen) {
+  SimulatedBus deaf{{}};
   startWithUnit();
   EXPECT_EQ(captions(), kIdle);
   press("LoadButton(2)");
-  EXPECT_EQ(captions(),
-            "-Play Endless|-Playback|Stop Recording|-Settings|-Save Strings|-Load Strings|Load "
-            "Default|Help|");
-  platform_.runFor(500);
-  press("SendCommand(1)");
-  platform_.runFor(350);
-  press("SendCommand(9)");
-  platform_.runFor(100);
+  EXPECT_EQ(captions(), "-Play Endless|-Playback|Stop Recording" + kOthersWhileBusy);
+  for (const int row : {1, 9}) {
+    platform_.runFor(350);
+    press("SendCommand(" + std::to_string(row) + ")");
+  }
+  platform_.runFor(1100);
   press("LoadButton(2)");
   EXPECT_EQ(captions(), kIdle);
 
+  platform_.attach(1, deaf);
   press("LoadButton(1)");
-  EXPECT_EQ(captions(),
-            "-Play Endless|Stop Playback|-Record|-Settings|-Save Strings|-Load Strings|Load "
-            "Default|Help|");
-  platform_.socket(1).sent.clear();
-  platform_.runFor(50 + 20);
-  EXPECT_EQ(platform_.socket(1).sent, "/1?0\r") << "on the first tick";
-  platform_.runFor(7 * 50 - 20);
-  EXPECT_EQ(platform_.socket(1).sent, "/1?0\r");
-  platform_.runFor(20);
-  EXPECT_EQ(platform_.socket(1).sent, "/1?0\r/1F\r") << "seven ticks later";
-  platform_.runFor(100);
+  EXPECT_EQ(captions(), "-Play Endless|Stop Playback|-Record" + kOthersWhileBusy);
+  std::string& sent = platform_.socket(1).sent;
+  sent.clear();
+  platform_.runFor(350);
+  EXPECT_EQ(sent, "/1?0\r") << "on the first tick";
+  platform_.runFor(70);
+  EXPECT_EQ(sent, "/1?0\r/1F\r") << "seven ticks later";
+  platform_.runFor(1100);
+  EXPECT_EQ(reply(9), "No Movane detected. Check connections");
+  EXPECT_EQ(captions(), kAfterPlayback);
+  press("LoadButton(0)");
+  platform_.runFor(1600);
+  EXPECT_EQ(sent, "/1?0\r/1F\r/1?0\r/1F\r/1?0\r");
+  press("LoadButton(1)");
   EXPECT_EQ(captions(), kAfterPlayback);
   program_->console().SetupScreen();
   EXPECT_EQ(captions(), kIdle);
-}
-
-TEST_F(BarWindow, GoesOnPlayingOverASilentUnit) {
-  SimulatedBus deaf{{}};
-  platform_.attach(1, deaf);
-  start();
-  press("LoadButton(2)");
-  for (const int row : {1, 9, 1}) {
-    press("SendCommand(" + std::to_string(row) + ")");
-    platform_.runFor(1500);
-  }
-  press("LoadButton(2)");
-  press("LoadButton(0)");
-  platform_.socket(1).sent.clear();
-  platform_.runFor(50 + 2 * 4500 + 2 * 50 + 1400);
-  EXPECT_EQ(platform_.socket(1).sent, "/1?0\r/1F\r/1?0\r/1?0\r/1F\r/1?0\r/1?0\r");
-  EXPECT_EQ(reply(9), "No Movane detected. Check connections");
-  press("LoadButton(1)");
-  EXPECT_EQ(captions(), kAfterPlayback);
 }
 
 TEST_F(BarWindow, KeepsStringsAndRecordingInACommandFile) {
@@ -96,7 +72,7 @@ TEST_F(BarWindow, KeepsStringsAndRecordingInACommandFile) {
   platform_.script().expectOpenFile(std::nullopt);
   press("LoadButton(5)");
   const std::string version_title = title();
-  onConsole<QLineEdit>("StringToSend(24)").setText("/1\"a\", \u20AC");
+  commandField(24).setText("/1\"a\", \u20AC");
   press("LoadButton(2)");
   press("SendCommand(1)");
   platform_.runFor(120);
@@ -104,6 +80,7 @@ TEST_F(BarWindow, KeepsStringsAndRecordingInACommandFile) {
   platform_.script().expectSaveFile(path("first"));
   press("LoadButton(4)");
   EXPECT_EQ(title(), version_title);
+  EXPECT_TRUE(platform_.script().fileRequests().back().ask_before_overwriting);
 
   start();
   press("SendCommand(1)");
@@ -112,10 +89,7 @@ TEST_F(BarWindow, KeepsStringsAndRecordingInACommandFile) {
   press("LoadButton(5)");
   EXPECT_EQ(title(), "Current Command File: " + path("first"));
   EXPECT_EQ(reply(1), "");
-  EXPECT_EQ(onConsole<QLineEdit>("StringToSend(24)").text(), "/1\"a\", \u20AC");
-  platform_.script().expectSaveFile(path("second"));
-  press("LoadButton(4)");
-  EXPECT_EQ(bytesOf(path("second")), bytesOf(path("first")));
+  EXPECT_EQ(commandField(24).text(), "/1\"a\", \u20AC");
   press("LoadButton(1)");
   platform_.socket(1).sent.clear();
   platform_.runFor(150);
@@ -128,7 +102,7 @@ TEST_F(BarWindow, KeepsStringsAndRecordingInACommandFile) {
   platform_.script().expectOpenFile(path("short"));
   platform_.script().expectBox("Error Reading file: " + path("short"), box::kExclamation);
   press("LoadButton(5)");
-  EXPECT_EQ(onConsole<QLineEdit>("StringToSend(0)").text(), "/9") << "what was read stays";
+  EXPECT_EQ(commandField(0).text(), "/9") << "what was read stays";
   EXPECT_EQ(title(), "Current Command File: " + path("first"));
 }
 
@@ -136,7 +110,8 @@ TEST_F(BarWindow, ExplainsItsControlsOnTheHelpScreen) {
   store("Settings", "MaxStrings", "25");
   startWithUnit();
   press("LoadButton(7)");
-  QWidget& help = topLevel("StringFunHelp");
+  auto& help = find<QWidget>(program_->console(), "StringFunHelp");
+  EXPECT_TRUE(help.isVisible());
   const auto caption = [&help] { return help.windowTitle().toStdString(); };
   const std::string long_caption = "Dirigo Help - Click a control for its description.";
   EXPECT_EQ(help.findChildren<QPushButton*>(QRegularExpression("SendCommand")).size(), 5);
@@ -145,9 +120,6 @@ TEST_F(BarWindow, ExplainsItsControlsOnTheHelpScreen) {
   EXPECT_EQ(caption(), "Dirigo Help");
   platform_.runFor(500);
   EXPECT_EQ(caption(), long_caption);
-  platform_.runFor(1000);
-  EXPECT_EQ(caption(), "Dirigo Help");
-  platform_.runFor(500);
 
   const struct {
     std::string control, caption_meanwhile, text;
@@ -173,87 +145,8 @@ TEST_F(BarWindow, ExplainsItsControlsOnTheHelpScreen) {
   help.close();
   press("LoadButton(7)");
   EXPECT_EQ(caption(), long_caption) << "loaded anew";
-}
-
-class UpdateWindow : public BarWindow {
- protected:
-  /// Opens the update dialog with an image of `size` bytes loaded.
-  void openWithImage(std::size_t size) {
-    writeFile(path("image.zrf"), "103A7" + std::string(size, 'x'));
-    startWithUnit();
-    press("SendCommand(0)");
-    platform_.runFor(100);
-    press("LoadButton(3)");
-    press(program_->settings(), "cmdUpdate");
-    EXPECT_FALSE(program_->settings().isVisible());
-    EXPECT_FALSE(find<QPushButton>(dialog(), "cmdUpdate").isEnabled());
-    platform_.script().expectOpenFile(path("image.zrf"));
-    press(dialog(), "cmdLoadImage");
-    EXPECT_EQ(status(), "Status: Loaded " + path("image.zrf"));
-  }
-  void expectConfirmation() {
-    platform_.script().expectBox(
-        "Are you sure you want to continue? \r\n\r\n- Disconnect all other devices from serial "
-        "bus.\r\n- Terminate connections for high baud rates.\r\n\r\n- DO NOT POWER OFF DEVICE "
-        "until update is complete.",
-        box::kYesNo + box::kInformation, BoxButton::kYes);
-  }
-  QWidget& dialog() { return *program_->update(); }
-  std::string status() { return find<QLineEdit>(dialog(), "txtStatus").text().toStdString(); }
-};
-
-TEST_F(UpdateWindow, UpdatesAUnitAndGivesTheLineBack) {
-  openWithImage(600);
-  find<QAbstractButton>(dialog(), "Verbose").click();
-  expectConfirmation();
-  press(dialog(), "cmdUpdate");
-  EXPECT_EQ(status(), "Status: OK");
-  EXPECT_EQ(bus_.unit(0).image(), std::string(600, 'x'));
-  EXPECT_TRUE(find<QPushButton>(dialog(), "cmdUpdate").isEnabled());
-  EXPECT_EQ(dialog().size(), QSize(666, 300));
-  press(dialog(), "cmdClose");
-  EXPECT_EQ(program_->update(), nullptr);
-  EXPECT_TRUE(program_->settings().isVisible());
-  platform_.runFor(10000);
-  press("SendCommand(0)");
-  platform_.runFor(100);
-  EXPECT_EQ(reply(0), "Movane Stepper v7.02 No Error");
-}
-
-TEST_F(UpdateWindow, TurnsTheSpinnerNoFasterThanOneSees) {
-  openWithImage(30000);
-  find<QComboBox>(dialog(), "cboBaud").setCurrentText("57600");
-  auto& spinner = find<QLineEdit>(dialog(), "txtSpinner");
-  std::vector<SimTime> turns;
-  QObject::connect(&spinner, &QLineEdit::textChanged, [&](const QString& position) {
-    if (position != " ") turns.push_back(platform_.now());
-  });
-  expectConfirmation();
-  press(dialog(), "cmdUpdate");
-  platform_.runFor(1000);
-  EXPECT_EQ(spinner.text(), " ");
-  ASSERT_GT(turns.size(), 30);
-  for (std::size_t i = 1; i < turns.size(); ++i)
-    EXPECT_GE(turns[i] - turns[i - 1], std::chrono::milliseconds(130));
-}
-
-TEST_F(UpdateWindow, EndsCleanlyWhenItOrTheConsoleIsClosedInAnyWait) {
-  for (const int after_ms : {1, 4, 500, 5030, 5050, 5100, 5200, 6000}) {
-    for (const bool console : {false, true}) {
-      openWithImage(6000);
-      expectConfirmation();
-      after(std::chrono::milliseconds(after_ms),
-            [&] { console ? void(program_->console().close()) : press(dialog(), "cmdClose"); });
-      press(dialog(), "cmdUpdate");
-      EXPECT_EQ(program_->settings().isVisible(), !console) << after_ms;
-      EXPECT_EQ(ended_, console);
-      program_->console().MSComm1().setCommPort(1);
-      program_->console().MSComm1().setPortOpen(true);
-      program_.reset();
-      platform_.detach(1);
-      bus_ = SimulatedBus({UnitOptions{}});
-    }
-  }
+  program_->console().close();
+  EXPECT_FALSE(help.isVisible());
 }
 
 }  // namespace

@@ -314,20 +314,26 @@ TEST_F(DialogTest, BoxesHaveTheIconAndButtonsOfTheirStyleAndAClosingCountsAsCanc
 
 TEST_F(DialogTest, FileDialogsReturnThePathOrReportTheCancelAsAsked) {
   const ConfigHome folder;
-  const auto save = [&](const std::string& name, const FileRequest& request) {
+  const auto choose = [&](auto ask, const std::string& name, const FileRequest& request) {
     whenShown<QFileDialog>([&](QFileDialog& dialog) {
       EXPECT_EQ(dialog.nameFilters(), QStringList{"Update (*.zrf)"});
       dialog.findChild<QLineEdit*>("fileNameEdit")->setText((folder.path() / name).c_str());
       static_cast<QDialog&>(dialog).accept();
     });
-    return std::filesystem::path(dialogs_.saveFile(request)).filename();
+    return std::filesystem::path((dialogs_.*ask)(request)).filename();
   };
+  constexpr auto save = &QtDialogs::saveFile;
+  constexpr auto open = &QtDialogs::openFile;
   FileRequest request;
   request.filter = "Update (*.zrf)|*.zrf";
-  EXPECT_EQ(save("image", request), "image");
+  EXPECT_EQ(choose(save, "image", request), "image");
   request.default_extension = "zrf";
-  EXPECT_EQ(save("image", request), "image.zrf");
-  EXPECT_EQ(save("image.bin", request), "image.bin");
+  EXPECT_EQ(choose(save, "image", request), "image.zrf");
+  EXPECT_EQ(choose(save, "image.bin", request), "image.bin");
+  request.file_must_exist = true;
+  for (const char* name : {"as-typed", "image.zrf"}) writeFile(folder.path() / name, "");
+  EXPECT_EQ(choose(open, "as-typed", request), "as-typed");
+  EXPECT_EQ(choose(open, "image", request), "image.zrf");
 
   const auto cancel = [](QFileDialog& dialog) { dialog.reject(); };
   whenShown<QFileDialog>(cancel);

@@ -8,22 +8,15 @@
 #include "protocol/command_framing.h"
 #include "protocol/reply_decoding.h"
 #include "protocol/transaction.h"
+#include "simulator/model/simulated_bus.h"
 #include "support/chosen_settings.h"
 #include "support/virtual_test.h"
 
 namespace mvdirigo {
 namespace {
 
+using namespace std::chrono_literals;
 using namespace std::string_literals;
-
-/// A line with nobody at its far end.
-class DeafLine : public SimulatedLine {
- public:
-  void receive(char, int host_baud, SimTime) override { last_baud = host_baud; }
-  std::optional<SimTime> nextEvent() const override { return std::nullopt; }
-  std::string advance(SimTime, int) override { return {}; }
-  int last_baud = 0;
-};
 
 class Rows : public Transaction::Rows {
  public:
@@ -32,7 +25,10 @@ class Rows : public Transaction::Rows {
     replies[row] = text;
     last = exchange;
   }
-  void setButtonShape(int row, LightColour colour) override { lights[row] = colour; }
+  void setButtonShape(int row, LightColour colour) override {
+    if (torn) throw std::runtime_error("torn");
+    lights[row] = colour;
+  }
   void startButtonTimer(int row) override { timers.push_back(row); }
   void enableSendCommands(bool on) override { enabled = on; }
   void recordPress(int row) override { presses.push_back(row); }
@@ -41,7 +37,7 @@ class Rows : public Transaction::Rows {
   std::map<int, std::string> strings, replies;
   std::map<int, LightColour> lights;
   std::vector<int> timers, presses;
-  bool enabled = true;
+  bool enabled = true, torn = false;
   Exchange last;
   WindowLife window_life;
 };
@@ -79,7 +75,7 @@ class TransactionTest : public VirtualTest {
 
   ChosenSettings settings_;
   Rows rows_;
-  DeafLine line_;
+  SimulatedBus line_{{}};
   VirtualSocket& socket_ = platform_.socket(1);
   Transaction transaction_{platform_, [this]() -> LiveSettings& { return settings_; }, rows_};
 };
@@ -104,20 +100,22 @@ TEST(CommandFraming, SubstitutesEachRandomTokenButNoneAfterOneAtTheStart) {
 
 TEST(CommandFraming, CyclesTheOemSequenceAndMarksRepeats) {
   OemFraming framing;
-  EXPECT_EQ(framing.frame("/1A1000R", 0), "\x02\x31\x32\x41\x31\x30\x30\x30\x52\x03\x10");
-  EXPECT_EQ(framing.frame("/1A1000R", 0), "\x02\x31\x3A\x41\x31\x30\x30\x30\x52\x03\x18");
+  const auto frame = [&](const std::string& command, int row) {
+    return framing.frame(unitAddressOf(command), command, row);
+  };
+  EXPECT_EQ(frame("/1A1000R", 0), "\x02\x31\x32\x41\x31\x30\x30\x30\x52\x03\x10");
+  EXPECT_EQ(frame("/1A1000R", 0), "\x02\x31\x3A\x41\x31\x30\x30\x30\x52\x03\x18");
   std::string sequence;
-  for (int row = 1; row <= 7; ++row) sequence += framing.frame("/1A", row)[2];
+  for (int row = 1; row <= 7; ++row) sequence += frame("/1A", row)[2];
   EXPECT_EQ(sequence, "3456712");
-  EXPECT_EQ(framing.frame("/1", 7), "\x02\x31\x3A\x03\x0A"s) << "a repeat with an empty body";
+  EXPECT_EQ(frame("/1", 7), "\x02\x31\x3A\x03\x0A"s) << "a repeat with an empty body";
   framing.reset();
-  EXPECT_EQ(framing.frame("/1", 7), "\x02\x31\x32\x03\x02"s);
-  EXPECT_EQ(framing.frame("/", 8), "\x02\x33\x03\x32"s);
+  EXPECT_EQ(frame("/1", 7), "\x02\x31\x32\x03\x02"s);
+  EXPECT_EQ(frame("/", 8), "\x02\x33\x03\x32"s);
 }
 
 TEST_F(TransactionTest, PutsTheWorkedExamplesOnTheLine) {
   EXPECT_EQ(sentBy(0), "\x2F\x31\x41\x31\x30\x30\x30\x52\x0D");
-  EXPECT_EQ(line_.last_baud, 9600);
   rows_.strings[0] = "/\u00B51\u20AC";
   EXPECT_EQ(sentBy(0), "/\xB5\x31?\r") << "one byte a character";
   rows_.strings[0] = "/";
@@ -130,6 +128,8 @@ TEST_F(TransactionTest, PutsTheWorkedExamplesOnTheLine) {
   sentBy(1);
   settings_.oem = true;
   EXPECT_EQ(sentBy(0), "\x02\x31\x3A\x41\x31\x30\x30\x30\x52\x03\x18") << "DT is no row change";
+  rows_.strings[2] = "/RNDA";
+  EXPECT_EQ(sentBy(2).substr(0, 10), "\x02R300001A\x03") << "the address is the one that was typed";
 }
 
 TEST_F(TransactionTest, ClearsTheLineWithoutARow) {
@@ -171,8 +171,12 @@ TEST_F(TransactionTest, ShowsADtReplyAndIsReadyForTheNext) {
   EXPECT_EQ(transaction_.DecodeSettingsResponse(), "2000");
   EXPECT_EQ(rows_.last.raw, "\xFF/0`2000\x03\r");
   EXPECT_EQ(rows_.last.elapsed_ms, 500);
-  EXPECT_EQ(rows_.timers, std::vector{3});
-  EXPECT_EQ(rows_.presses, std::vector{3});
+  receive("\n");
+  EXPECT_EQ(sentBy(4), "/1A1000R\r");
+  receive("\xFF/0`1\x03\r");
+  EXPECT_EQ(rows_.last.raw, "\xFF/0`1\x03\r") << "nothing from before the command";
+  EXPECT_EQ(rows_.timers, (std::vector{3, 4}));
+  EXPECT_EQ(rows_.presses, (std::vector{3, 4}));
 }
 
 TEST_F(TransactionTest, DecodesDtRepliesByTheirFixedPositions) {
@@ -187,12 +191,16 @@ TEST_F(TransactionTest, DecodesDtRepliesByTheirFixedPositions) {
       {"\xFF/0`a\nb\x03\r", "a\nb No Error"},
       {"\xFF/0`a\0b\x03\r"s, "a\0b No Error"s},
       {"/0c12\x03\r", "2 Invalid Operand"},  // no leading character: data still from position 5
+      {"0b123\x03\r", "3 Invalid Command"},
       {"garb0a12\x03\r", "0a12 Initialization Error"},
       {"\r", " Initialization Error"},  // no status: the last one holds
       {"abcdefg\r", "ef Initialization Error"},
       {"xyz0\r", " Initialization Error"},
       {"\xFF/0d\r", " Error 4"}};
-  for (const auto& c : cases) EXPECT_EQ(replyTo(c.bytes), c.reply) << visibleControls(c.bytes);
+  for (const auto& c : cases) {
+    EXPECT_EQ(replyTo(c.bytes), c.reply) << visibleControls(c.bytes);
+    EXPECT_EQ(rows_.lights[3], LightColour::kGreen) << "whatever the status says";
+  }
 }
 
 TEST_F(TransactionTest, DecodesOemRepliesByTheReceiveRules) {
@@ -217,23 +225,13 @@ TEST_F(TransactionTest, DecodesOemRepliesByTheReceiveRules) {
       {"\x02\x30`99" + good, "99\x02\x30`2000 No Error"},
       {"\x02\x30`99\x03" + good, "99\x03\x30`2000 No Error"},
       {oemReply("0`12").substr(0, 5), "-"},
+      // A matching checksum of 02 starts the parser anew, and the STX after it shifts the
+      // positions.
+      {oemReply("0@s") + good, "0`2000 Invalid Command"},
   };
   for (const auto& c : cases) {
     replyTo("\x03\x03\x03" + oemReply("0@"));  // back to hunting, whatever the case before left
     EXPECT_EQ(replyTo(c.bytes), c.reply) << visibleControls(c.bytes);
-  }
-}
-
-TEST_F(TransactionTest, TakesAReplySplitAtEveryByte) {
-  for (const bool oem : {false, true}) {
-    settings_.oem = oem;
-    const std::string reply = oem ? oemReply("0b2000") : "\xFF/0b2000\x03\r";
-    for (std::size_t split = 0; split <= reply.size(); ++split) {
-      replyTo(reply.substr(0, split));
-      platform_.runFor(300);
-      receive(reply.substr(split));
-      EXPECT_EQ(rows_.replies[3], "2000 Invalid Command") << split;
-    }
   }
 }
 
@@ -246,22 +244,44 @@ TEST_F(TransactionTest, ReportsASilentUnitAndResetsThePort) {
   EXPECT_EQ(rows_.replies[3], "No Movane detected. Check connections");
   EXPECT_EQ(rows_.lights[3], LightColour::kRed);
   EXPECT_TRUE(rows_.enabled);
+  EXPECT_FALSE(transaction_.tmrReceiveTimeOut().Enabled());
   EXPECT_TRUE(transaction_.link().MSComm1().PortOpen());
   receive("\x03\r");
   EXPECT_EQ(rows_.replies[3], "half No Error") << "a late end is decoded with what came before";
   EXPECT_EQ(rows_.lights[3], LightColour::kGreen);
   EXPECT_EQ(replyTo("\xFF/0`7\x03\r"), "7 No Error");
 
+  sentBy(4);
+  receive("\xFF");
+  socket_.refusal = Fault::kPortAlreadyOpen;
+  platform_.runFor(500);
+  EXPECT_FALSE(transaction_.link().MSComm1().PortOpen()) << "closed and not to be opened again";
+
   settings_.search_runs = true;
+  socket_.refusal.reset();
+  after(1s, [this] {
+    socket_.deliver("\xFF/0`half");
+    socket_.refusal = Fault::kPortAlreadyOpen;
+  });
   sentBy(4);
   platform_.runFor(500);
   EXPECT_EQ(rows_.replies[4], "Auto Scan in Progress. Searching for Devices on serial bus. ");
   EXPECT_EQ(rows_.lights[4], LightColour::kYellow);
+  receive("\x03\r");
+  EXPECT_EQ(rows_.replies[4], "half No Error") << "a search's answer is not cut off";
 }
 
 TEST_F(TransactionTest, SurvivesSettingsThatOpenNoPort) {
-  for (const auto& [port, baud] :
-       {std::pair{"x", "9600"}, {"17", "9600"}, {"2", "9600"}, {"1", ""}}) {
+  platform_.socket(2).details.obstacle = "There is no such device.";
+  const struct {
+    std::string port, baud, obstacle;
+  } cases[] = {{"x", "9600", "\"x\" is no port number from 1 to 16."},
+               {"17", "9600", "\"17\" is no port number from 1 to 16."},
+               {"2", "9600", "There is no such device."},
+               {"3", "9600", "The port can't be opened."},
+               {"1", "", "No baud rate is chosen."},
+               {"1", "fast", "\"fast\" is no baud rate."}};
+  for (const auto& [port, baud, obstacle] : cases) {
     settings_.port = port;
     settings_.baud = baud;
     transaction_.link().close();
@@ -269,9 +289,13 @@ TEST_F(TransactionTest, SurvivesSettingsThatOpenNoPort) {
     platform_.runFor(500);
     EXPECT_FALSE(transaction_.link().MSComm1().PortOpen()) << port << ", " << baud;
     EXPECT_EQ(rows_.replies[3], "No Movane detected. Check connections");
+    EXPECT_EQ(rows_.last.obstacle, obstacle);
     EXPECT_TRUE(rows_.enabled);
     rows_.replies.clear();
   }
+  settings_.baud = "9600";
+  replyTo("\xFF/0`7\x03\r");
+  EXPECT_EQ(rows_.last.obstacle, "");
 }
 
 TEST_F(TransactionTest, ReportsAVanishedDeviceAndReopensItWhenItIsBack) {
@@ -286,11 +310,20 @@ TEST_F(TransactionTest, ReportsAVanishedDeviceAndReopensItWhenItIsBack) {
   EXPECT_EQ(replyTo("\xFF/0`7\x03\r"), "7 No Error");
 }
 
+TEST_F(TransactionTest, ReportsAFaultOfAnyKindAtItsHandlersEdge) {
+  sentBy(3);
+  rows_.torn = true;
+  platform_.script().expectBox("tmrReceiveTimeOut_Timer() Error #: 0 :: torn", box::kOkOnly);
+  platform_.runFor(500);
+  receive("\xFF/0`7\x03\r");
+  EXPECT_EQ(rows_.replies[3], "Communications Error, no Movane found");
+}
+
 TEST_F(TransactionTest, KeepsTheNewestOfAReplyWithoutEnd) {
   const std::string newest = std::string(kReplyCapacity - 2, 'n') + "\x03";
   const std::string shown = replyTo("\xFF/0`old" + newest + "\r");
-  EXPECT_EQ(shown.substr(0, 3), "nnn");
-  EXPECT_EQ(shown.size(), kReplyCapacity - 5 + std::string(" No Error").size());
+  EXPECT_EQ(shown, std::string(4000, 'n') + "\u2026 No Error") << "what a person can read";
+  EXPECT_EQ(settings_.response, std::string(kReplyCapacity - 5, 'n'));
 }
 
 TEST_F(TransactionTest, SendsNothingForAWindowThatLeavesDuringThePress) {

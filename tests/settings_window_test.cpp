@@ -1,5 +1,7 @@
 #include <string>
 
+#include <QHelpEvent>
+#include <QLabel>
 #include <QListWidget>
 #include <QRadioButton>
 #include <gtest/gtest.h>
@@ -62,7 +64,7 @@ TEST_F(SettingsWindow, ShowsTheDefaultsOfAnEmptyStoreAndListsThePorts) {
   platform_.attach(2, silent_);
   platform_.attach(4, silent_);
   platform_.socket(4).refusal = Fault::kPortAlreadyOpen;
-  platform_.socket(4).details = {"/dev/ttyS3", "UART", "In use by another program."};
+  platform_.socket(4).details = {"/dev/<i>", "UART", "In use by another program."};
   start();
   openDialog();
   EXPECT_EQ(dialog().windowTitle(), "Communications");
@@ -75,17 +77,53 @@ TEST_F(SettingsWindow, ShowsTheDefaultsOfAnEmptyStoreAndListsThePorts) {
   EXPECT_EQ(ports.item(0)->text(), "COM1  (not available or no such port)");
   EXPECT_EQ(ports.item(1)->text(), "COM2  available");
   EXPECT_EQ(ports.item(3)->text(), "COM4  (not available or no such port)");
-  EXPECT_EQ(ports.item(3)->toolTip(), "/dev/ttyS3\nUART\nIn use by another program.");
+  EXPECT_EQ(ports.item(3)->data(Qt::AccessibleDescriptionRole),
+            "/dev/<i>\nUART\nIn use by another program.");
+  EXPECT_TRUE(ports.item(3)->toolTip().contains("/dev/&lt;i&gt;"));
+  EXPECT_EQ(find<QLabel>(dialog(), "Baud").buddy()->objectName(), "lstBaudRate");
+  EXPECT_EQ(find<QLabel>(dialog(), "ReceiveTimeout").buddy()->objectName(), "RCVTimeout");
+  EXPECT_EQ(tabOrder(dialog()),
+            "CommPortSetting lstBaudRate DTProtocol OEMProtocol FlowControl MaxStrings RCVTimeout "
+            "lstPorts cmdRescanPorts AutoSetup ResponseString cmdUpdate cmdOK ");
+}
 
+TEST_F(SettingsWindow, FindsNoPortWhileTheConsoleHoldsOneAndSaysSo) {
   platform_.attach(1, silent_);
+  platform_.attach(2, silent_);
+  start();
+  openDialog();
+  const auto& ports = find<QListWidget>(dialog(), "lstPorts");
+  const auto hints = [&] {
+    std::string shown = ports.item(1)->toolTip().toStdString() + "|";
+    for (const char* name : {"cmdRescanPorts", "AutoSetup"}) {
+      auto& button = find<QPushButton>(dialog(), name);
+      QHelpEvent hover(QEvent::ToolTip, {}, {});
+      QApplication::sendEvent(&button, &hover);
+      shown += button.toolTip().toStdString() + "|";
+    }
+    return shown;
+  };
+  const std::string hint =
+      "Finds nothing while the console holds a port open. Press Settings on the console first: "
+      "that closes it.|";
   press("SendCommand(0)");
+  EXPECT_EQ(hints(), "|" + hint + hint) << "a row that is available needs no words";
   press(dialog(), "cmdRescanPorts");
-  EXPECT_EQ(ports.item(1)->text(), "COM2  (not available or no such port)")
-      << "while the console holds a port open, none is available";
-  platform_.runFor(1000);
-  program_->console().MSComm1().setPortOpen(false);
+  EXPECT_EQ(ports.item(1)->text(), "COM2  (not available or no such port)");
+  EXPECT_EQ(hints(), hint + hint + hint);
+  platform_.socket(1).deliver(std::string(5000, 'x') + "\r");
+  platform_.runFor(1);
+  EXPECT_EQ(field("ResponseString"), std::string(4000, 'x') + "\u2026");
+  press("LoadButton(3)");
+  EXPECT_EQ(hints(), "|||");
   press(dialog(), "cmdRescanPorts");
   EXPECT_EQ(ports.item(0)->text(), "COM1  available");
+  EXPECT_EQ(platform_.times_links_forgotten, 2);
+  after(50ms, [&] {
+    EXPECT_EQ(hints(), "|||") << "the search itself holds the port";
+    press(dialog(), "AutoSetup");
+  });
+  search();
 }
 
 TEST_F(SettingsWindow, PicksThePortOfTheClickedRow) {
@@ -100,6 +138,11 @@ TEST_F(SettingsWindow, PicksThePortOfTheClickedRow) {
   EXPECT_EQ(ports.currentRow(), 2);
   click(ports.visualItemRect(ports.item(5)).center(), Qt::RightButton);
   EXPECT_EQ(field("CommPortSetting"), "3");
+  const QPoint port_3 = ports.visualItemRect(ports.item(2)).center();
+  QTest::mousePress(ports.viewport(), Qt::LeftButton, {}, port_3);
+  QTest::mouseMove(ports.viewport(), ports.visualItemRect(ports.item(7)).center());
+  EXPECT_EQ(ports.currentRow(), 2) << "a drag picks nothing else";
+  QTest::mouseRelease(ports.viewport(), Qt::LeftButton, {}, port_3);
   ports.setFixedHeight(ports.height() + 50);
   platform_.runFor(1);
   click({5, ports.viewport()->height() - 2});
@@ -144,6 +187,7 @@ TEST_F(SettingsWindow, StoresOnOkAndAppliesAtTheNextSend) {
   find<QListWidget>(dialog(), "lstBaudRate").setCurrentRow(2);
   find<QRadioButton>(dialog(), "OEMProtocol").click();
   press(dialog(), "cmdOK");
+  EXPECT_EQ(platform_.times_links_forgotten, 1);
   EXPECT_FALSE(dialog().isVisible());
   EXPECT_EQ(lastSaves(9), "MaxStrings=10 CommPortSetting=7 BaudRate=2 RCVTimeout=400 ");
   EXPECT_EQ(program_->console().tmrReceiveTimeOut().Interval(), 400);
@@ -174,6 +218,27 @@ TEST_F(SettingsWindow, TakesBackOnEscapeWhatWasNotStored) {
   type("CommPortSetting", "9");
   QTest::keyClick(&dialog(), Qt::Key_Return);
   EXPECT_EQ(stored("Settings", "CommPortSetting"), "9");
+
+  platform_.attach(2, silent_);
+  const std::function<void()> detours[] = {[this] {
+                                             press("SendCommand(0)");
+                                             EXPECT_TRUE(program_->console().MSComm1().PortOpen())
+                                                 << "to try the port";
+                                           },
+                                           [this] { dialog().hide(); },
+                                           [this] {
+                                             press(dialog(), "cmdUpdate");
+                                             press(*program_->update(), "cmdClose");
+                                           }};
+  for (const auto& detour : detours) {
+    openDialog();
+    type("CommPortSetting", "2");
+    detour();
+    dialog().show();
+    QTest::keyClick(&dialog(), Qt::Key_Escape);
+    EXPECT_EQ(field("CommPortSetting"), "9");
+    EXPECT_FALSE(program_->console().MSComm1().PortOpen());
+  }
 }
 
 TEST_F(SettingsWindow, FindsAUnitAnywhereInTheSearchSpace) {
@@ -228,28 +293,27 @@ TEST_F(SettingsWindow, FindsNothingOnSilentPortsAndFasterUnits) {
 TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
   for (int port = 1; port <= 16; ++port) platform_.attach(port, silent_);
   start();
-  openDialog();
   const struct {
     int after_ms;
     std::string port, row;
   } stages[] = {
       {1, "1", "0"}, {119, "1", "0"}, {1921, "1", "1"}, {5761, "2", "0"}, {92000, "16", "2"}};
   for (const auto& stage : stages) {
-    for (const bool by_ok : {false, true}) {
+    for (const std::string by : {"AutoSetup", "cmdOK", "Escape"}) {
+      openDialog();
       after(std::chrono::milliseconds(stage.after_ms), [&] {
         EXPECT_EQ(searchCaption(), "Stop Auto Set");
-        press(dialog(), by_ok ? "cmdOK" : "AutoSetup");
+        by == "Escape" ? QTest::keyClick(&dialog(), Qt::Key_Escape) : press(dialog(), by);
       });
-      EXPECT_LE(search(), stage.after_ms + (by_ok ? 120 : 0));
+      EXPECT_LE(search(), stage.after_ms + (by == "cmdOK" ? 120 : 0));
       EXPECT_EQ(lastSaves(5), "FirstTimeStartup=1 MaxStrings=11 CommPortSetting=" + stage.port +
                                   " BaudRate=" + stage.row + " RCVTimeout=1000 ");
       EXPECT_EQ(searchCaption(), "Auto Set Comm");
-      EXPECT_EQ(dialog().isVisible(), !by_ok);
+      EXPECT_EQ(dialog().isVisible(), by == "AutoSetup");
       platform_.runFor(2000);
-      closeConsolePort();
     }
-    openDialog();
   }
+  openDialog();
   after(50ms, [&] {
     press(dialog(), "AutoSetup");
     press(dialog(), "AutoSetup");

@@ -95,6 +95,8 @@ class DialogDouble : public FirmwareUpdate::Window {
   void enableUpdate(bool enabled) override { touch(), update_enabled = enabled; }
   void enlarge() override { touch(), enlarged = true; }
   void enablePause(bool enabled) override { touch(), pause_enabled = enabled; }
+  void showEndOfStatus() override { touch(); }
+  void closeConsolePort() override { touch(); }
   int unitNumber() override { return unit; }
   std::string baudText() override { return baud; }
   void selectFirstBaud() override { touch(), baud = "9600"; }
@@ -128,6 +130,7 @@ const Box kFailedUnit = {
     "update for this particular stepper controller.",
     48};
 const Box kPieceTimeout = {" 5 Timeout waiting for response, Exiting"};
+const Box kLineGone = {"MSComm_OnComm() Error #: 57 :: Device I/O error"};
 
 std::string bytes(std::size_t count) {
   std::string text(count, '\0');
@@ -163,6 +166,11 @@ class UpdateTest : public VirtualTest {
     write(content);
     choose();
   }
+  void atValidation(int attempt, std::function<void()> action) {
+    dialog_->on_status = [=, this](const std::string& status) mutable {
+      if (status == kValidating && --attempt == 0) action();
+    };
+  }
   /// A whole update that shows these boxes and leaves the dialog idle.
   void update(const std::string& last_status, const std::vector<Box>& boxes = {}) {
     platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
@@ -187,6 +195,7 @@ TEST_F(UpdateTest, SendsEverythingInOrderAtTheRightRate) {
   openDialog(unit_15);
   dialog_->unit = 15;
   choose("103A7" + bytes(597));
+  dialog_->on_status = [&](const std::string&) { dialog_->unit = 3, dialog_->baud = "9600"; };
   update(kOk);
   const std::string image = bytes(597) + "   ";
   EXPECT_EQ(platform_.socket(3).sent, "\xAA/@T\r/@b57600R\r/@&\r/@!\r/@]40617\r" + image);
@@ -233,6 +242,10 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
       "switch is set to 1."};
   const Box no_version = {
       "Unable to get a valid version string from stepper controller. Got: ERR 12", 65, kCancel};
+  const Box long_answer = {
+      "Unable to get a valid version string from stepper controller. Got: \\x02" +
+          std::string(299, 'x') + "\u2026",
+      65, kCancel};
   const Box bad_version = {"validUpdateFile() Error #: 13 :: Type mismatch", 64};
   const Box critical = {
       "Critical Upgrade must use Partial upgrade files only. Please re-try the update with the "
@@ -252,6 +265,7 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
       {"T", "", {no_terminate}, "Status: Terminating Commands...", "\xAAT"},
       {"&", "", {kUnable}, kValidating, "R&"},
       {"&", "ERR 12\r", {no_version}, kValidating, "R&"},
+      {"&", "\x02" + std::string(3000, 'x') + "\n\r", {long_answer}, kValidating, "R&"},
       {"&", "v123.4\r", {kUnable}, kValidating, "R&"},
       {"&", "v7.x\r", {bad_version, kUnable}, kValidating, "R&"},
       {"&", "v7.01\r", {}, kOk, "R&["},
@@ -286,11 +300,16 @@ TEST_F(UpdateTest, CallsASuccessAtTheTenthTryInvalidAndGoesOnAfterTenFailures) {
   openDialog();
   choose();
   unit_->answers["&"] = "";
-  int tries = 0;
-  dialog_->on_status = [&](const std::string& status) {
-    if (status == kValidating && ++tries == 10) unit_->answers.erase("&");
-  };
+  atValidation(10, [&] { unit_->answers.erase("&"); });
   update("Status: Invalid ZRF update file...", std::vector<Box>(9, again));
+}
+
+TEST_F(UpdateTest, LooksForNoNumberInAVersion) {
+  choose("003A7" + bytes(20));
+  unit_->answers["&"] = "/0`123 v7.02\r";
+  unit_->answers["!"] = "";
+  atValidation(2, [&] { unit_->answers.erase("!"); });
+  update(kOk, {{kUnable.text, kUnable.style}});
 }
 
 TEST_F(UpdateTest, TakesAnEarlierNumericAnswerForASecondValidation) {
@@ -349,6 +368,33 @@ TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) 
   update(kOk);
 }
 
+TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
+  openDialog({}, withFaults({{FaultKind::kSilent, 0, 5}}));
+  choose("003A7" + bytes(100));
+  SimTime timed_out{};
+  dialog_->on_status = [&](const std::string& status) {
+    if (status != kLineTimeout) return;
+    timed_out = platform_.now();
+    platform_.socket(3).refusal = Fault::kPortAlreadyOpen;
+  };
+  update(kLineTimeout, {kPieceTimeout});
+  EXPECT_EQ(platform_.now(), timed_out);
+}
+
+TEST_F(UpdateTest, DropsACharacterThatCameWhileTheUnitSettled) {
+  choose("003A7" + bytes(20));
+  SimTime start = platform_.now(), settling{};
+  dialog_->on_status = [&](const std::string& status) {
+    if (status == "Status: Validating ZRF update file...") settling = platform_.now() - start;
+  };
+  update(kOk);
+  openDialog();
+  choose();
+  // Just in time for the port, but too late for the handler.
+  after(settling, [&] { platform_.socket(3).deliver("?"); });
+  update(kOk);
+}
+
 TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
   constexpr int kPieces = 1000;
 #ifdef __SANITIZE_ADDRESS__
@@ -358,7 +404,7 @@ TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
 #endif
   const std::string payload = bytes(6 * kPieces);
   write("003A7" + payload);
-  const Box line_gone = {"MSComm_OnComm() Error #: 57 :: Device I/O error"};
+  const std::string sending = "Status: Transmitting data...";
   struct Case {
     FaultKind kind;
     long amount;
@@ -367,15 +413,14 @@ TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
     // A late acknowledgement of the last piece still completes the transfer.
     std::string last_piece_status;
   };
-  const Case cases[] = {
-      {FaultKind::kDrop, 100, kLineTimeout, {kPieceTimeout}, kLineTimeout},
-      {FaultKind::kDouble, 100, kOk, {}, kOk},
-      {FaultKind::kCorrupt, 100, kLineTimeout, {kPieceTimeout}, kLineTimeout},
-      {FaultKind::kLate, 300, kOk, {}, kOk},
-      {FaultKind::kLate, 2000, kLineTimeout, {}, kOk},
-      {FaultKind::kLate, 13000, kLineTimeout, {kPieceTimeout}, kLineTimeout},
-      {FaultKind::kRefusePiece, 3, "Status: Error 3!", {}, "Status: Error 3!"},
-      {FaultKind::kVanish, 0, kLineTimeout, {line_gone, kPieceTimeout}, kLineTimeout}};
+  const Case cases[] = {{FaultKind::kDrop, 100, kLineTimeout, {kPieceTimeout}, kLineTimeout},
+                        {FaultKind::kDouble, 100, kOk, {}, kOk},
+                        {FaultKind::kCorrupt, 100, kLineTimeout, {kPieceTimeout}, kLineTimeout},
+                        {FaultKind::kLate, 300, kOk, {}, kOk},
+                        {FaultKind::kLate, 2000, kLineTimeout, {}, kOk},
+                        {FaultKind::kLate, 13000, kLineTimeout, {kPieceTimeout}, kLineTimeout},
+                        {FaultKind::kRefusePiece, 3, "Status: Error 3!", {}, "Status: Error 3!"},
+                        {FaultKind::kVanish, 0, sending, {kLineGone}, sending}};
   for (const Case& c : cases) {
     for (int piece = 1; piece <= kPieces && !HasFailure(); piece += kStride) {
       SCOPED_TRACE(std::to_string(&c - cases) + " at piece " + std::to_string(piece));
@@ -440,28 +485,68 @@ TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
   }
 }
 
-TEST_F(UpdateTest, EndsAtOnceWhenTheWindowGoesAwayInAnyWait) {
+TEST_F(UpdateTest, EndsAtOnceWhenTheWindowOrTheDeviceGoesAwayInAnyWait) {
   write("003A7" + bytes(60));
   // What is not answered, and until when something waits without a box to show.
   const std::pair<std::string, SimTime> cases[] = {{"\xAA", 5s}, {"T", 5s},       {"&", 10s},
                                                    {"!", 10s},   {"[40617", 25s}, {"piece", 17s}};
+  const auto vanish = [&] {
+    // While the line takes the last of the old rate, the opening at the new one notices it.
+    const bool draining = dialog_->statuses.back() == "Status: Negotiating baud rate..." &&
+                          !unit_->heard.ends_with("R\r");
+    const std::string no_port = "cmdUpdate_Click() Error #: 8002 :: Invalid port number";
+    platform_.script().expectBox(draining ? no_port : kLineGone.text, 0);
+    platform_.detach(3);
+  };
   for (const auto& [silent, end] : cases) {
+    bool device = false;
     for (SimTime leaves = 333us; leaves < end; leaves += leaves < 40ms ? 333us : 97ms) {
       openDialog({}, withFaults({{FaultKind::kSilent, 0, 5}}));
       unit_->answers[silent] = "";
       choose();
       platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
+      device = !device;
       const SimTime start = platform_.now();
-      after(leaves, [&] { dialog_->life.leave(); });
+      after(leaves, [&] { device ? vanish() : dialog_->life.leave(); });
       update_->cmdUpdate_Click();
       ASSERT_EQ(platform_.now() - start, leaves) << silent;
+      ASSERT_TRUE(dialog_->update_enabled || !device);
       update_.reset();
       platform_.runUntilIdle();
+      ASSERT_TRUE(platform_.problems().empty()) << silent << " " << leaves.count();
     }
   }
   openDialog();
   platform_.script().expectBox(kConfirm, 68, BoxButton::kYes, [&] { dialog_->life.leave(); });
   update_->cmdUpdate_Click();
+}
+
+TEST_F(UpdateTest, LeavesADeviceThatCameBackToTheNextUpdate) {
+  dialog_->baud = "9600";
+  choose("003A7" + bytes(100));
+  after(5200ms, [&] { platform_.detach(3); });
+  update("Status: Transmitting data...", {kLineGone});
+  unit_ = std::make_unique<Unit>(UnitOptions{}, BusOptions{});
+  unit_->answers["&"] = "v7.01\r";
+  platform_.attach(3, *unit_);
+  update(kOk);
+}
+
+TEST_F(UpdateTest, ReportsADeviceThatVanishesUnderAWriteOnce) {
+  for (const std::string command :
+       {"\xAA", "/1T\r", "/1b57600R\r", "/1&\r", "/1!\r", "/1[40617\r", "piece "}) {
+    openDialog();
+    choose("003A7piece ");
+    platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
+    const bool validating = command == "/1&\r" || command == "/1!\r";
+    platform_.script().expectBox(std::string(validating ? "validUpdateFile" : "cmdUpdate_Click") +
+                                     "() Error #: 57 :: Device I/O error",
+                                 validating ? 64 : 0, BoxButton::kOk, [&] { platform_.runFor(1); });
+    platform_.socket(3).vanishes_at_write = command;
+    update_->cmdUpdate_Click();
+    EXPECT_TRUE(dialog_->update_enabled);
+    EXPECT_TRUE(platform_.problems().empty()) << command;
+  }
 }
 
 TEST_F(UpdateTest, ReportsWhatKeepsItFromStarting) {
@@ -478,6 +563,10 @@ TEST_F(UpdateTest, ReportsWhatKeepsItFromStarting) {
   platform_.script().expectBox("cmdLoadImage_Click() Error #: 32755 :: Cancel was selected.", 0);
   update_->cmdLoadImage_Click();
   EXPECT_FALSE(dialog_->update_enabled);
+  const FileRequest& request = platform_.script().fileRequests().back();
+  EXPECT_EQ(request.title + "/" + request.filter + "/" + request.default_extension,
+            "Firmware Update/MVUpdate (*.zrf)|*.zrf/hex");
+  EXPECT_TRUE(request.file_must_exist);
   choose("603A7");
   EXPECT_TRUE(dialog_->update_enabled);
   platform_.script().expectBox(kConfirm, 68, BoxButton::kNo);

@@ -115,6 +115,7 @@ std::string VirtualSerialPort::Input() {
 
 void VirtualSerialPort::Output(const std::string& bytes) {
   if (!PortOpen()) throw RuntimeError(Fault::kPortMustBeOpen);
+  if (socket_->vanishes_at_write == bytes) socket_->unplug();
   if (device_gone_) throw RuntimeError(Fault::kDeviceIo);
   unsent_.insert(unsent_.end(), bytes.begin(), bytes.end());
   if (!byte_sent_) sendNext();

@@ -28,6 +28,8 @@ class VirtualSocket {
   /// Why opening is refused; `kPortAlreadyOpen` stands for another program that holds the port.
   std::optional<Fault> refusal;
   PortDetails details;
+  /// The device vanishes under the write of these bytes.
+  std::optional<std::string> vanishes_at_write;
   /// Every byte that left the host through this port, since the machine was started.
   std::string sent;
 

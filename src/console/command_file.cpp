@@ -68,11 +68,6 @@ class File {
   mode_t mode_ = 0;
 };
 
-struct Field {
-  std::string text;
-  bool quoted = false;
-};
-
 class FieldReader {
  public:
   explicit FieldReader(const File& file) : file_(file) {
@@ -80,15 +75,14 @@ class FieldReader {
     if (unread_.starts_with(kByteOrderMark)) unread_.remove_prefix(kByteOrderMark.size());
   }
 
-  Field next() {
+  std::string next() {
     if (peek() == kEnd && !after_comma_) throw RuntimeError(Fault::kInputPastEndOfFile);
-    Field field;
-    field.quoted = peek() == '"';
-    if (field.quoted) {
+    std::string field;
+    if (peek() == '"') {
       take();
-      readQuoted(field.text);
+      readQuoted(field);
     } else {
-      while (!endsField(peek())) append(field.text, take());
+      while (!endsField(peek())) append(field, take());
     }
     const int end = take();
     after_comma_ = end == ',';
@@ -110,11 +104,17 @@ class FieldReader {
     for (;;) {
       const int ch = take();
       if (ch == kEnd) throw RuntimeError(Fault::kInputPastEndOfFile);
-      if (ch == '"') {
+      if (ch != '"') {
+        append(text, ch);
+      } else if (peek() == '"') {
+        append(text, take());
+      } else {
+        std::string gap;
+        while (peek() == ' ' || peek() == '\t') append(gap, take());
         if (endsField(peek())) return;
-        if (peek() == '"') take();
+        append(text, ch);
+        for (const char blank : gap) append(text, blank);
       }
-      append(text, ch);
     }
   }
 
@@ -176,7 +176,7 @@ bool holdsUtf8(const File& file) {
   bool utf8 = true;
   skipOnError([&] {
     FieldReader fields(file);
-    for (int i = 0; i < kFields && utf8; ++i) utf8 = isUtf8(fields.next().text);
+    for (int i = 0; i < kFields && utf8; ++i) utf8 = isUtf8(fields.next());
   });
   return utf8;
 }
@@ -222,15 +222,11 @@ void readCommandFile(const std::string& path,
   const bool utf8 = holdsUtf8(file);
   FieldReader fields(file);
   const auto next = [&] {
-    Field field = fields.next();
-    if (!utf8) field.text = utf8FromLatin1(field.text);
-    return field;
+    std::string field = fields.next();
+    return utf8 ? field : utf8FromLatin1(field);
   };
-  const auto nextCell = [&] {
-    Field field = next();
-    return Cell::ofField(std::move(field.text), field.quoted);
-  };
-  for (int row = 0; row < kCommandFileStrings; ++row) take_string(row, next().text);
+  const auto nextCell = [&] { return Cell::ofText(next()); };
+  for (int row = 0; row < kCommandFileStrings; ++row) take_string(row, next());
   for (int row = 0; row < RecordTable::kPresses; ++row) {
     table.setButton(row, nextCell());
     table.setDelay(row, nextCell());

@@ -26,11 +26,13 @@ void writeCommandFile(const std::string& path,
 
 /// Reads a command file, handing over each string and setting each cell as its field is read, so
 /// that what was read before a failure is kept. A field ends at a comma or a line end (CR LF, LF or
-/// CR) outside quotes. In a quoted field two quotes stand for one, and a quote that is neither
-/// doubled nor followed by the field's end stands for itself. The file is read as UTF-8, or as
-/// Latin-1 when its fields are not valid UTF-8. What follows the last field is ignored.
-/// Throws RuntimeError when `path` is no readable regular file, has too few fields, leaves a quoted
-/// field open, or has a field over `kCommandFieldLimit`; it holds no more than one field at a time.
+/// CR) outside quotes; blanks and tabs between a closing quote and that end are skipped. In a
+/// quoted field two quotes stand for one, and a quote that is neither doubled nor followed by the
+/// field's end stands for itself. Every cell becomes a text, whatever its field looks like. The
+/// file is read as UTF-8, or as Latin-1 when its fields are not valid UTF-8. What follows the last
+/// field is ignored. Throws RuntimeError when `path` is no readable regular file, has too few
+/// fields, leaves a quoted field open, or has a field over `kCommandFieldLimit`; it holds no more
+/// than one field at a time.
 void readCommandFile(const std::string& path,
                      const std::function<void(int row, const std::string& text)>& take_string,
                      RecordTable& table);

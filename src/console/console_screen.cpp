@@ -10,15 +10,13 @@
 
 #include "console/command_file.h"
 #include "console/logo.h"
-#include "core/serial_link.h"
+#include "console/tool_tip.h"
 
 namespace mvdirigo {
 namespace {
 
 /// Rows that the screen is sized for before a layout has shown any.
 constexpr int kInitialRows = 10;
-/// Characters of a reply field: a whole reply of any length, with its status text.
-constexpr int kReplyFieldCapacity = static_cast<int>(kReplyCapacity) + 100;
 constexpr float kLeastButtonHeight = 330;
 constexpr float kLeastButtonWidth = 1455;
 
@@ -62,7 +60,22 @@ class CommandStringLimit : public QValidator {
 };
 
 QString indexed(const char* control, int index) {
-  return QStringLiteral("%1(%2)").arg(QLatin1String(control)).arg(index);
+  return QLatin1String(control) + QStringLiteral("(%1)").arg(index);
+}
+
+/// Names the first character of `command` that the line can't carry; empty when it carries all.
+QString unsendable(const QString& command) {
+  constexpr char32_t kLastOfTheLine = 0xFF;
+  const auto characters = command.toUcs4();
+  const auto found =
+      std::ranges::find_if(characters, [](char32_t c) { return c > kLastOfTheLine; });
+  if (found == characters.end()) return {};
+  const char32_t code = *found;
+  const bool visible = QChar::isPrint(code) && !QChar::isSpace(code);
+  return QStringLiteral("Character %1, \"%2\", can't be sent: it goes out as \"?\".")
+      .arg(QString::number(found - characters.begin() + 1),
+           visible ? QString::fromUcs4(&code, 1)
+                   : "U+" + QString::number(code, 16).toUpper().rightJustified(4, '0'));
 }
 
 }  // namespace
@@ -96,12 +109,13 @@ void ConsoleScreen::makeRow(int row) {
   string->setAccessibleName(QStringLiteral("Command string %1").arg(row));
   string->setMaxLength(static_cast<int>(kCommandFieldLimit));
   string->setValidator(new CommandStringLimit(string));
+  connect(string, &QLineEdit::textChanged, string,
+          [string](const QString& command) { setPlainToolTip(*string, unsendable(command)); });
   StringToSend.push_back(string);
 
   auto* reply = new QLineEdit(this);
   reply->setObjectName(indexed("ReceiveString", row));
   reply->setAccessibleName(QStringLiteral("Reply %1").arg(row));
-  reply->setMaxLength(kReplyFieldCapacity);
   reply->setReadOnly(true);
   reply->setFocusPolicy(Qt::ClickFocus);
   ReceiveString.push_back(reply);

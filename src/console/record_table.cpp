@@ -8,14 +8,9 @@ namespace mvdirigo {
 
 Cell::Cell(std::string text, Form form) : text_(std::move(text)), form_(form) {}
 
-Cell Cell::ofNumber(std::int16_t number) { return {std::to_string(number), Form::kBare}; }
+Cell Cell::ofNumber(std::int16_t number) { return {std::to_string(number), Form::kNumber}; }
 
-Cell Cell::ofText(std::string text) { return {std::move(text), Form::kQuoted}; }
-
-Cell Cell::ofField(std::string text, bool quoted) {
-  const bool digits_only = text.find_first_not_of("0123456789") == std::string::npos;
-  return {std::move(text), !quoted && digits_only ? Form::kBare : Form::kQuoted};
-}
+Cell Cell::ofText(std::string text) { return {std::move(text), Form::kText}; }
 
 std::int16_t Cell::number() const { return form_ == Form::kNeverSet ? 0 : textToInt16(text_); }
 

@@ -13,10 +13,6 @@ class Cell {
   Cell() = default;
   static Cell ofNumber(std::int16_t number);
   static Cell ofText(std::string text);
-  /// A cell read from a command file. It holds the field as text, and an empty field as empty text.
-  /// Digits or nothing without quotes are how a number or an unset cell is written; such a cell is
-  /// written without quotes again, so that a file saved after loading is the file that was loaded.
-  static Cell ofField(std::string text, bool quoted);
 
   /// Empty for a cell that was never set, decimal digits for a number.
   const std::string& text() const { return text_; }
@@ -24,10 +20,10 @@ class Cell {
   /// no number, empty text included, and `kOverflow` outside the range.
   std::int16_t number() const;
   /// Whether a command file holds the text in quotes.
-  bool quoted() const { return form_ == Form::kQuoted; }
+  bool quoted() const { return form_ == Form::kText; }
 
  private:
-  enum class Form : std::uint8_t { kNeverSet, kBare, kQuoted };
+  enum class Form : std::uint8_t { kNeverSet, kNumber, kText };
 
   Cell(std::string text, Form form);
 

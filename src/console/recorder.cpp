@@ -3,7 +3,7 @@
 #include <limits>
 
 #include "console/button_bar.h"
-#include "platform/runtime_error.h"
+#include "platform/handler_edge.h"
 
 namespace mvdirigo {
 namespace {
@@ -61,18 +61,21 @@ void Recorder::recordPress(int row) {
 void Recorder::RecordPlayTimer_Timer() {
   if (Recording_ && TickCount_ < kLastTick) ++TickCount_;
   if (!Playing_) return;
-  try {
-    playStep();
-  } catch (const RuntimeError& error) {
-    stopPlayback();
-    platform_.dialogs().messageBox(errorReport("RecordPlayTimer_Timer", error));
-  }
+  atHandlerEdge(platform_.dialogs(), "RecordPlayTimer_Timer", [this] {
+    try {
+      playStep();
+    } catch (const std::exception&) {
+      // The report waits for the user, and the playback is over by then.
+      stopPlayback();
+      throw;
+    }
+  });
 }
 
 void Recorder::playStep() {
   if (TickCount_ == 0) {
     const Cell& button = table_.button(StepIndex_);
-    if (!button.text().empty() && !pressAndKeepRunning(button.number())) return;
+    if (!button.text().empty() && !pressAndKeepRunning(button)) return;
     ++StepIndex_;
     TickCount_ = table_.delay(StepIndex_).number();
     // Also where two presses were recorded in one tick: a delay of 0 cuts the sequence there.
@@ -83,7 +86,9 @@ void Recorder::playStep() {
 
 /// Returns whether this playback still runs after the press: inside it, the bar can have stopped
 /// the playback or started another, whose counters are not to be touched.
-bool Recorder::pressAndKeepRunning(int row) {
+bool Recorder::pressAndKeepRunning(const Cell& button) {
+  const int row = button.number();
+  if (row < 0 || row >= kRows) throw RuntimeError(Fault::kSubscriptOutOfRange);
   const auto run = run_;
   bar_.pressRow(row);
   return !bar_.life().leaving() && Playing_ && run_ == run;

@@ -14,6 +14,9 @@ namespace mvdirigo {
 /// Time is counted in ticks of one 50 ms timer, which runs for good.
 class Recorder {
  public:
+  /// Command rows, of which a button cell names one: 0 to `kRows` - 1.
+  static constexpr int kRows = 51;
+
   /// What the recorder needs of the console's window. Button indexes are those of `LoadButton`.
   class Bar {
    public:
@@ -56,7 +59,7 @@ class Recorder {
  private:
   void RecordPlayTimer_Timer();
   void playStep();
-  bool pressAndKeepRunning(int row);
+  bool pressAndKeepRunning(const Cell& button);
   void endSequence();
 
   void startRun(bool recording);

@@ -24,13 +24,12 @@ constexpr int kLightTimeMs = 500;
 
 std::size_t at(int row) { return static_cast<std::size_t>(row); }
 
-/// What a tool tip tells of the raw reply: its newest characters, as many as fit a screen.
-QString receivedText(const std::string& raw) {
-  constexpr std::size_t kShown = 500;
-  if (raw.empty()) return "Nothing received";
-  const bool cut = raw.size() > kShown;
-  return "Received: " + QString(cut ? "..." : "") +
-         QString::fromStdString(visibleControls(cut ? raw.substr(raw.size() - kShown) : raw));
+/// What a tool tip tells of how a reply, or its absence, came about.
+std::string storyOf(const Exchange& exchange, const std::string& time) {
+  if (!exchange.obstacle.empty()) return "Nothing was sent: " + exchange.obstacle + "\nAt " + time;
+  const std::string& raw = exchange.raw;
+  return (raw.empty() ? "Nothing received" : "Received: " + shortVisibleText(raw)) + "\nAt " +
+         time + ", " + std::to_string(exchange.elapsed_ms) + " ms after sending";
 }
 
 }  // namespace
@@ -53,10 +52,13 @@ StringFun::StringFun(Platform& platform, Neighbours& neighbours)
   layout->addWidget(scroll_area_);
 
   for (int row = 0; row < kRows; ++row) {
-    connect(screen_->SendCommand[at(row)], &QPushButton::clicked, this,
-            [this, row] { SendCommand_Click(row); });
-    ButtonTimer.push_back(
-        platform_.makeTimer([this, row] { setButtonShape(row, LightColour::kWhite); }));
+    connect(screen_->SendCommand[at(row)], &QPushButton::clicked, this, [this, row] {
+      atHandlerEdge(platform_.dialogs(), "SendCommand_Click", [&] { SendCommand_Click(row); });
+    });
+    ButtonTimer.push_back(platform_.makeTimer([this, row] {
+      atHandlerEdge(platform_.dialogs(), "ButtonTimer_Timer",
+                    [&] { setButtonShape(row, LightColour::kWhite); });
+    }));
   }
   for (int index = 0; index < ConsoleScreen::kBarButtons; ++index) {
     connect(screen_->LoadButton[at(index)], &QPushButton::clicked, this,
@@ -65,22 +67,25 @@ StringFun::StringFun(Platform& platform, Neighbours& neighbours)
   auto* Command1 = new QPushButton("Command1", screen_);
   Command1->setObjectName("Command1");
   Command1->hide();
-  connect(Command1, &QPushButton::clicked, this, [this] { transaction_.Command1_Click(); });
+  connect(Command1, &QPushButton::clicked, this, [this] {
+    atHandlerEdge(platform_.dialogs(), "Command1_Click", [this] { transaction_.Command1_Click(); });
+  });
 }
 
 StringFun::~StringFun() = default;
 
 void StringFun::Form_Load() {
-  LoadSettings();
-  platform_.eventLoop().runPending();
-  SetupScreen();
-  platform_.eventLoop().runPending();
+  atHandlerEdge(platform_.dialogs(), "Form_Load", [this] {
+    LoadSettings();
+    platform_.eventLoop().runPending();
+    SetupScreen();
+    platform_.eventLoop().runPending();
+  });
 }
 
 void StringFun::LoadSettings() {
-  readRows(platform_.settingsStore(), [this](int row, const std::string& text) {
-    screen_->StringToSend[at(row)]->setText(QString::fromStdString(text));
-  });
+  readRows(platform_.settingsStore(),
+           [this](int row, const std::string& text) { setString(row, text); });
   transaction_.resetSequence();
 }
 
@@ -111,12 +116,23 @@ void StringFun::fitToScreen() {
   const QSize room = screen()->availableSize() - QSize(40, 60);
   QSize size = screen_->size();
   const bool fits = size.boundedTo(room) == size;
-  // At fractional scale factors a window of the very size could still seem a pixel too small.
-  const auto bars = fits ? Qt::ScrollBarAlwaysOff : Qt::ScrollBarAsNeeded;
-  scroll_area_->setHorizontalScrollBarPolicy(bars);
-  scroll_area_->setVerticalScrollBarPolicy(bars);
   if (!fits) size += QSize(1, 1) * style()->pixelMetric(QStyle::PM_ScrollBarExtent);
   resize(size.boundedTo(room));
+  showScrollBarsAsNeeded();
+}
+
+void StringFun::showScrollBarsAsNeeded() {
+  // At fractional scale factors a window of the very size could still seem a pixel too small.
+  const QSize enough = screen_->size() - QSize(1, 1);
+  const bool whole = size().expandedTo(enough) == size();
+  const auto bars = whole ? Qt::ScrollBarAlwaysOff : Qt::ScrollBarAsNeeded;
+  scroll_area_->setHorizontalScrollBarPolicy(bars);
+  scroll_area_->setVerticalScrollBarPolicy(bars);
+}
+
+void StringFun::resizeEvent(QResizeEvent* event) {
+  QWidget::resizeEvent(event);
+  showScrollBarsAsNeeded();
 }
 
 // Another font or style changes the size of the controls.
@@ -177,9 +193,9 @@ void StringFun::loadStrings() {
   });
   if (!chosen || life_.leaving()) return;
   const auto take_string = [this](int row, const std::string& text) {
-    screen_->StringToSend[at(row)]->setText(QString::fromStdString(text));
+    setString(row, text);
     screen_->ReceiveString[at(row)]->clear();
-    screen_->ReceiveString[at(row)]->setToolTip({});
+    setPlainToolTip(*screen_->ReceiveString[at(row)], {});
   };
   if (skipOnError([&] { readCommandFile(path, take_string, recorder_.table()); })) {
     // "[*]" in a title stands for a mark of unsaved changes; doubled, it stands for itself.
@@ -192,18 +208,21 @@ void StringFun::loadStrings() {
 void StringFun::closeEvent(QCloseEvent* event) {
   event->accept();
   if (life_.leaving()) return;
-  platform_.eventLoop().runPending();
+  atHandlerEdge(platform_.dialogs(), "Form_QueryUnload",
+                [this] { platform_.eventLoop().runPending(); });
   Form_Unload();
 }
 
 void StringFun::Form_Unload() {
   if (life_.leaving()) return;
   life_.leave();
-  transaction_.tmrReceiveTimeOut().setEnabled(false);
-  platform_.eventLoop().runPending();
-  saveRows();
-  transaction_.link().close();
-  platform_.eventLoop().runPending();
+  atHandlerEdge(platform_.dialogs(), "Form_Unload", [this] {
+    transaction_.tmrReceiveTimeOut().setEnabled(false);
+    platform_.eventLoop().runPending();
+    saveRows();
+    transaction_.link().close();
+    platform_.eventLoop().runPending();
+  });
   neighbours_.unloadAll();
 }
 
@@ -216,14 +235,16 @@ std::string StringFun::StringToSend(int row) {
   return screen_->StringToSend[at(row)]->text().toStdString();
 }
 
+void StringFun::setString(int row, const std::string& text) {
+  screen_->StringToSend[at(row)]->setText(QString::fromStdString(text));
+  screen_->StringToSend[at(row)]->setCursorPosition(0);
+}
+
 void StringFun::setReceiveString(int row, const std::string& text, const Exchange& exchange) {
   QLineEdit* field = screen_->ReceiveString[at(row)];
   field->setText(QString::fromStdString(text));
   field->setCursorPosition(0);
-  field->setToolTip(plainToolTip(
-      QStringLiteral("%1\nAt %2, %3 ms after sending")
-          .arg(receivedText(exchange.raw), QString::fromStdString(platform_.timeOfDay()))
-          .arg(exchange.elapsed_ms)));
+  setPlainToolTip(*field, QString::fromStdString(storyOf(exchange, platform_.timeOfDay())));
 }
 
 void StringFun::setButtonShape(int row, LightColour colour) {

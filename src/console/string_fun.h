@@ -34,7 +34,7 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   };
 
   /// Rows that exist; the settings allow at most 25 of them to be shown.
-  static constexpr int kRows = 51;
+  static constexpr int kRows = Recorder::kRows;
 
   StringFun(Platform& platform, Neighbours& neighbours);
   ~StringFun() override;
@@ -56,6 +56,7 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
 
  protected:
   void closeEvent(QCloseEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
   bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
@@ -65,6 +66,8 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   void saveStrings();
   void loadStrings();
   void fitToScreen();
+  void showScrollBarsAsNeeded();
+  void setString(int row, const std::string& text);
 
   std::string StringToSend(int row) override;
   void setReceiveString(int row, const std::string& text, const Exchange& exchange) override;

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/runtime_error.h"
+#include "platform/handler_edge.h"
 #include "platform/text.h"
 
 namespace mvdirigo {
@@ -21,30 +21,45 @@ void appendBounded(std::string& buffer, char ch) {
 }
 
 SerialLink::SerialLink(Platform& platform, LiveSettingsSource settings, Listener& listener)
-    : settings_(std::move(settings)),
+    : platform_(platform),
+      settings_(std::move(settings)),
       listener_(listener),
-      port_(platform.makeSerialPort([this] { MSComm1_OnComm(); })) {}
+      port_(platform.makeSerialPort([this] {
+        atHandlerEdge(platform_.dialogs(), "MSComm1_OnComm", [this] { MSComm1_OnComm(); });
+      })) {}
 
 void SerialLink::openOnDemand() {
-  if (port_->PortOpen()) return;
-  LiveSettings& settings = settings_();
-  skipOnError([&] {
-    port_->setRThreshold(1);
-    port_->setInputLen(1);
-    // A setting that is refused leaves the port closed: a command is not to reach another unit.
-    port_->setCommPort(textToInt16(settings.CommPortSetting()));
-    port_->setSettings(settings.BaudRate());
-    port_->setPortOpen(true);
-  });
+  obstacle_.clear();
+  if (!port_->PortOpen()) tryToOpen();
+}
+
+// A setting that is refused leaves the port closed: a command is not to reach another unit.
+void SerialLink::tryToOpen() {
+  const std::string port = settings_().CommPortSetting();
+  const std::string rate = settings_().BaudRate();
+  const auto quoted = [](const std::string& utf8) {
+    return '"' + shortVisibleText(latin1FromUtf8(utf8)) + '"';
+  };
+  port_->setRThreshold(1);
+  port_->setInputLen(1);
+  if (!skipOnError([&] { port_->setCommPort(textToInt16(port)); })) {
+    obstacle_ = quoted(port) + " is no port number from 1 to 16.";
+  } else if (!skipOnError([&] { port_->setSettings(rate); })) {
+    obstacle_ = rate.empty() ? "No baud rate is chosen." : quoted(rate) + " is no baud rate.";
+  } else if (!skipOnError([&] { port_->setPortOpen(true); })) {
+    obstacle_ = platform_.portDetails(port_->CommPort()).obstacle;
+    if (obstacle_.empty()) obstacle_ = "The port can't be opened.";
+  }
 }
 
 void SerialLink::reset() {
   // Whoever closed the port meanwhile did so for new settings or for another owner of the line.
   if (!port_->PortOpen()) return;
   skipOnError([&] { port_->Input(); });
-  skipOnError([&] { port_->setPortOpen(false); });
-  skipOnError([&] { port_->setPortOpen(true); });
+  skipOnError([&] { port_->reopen(); });
 }
+
+bool SerialLink::receiving() const { return !raw_reply_.empty() || port_->InBufferCount() > 0; }
 
 void SerialLink::close() {
   if (port_->PortOpen()) port_->setPortOpen(false);
@@ -67,7 +82,7 @@ void SerialLink::MSComm1_OnComm() {
     } else if (settings_().OEMProtocol()) {
       receiveOem(ch);
     }
-  } catch (const RuntimeError&) {
+  } catch (const std::exception&) {
     listener_.communicationsFailed();
   }
 }
@@ -105,7 +120,9 @@ void SerialLink::receiveOem(char ch) {
       if (code == rxChecksum) listener_.DecodeResponse();
       break;
   }
-  // A frame that starts inside another, whose end was lost; what was gathered is kept.
+  // A frame that starts inside another, whose end was lost; what was gathered is kept. A checksum
+  // that is 02 counts as such a start, too, even where it matches: after that reply the parser
+  // waits for the host address, and so takes the next frame's STX for a character before it.
   if (ch == kStx) {
     rxState = kHostAddress;
     rxChecksum = kStx;

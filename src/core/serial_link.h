@@ -31,11 +31,15 @@ class SerialLink {
   SerialLink(Platform& platform, LiveSettingsSource settings, Listener& listener);
 
   /// Opens the port with the live settings unless it is open. Never reports: a port that stays
-  /// closed shows as a missing reply.
+  /// closed shows as a missing reply, and `obstacle` tells why.
   void openOnDemand();
+  /// Why the last `openOnDemand` left the port closed (UTF-8); empty when it did not.
+  const std::string& obstacle() const { return obstacle_; }
   /// Empties the receive buffer of an open port, closes it and opens it again; failing steps are
   /// skipped.
   void reset();
+  /// Whether characters have come in since `takeRawReply`, read or not.
+  bool receiving() const;
   /// Closes the port if it is open.
   void close();
   /// Writes `bytes` to the port; a write to a closed or vanished port is ignored.
@@ -50,14 +54,17 @@ class SerialLink {
   std::string takeRawReply();
 
  private:
+  void tryToOpen();
   void MSComm1_OnComm();
   void receiveDt(char ch);
   void receiveOem(char ch);
 
+  Platform& platform_;
   LiveSettingsSource settings_;
   Listener& listener_;
   std::unique_ptr<SerialPort> port_;
   std::string raw_reply_;
+  std::string obstacle_;
 
   enum RxState : std::uint8_t { kHunting, kHostAddress, kBody, kChecksum };
   RxState rxState = kHunting;

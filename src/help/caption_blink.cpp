@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "platform/handler_edge.h"
+
 namespace mvdirigo {
 namespace {
 
@@ -12,8 +14,9 @@ constexpr int kShortMs = 500;
 
 CaptionBlink::CaptionBlink(Platform& platform,
                            std::function<void(const std::string& caption)> set_caption)
-    : set_caption_(std::move(set_caption)),
-      Timer1_(platform.makeTimer([this] { Timer1_Timer(); })) {}
+    : set_caption_(std::move(set_caption)), Timer1_(platform.makeTimer([this, &platform] {
+        atHandlerEdge(platform.dialogs(), "Timer1_Timer", [this] { Timer1_Timer(); });
+      })) {}
 
 void CaptionBlink::start() {
   showLong();

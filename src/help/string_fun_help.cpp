@@ -6,6 +6,7 @@
 #include <QVBoxLayout>
 
 #include "help/help_texts.h"
+#include "platform/handler_edge.h"
 
 namespace mvdirigo {
 namespace {
@@ -32,7 +33,8 @@ StringFunHelp::StringFunHelp(Platform& platform, QWidget* owner)
             [this, index] { LoadButton_Click(index); });
   }
   for (QPushButton* button : screen_->SendCommand) {
-    connect(button, &QPushButton::clicked, this, [this] { explainRowControl(kHelpOnSendCommand); });
+    connect(button, &QPushButton::clicked, this,
+            [this] { explainRowControl("SendCommand_Click", kHelpOnSendCommand); });
   }
   for (const auto* fields : {&screen_->StringToSend, &screen_->ReceiveString}) {
     for (QLineEdit* field : *fields) {
@@ -64,15 +66,19 @@ void StringFunHelp::closeEvent(QCloseEvent*) {
 }
 
 void StringFunHelp::LoadButton_Click(int Index) {
-  const std::string text = helpOnLoadButton(Index);
-  if (text.empty()) return;
-  blink_.stop();
-  platform_.dialogs().messageBox(text);
+  atHandlerEdge(platform_.dialogs(), "LoadButton_Click", [&] {
+    const std::string text = helpOnLoadButton(Index);
+    if (text.empty()) return;
+    blink_.stop();
+    platform_.dialogs().messageBox(text);
+  });
 }
 
-void StringFunHelp::explainRowControl(const std::string& text) {
-  platform_.dialogs().messageBox(text);
-  if (!life_.leaving()) blink_.stop();
+void StringFunHelp::explainRowControl(const std::string& procedure, const std::string& text) {
+  atHandlerEdge(platform_.dialogs(), procedure, [&] {
+    platform_.dialogs().messageBox(text);
+    if (!life_.leaving()) blink_.stop();
+  });
 }
 
 bool StringFunHelp::eventFilter(QObject* watched, QEvent* event) {
@@ -80,7 +86,8 @@ bool StringFunHelp::eventFilter(QObject* watched, QEvent* event) {
       static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
     const auto& strings = screen_->StringToSend;
     const bool string = std::find(strings.begin(), strings.end(), watched) != strings.end();
-    explainRowControl(string ? kHelpOnStringToSend : kHelpOnReceiveString);
+    string ? explainRowControl("StringToSend_Click", kHelpOnStringToSend)
+           : explainRowControl("ReceiveString_Click", kHelpOnReceiveString);
     return true;
   }
   return QWidget::eventFilter(watched, event);

@@ -25,7 +25,7 @@ class StringFunHelp : public QWidget {
  private:
   void SetupHelpScreen();
   void LoadButton_Click(int Index);
-  void explainRowControl(const std::string& text);
+  void explainRowControl(const std::string& procedure, const std::string& text);
 
   Platform& platform_;
   WindowLife life_;

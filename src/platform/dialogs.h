@@ -21,7 +21,7 @@ struct FileRequest {
   std::string title;
   /// Files offered, as "Description (*.ext)|*.ext"; empty for all files.
   std::string filter;
-  /// Added without a dot to a name that has no extension; empty for none.
+  /// Without a dot. Added to a typed name that has no extension and names no file; empty for none.
   std::string default_extension;
   bool file_must_exist = false;
   bool ask_before_overwriting = false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <new>
 #include <string>
 
@@ -19,6 +20,9 @@ bool atHandlerEdge(Dialogs& dialogs, const std::string& procedure, Body&& body) 
     dialogs.messageBox(errorReport(procedure, error));
   } catch (const std::bad_alloc&) {
     dialogs.messageBox(errorReport(procedure, RuntimeError(Fault::kOutOfMemory)));
+  } catch (const std::exception& error) {
+    // A fault of this program's own libraries has no number among the run-time faults.
+    dialogs.messageBox(procedure + "() Error #: 0 :: " + error.what());
   }
   return false;
 }

@@ -82,6 +82,11 @@ std::string shortVisibleText(std::string_view latin1) {
   return visibleControls(latin1.substr(0, kShown)) + (latin1.size() > kShown ? "\u2026" : "");
 }
 
+std::string shownReply(std::string_view latin1) {
+  constexpr std::size_t kShown = 4000;
+  return utf8FromLatin1(latin1.substr(0, kShown)) + (latin1.size() > kShown ? "\u2026" : "");
+}
+
 std::string_view trimBlanks(std::string_view text) {
   const auto first = text.find_first_not_of(' ');
   if (first == std::string_view::npos) return {};

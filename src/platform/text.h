@@ -17,6 +17,10 @@ std::string visibleControls(std::string_view latin1);
 /// The same for a box, a status line or a tip: of a longer text the first 300 characters and "…".
 std::string shortVisibleText(std::string_view latin1);
 
+/// Data of a reply (Latin-1) as a field shows them: of more than 4,000 characters the first 4,000
+/// and "…".
+std::string shownReply(std::string_view latin1);
+
 /// `text` without the blanks (code 32) at both ends.
 std::string_view trimBlanks(std::string_view text);
 

@@ -31,12 +31,17 @@ std::string substituteRandom(const std::string& command, const std::function<dou
   return result + command.substr(rest);
 }
 
+std::string unitAddressOf(std::string_view command) {
+  return std::string(from(command, 1).substr(0, 1));
+}
+
 void OemFraming::reset() {
   lastRow = kNoRow;
   seqNumber = kFirstSequence;
 }
 
-std::string OemFraming::frame(std::string_view command, int currentRow) {
+std::string OemFraming::frame(std::string_view unitAddress, std::string_view command,
+                              int currentRow) {
   std::uint8_t repeatFlag = kRepeatBit;
   if (currentRow != lastRow) {
     repeatFlag = 0;
@@ -46,7 +51,7 @@ std::string OemFraming::frame(std::string_view command, int currentRow) {
   lastRow = currentRow;
 
   std::string frame{kStx};
-  frame += from(command, 1).substr(0, 1);
+  frame += unitAddress;
   frame += static_cast<char>(seqNumber + repeatFlag);
   frame += from(command, 2);
   frame += kEtx;

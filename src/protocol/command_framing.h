@@ -12,16 +12,20 @@ namespace mvdirigo {
 /// `random` gives uniform numbers in [0, 1).
 std::string substituteRandom(const std::string& command, const std::function<double()>& random);
 
+/// The unit address of `command`: its second character; empty when it has none.
+std::string unitAddressOf(std::string_view command);
+
 /// Frames of the OEM protocol: STX, unit address, sequence character, body, ETX, checksum.
 class OemFraming {
  public:
   /// Puts the sequence back to what it is at start.
   void reset();
 
-  /// The whole frame of `command` ("/", unit address, body), sent from `currentRow`. A row that
-  /// sends twice in succession keeps its sequence number and sets the repeat bit; another row takes
-  /// the next number.
-  std::string frame(std::string_view command, int currentRow);
+  /// The whole frame of `command` ("/", unit address, body) to `unitAddress`, sent from
+  /// `currentRow`. The command's own address is not looked at: a random number may stand in its
+  /// place. A row that sends twice in succession keeps its sequence number and sets the repeat bit;
+  /// another row takes the next number.
+  std::string frame(std::string_view unitAddress, std::string_view command, int currentRow);
 
  private:
   static constexpr int kNoRow = 100;

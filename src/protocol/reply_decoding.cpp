@@ -13,7 +13,8 @@ std::optional<char> characterAt(std::string_view reply, std::size_t position) {
 std::string dataFrom(std::string_view reply, std::size_t first) {
   if (reply.size() <= first) return {};
   std::string data(reply.substr(first - 1, reply.size() - first));
-  std::erase(data, '\r');
+  // Mostly there is none, and looking for one is much cheaper than taking them out.
+  if (data.find('\r') != std::string::npos) std::erase(data, '\r');
   return data;
 }
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/runtime_error.h"
+#include "platform/handler_edge.h"
 #include "platform/text.h"
 #include "protocol/reply_decoding.h"
 
@@ -24,7 +24,10 @@ Transaction::Transaction(Platform& platform, LiveSettingsSource settings, Rows& 
       settings_(settings),
       rows_(rows),
       link_(platform, std::move(settings), *this),
-      tmrReceiveTimeOut_(platform.makeTimer([this] { tmrReceiveTimeOut_Timer(); })) {
+      tmrReceiveTimeOut_(platform.makeTimer([this] {
+        atHandlerEdge(platform_.dialogs(), "tmrReceiveTimeOut_Timer",
+                      [this] { tmrReceiveTimeOut_Timer(); });
+      })) {
   tmrReceiveTimeOut_->setInterval(kInitialTimeOutMs);
 }
 
@@ -55,6 +58,7 @@ void Transaction::Command1_Click() {
 
 void Transaction::subSendToMV(const std::string& strCommand) {
   if (!trimBlanks(strCommand).empty()) commandString = strCommand;
+  const std::string unitAddress = unitAddressOf(commandString);
   tmrReceiveTimeOut_->setEnabled(true);
   link_.openOnDemand();
   commandString = substituteRandom(commandString, [this] { return platform_.random(); });
@@ -64,19 +68,18 @@ void Transaction::subSendToMV(const std::string& strCommand) {
   LiveSettings& settings = settings_();
   if (settings.DTProtocol()) link_.transmit(commandString + '\r');
   if (!settings.OEMProtocol()) return;
-  link_.transmit(framing_.frame(commandString, currentRow));
+  link_.transmit(framing_.frame(unitAddress, commandString, currentRow));
 }
 
 void Transaction::DecodeResponse() {
   tmrReceiveTimeOut_->setEnabled(false);
   LiveSettings& settings = settings_();
-  const DecodedReply reply =
-      settings.DTProtocol() ? decodeDt(link_.rxBuffer) : decodeOem(link_.rxBuffer);
+  DecodedReply reply = settings.DTProtocol() ? decodeDt(link_.rxBuffer) : decodeOem(link_.rxBuffer);
   if (reply.status) status_code_ = statusCode(*reply.status);
   const char* status_text = ErrorTable[static_cast<std::size_t>(status_code_)];
-  rows_.setReceiveString(currentRow, utf8FromLatin1(reply.data) + status_text, exchangeUntilNow());
-  link_.rxBuffer = reply.data;
-  settings.setResponseString(reply.data);
+  rows_.setReceiveString(currentRow, shownReply(reply.data) + status_text, exchangeUntilNow());
+  link_.rxBuffer = std::move(reply.data);
+  settings.setResponseString(link_.rxBuffer);
   settings.stopScanTimer();
   const bool ready = reply.status && (*reply.status & kStatusReadyBit) != 0;
   rows_.setButtonShape(currentRow, ready ? kReadyColour : kBusyColour);
@@ -89,18 +92,20 @@ void Transaction::communicationsFailed() {
 
 void Transaction::tmrReceiveTimeOut_Timer() {
   const bool searching = settings_().searching();
+  // In a search the tick may meet any query, also one that is just being answered.
+  const bool cuts_an_answer_off = searching && link_.receiving();
   rows_.setReceiveString(currentRow,
                          searching ? "Auto Scan in Progress. Searching for Devices on serial bus. "
                                    : "No Movane detected. Check connections",
                          exchangeUntilNow());
   rows_.setButtonShape(currentRow, searching ? LightColour::kYellow : LightColour::kRed);
   tmrReceiveTimeOut_->setEnabled(false);
-  link_.reset();
+  if (!cuts_an_answer_off) link_.reset();
   rows_.enableSendCommands(true);
 }
 
 Exchange Transaction::exchangeUntilNow() {
-  return {link_.takeRawReply(), platform_.eventLoop().nowMs() - sent_at_ms_};
+  return {link_.takeRawReply(), link_.obstacle(), platform_.eventLoop().nowMs() - sent_at_ms_};
 }
 
 }  // namespace mvdirigo

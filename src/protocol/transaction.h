@@ -23,6 +23,8 @@ enum class LightColour : std::uint32_t {
 struct Exchange {
   /// What was received for it, frame characters included (Latin-1).
   std::string raw;
+  /// Why nothing was sent (UTF-8); empty when the port was open.
+  std::string obstacle;
   /// From the transmission until now, in ms.
   std::int64_t elapsed_ms = 0;
 };

@@ -13,6 +13,7 @@
 #include <QRadioButton>
 
 #include "console/button_bar.h"
+#include "console/tool_tip.h"
 #include "core/stored_settings.h"
 #include "platform/handler_edge.h"
 #include "platform/text.h"
@@ -28,13 +29,32 @@ constexpr const char* kBaudRates[] = {"9600", "19200", "38400", "57600", "115200
 QString text(const std::string& utf8) { return QString::fromStdString(utf8); }
 
 /// Labels `field` in `form` so that assistive tools and the label's own click find the field.
-void addField(QFormLayout* form, const char* label, QWidget* field, const char* name) {
+void addField(QFormLayout* form, const char* label, QWidget* field, const char* name,
+              const char* label_name = "") {
   field->setObjectName(name);
   field->setAccessibleName(label);
   auto* buddy = new QLabel(label);
+  buddy->setObjectName(label_name);
   buddy->setBuddy(field);
   form->addRow(buddy, field);
 }
+
+/// A row of the port list. Its tool tip is made when it is asked for, because the console opens and
+/// closes its port while the list is shown.
+class PortRow : public QListWidgetItem {
+ public:
+  PortRow(const QString& row_text, std::function<QString()> tool_tip)
+      : QListWidgetItem(row_text), tool_tip_(std::move(tool_tip)) {}
+
+  QVariant data(int role) const override {
+    if (role == Qt::ToolTipRole) return plainToolTip(tool_tip_());
+    if (role == Qt::AccessibleDescriptionRole) return tool_tip_();
+    return QListWidgetItem::data(role);
+  }
+
+ private:
+  std::function<QString()> tool_tip_;
+};
 
 /// Makes a list exactly as high as its rows and as wide as the widest.
 void fitToRows(QListWidget* list) {
@@ -54,6 +74,8 @@ Settings::Settings(Platform& platform, StringFun& console, std::function<void()>
       search_(platform, *this) {
   setObjectName("Settings");
   setWindowTitle("Communications");
+  // It stands beside the console, which mostly is the active window.
+  setAttribute(Qt::WA_AlwaysShowToolTips);
 
   auto* cmdUpdate = new QPushButton("Update Firmware");
   cmdUpdate->setObjectName("cmdUpdate");
@@ -99,7 +121,7 @@ QGroupBox* Settings::makeLineGroup() {
   auto* group = new QGroupBox("Serial line");
   auto* form = new QFormLayout(group);
   addField(form, "Comm Port", CommPortSetting_, "CommPortSetting");
-  addField(form, "Baud Rate", lstBaudRate, "lstBaudRate");
+  addField(form, "Baud Rate", lstBaudRate, "lstBaudRate", "Baud");
   form->addRow(DTProtocol_);
   form->addRow(OEMProtocol_);
   addField(form, "Flow Control", FlowControl, "FlowControl");
@@ -113,7 +135,7 @@ QGroupBox* Settings::makeConsoleGroup() {
   auto* group = new QGroupBox("Console");
   auto* form = new QFormLayout(group);
   addField(form, "Max Strings", MaxStrings_, "MaxStrings");
-  addField(form, "RCV TImeout", RCVTimeout_, "RCVTimeout");
+  addField(form, "RCV TImeout", RCVTimeout_, "RCVTimeout", "ReceiveTimeout");
   connect(MaxStrings_, &QLineEdit::textChanged, this, [this] { MaxStrings_Change(); });
   return group;
 }
@@ -127,10 +149,11 @@ QGroupBox* Settings::makeSearchGroup() {
   }
   fitToRows(lstPorts);
   lstPorts->viewport()->installEventFilter(this);
-  auto* cmdRescanPorts = new QPushButton("Re-Scan Ports");
+  cmdRescanPorts = new QPushButton("Re-Scan Ports");
   cmdRescanPorts->setObjectName("cmdRescanPorts");
   AutoSetup = new QPushButton("Auto Set Comm");
   AutoSetup->setObjectName("AutoSetup");
+  for (QPushButton* button : {cmdRescanPorts, AutoSetup}) button->installEventFilter(this);
   ResponseString = new QLineEdit;
   ResponseString->setReadOnly(true);
 
@@ -205,19 +228,24 @@ void Settings::ScanPorts() {
   lstPorts->clear();
   for (int port = SerialPort::kLowestPort; port <= SerialPort::kHighestPort; ++port) {
     const bool available = PortAvailable(console_.MSComm1(), port);
-    auto* row = new QListWidgetItem(text(portRowText(port, available)), lstPorts);
-    row->setToolTip(portToolTip(port, available));
+    lstPorts->addItem(new PortRow(text(portRowText(port, available)), [this, port, available] {
+      return portToolTip(port, available);
+    }));
   }
+}
+
+QString Settings::scanObstacle() {
+  if (search_.searching() || !console_.MSComm1().PortOpen()) return {};
+  return "Finds nothing while the console holds a port open. Press Settings on the console first: "
+         "that closes it.";
 }
 
 QString Settings::portToolTip(int port, bool available) {
   const PortDetails details = platform_.portDetails(port);
   QStringList lines{text(details.device)};
   if (!details.hardware.empty()) lines << text(details.hardware);
-  if (!available && console_.MSComm1().PortOpen()) {
-    lines << "The console holds a port open; close it to scan.";
-  } else if (!available) {
-    lines << text(details.obstacle);
+  if (!available) {
+    lines << (scanObstacle().isEmpty() ? text(details.obstacle) : scanObstacle());
   }
   lines.removeAll(QString());
   return lines.join('\n');
@@ -228,6 +256,7 @@ void Settings::cmdOK_Click() {
     if (MaxStrings_->text().isEmpty()) MaxStrings_->setText(kStringsWhenEmpty);
     SaveAppSettings();
     search_.requestStop();
+    platform_.forgetPortLinks();
     console_.SetupScreen();
     hide();
   });
@@ -244,7 +273,10 @@ void Settings::cmdUpdate_Click() {
 }
 
 void Settings::cmdRescanPorts_Click() {
-  atHandlerEdge(platform_.dialogs(), "cmdRescanPorts_Click", [this] { ScanPorts(); });
+  atHandlerEdge(platform_.dialogs(), "cmdRescanPorts_Click", [this] {
+    platform_.forgetPortLinks();
+    ScanPorts();
+  });
 }
 
 void Settings::MaxStrings_Change() {
@@ -257,7 +289,11 @@ void Settings::MaxStrings_Change() {
 }
 
 bool Settings::eventFilter(QObject* watched, QEvent* event) {
-  if (watched != lstPorts->viewport()) return QDialog::eventFilter(watched, event);
+  if (watched != lstPorts->viewport()) {
+    const bool describes = event->type() == QEvent::ToolTip || event->type() == QEvent::FocusIn;
+    if (describes) setPlainToolTip(*static_cast<QWidget*>(watched), scanObstacle());
+    return QDialog::eventFilter(watched, event);
+  }
   switch (event->type()) {
     case QEvent::MouseButtonPress:
     case QEvent::MouseButtonDblClick: {
@@ -291,19 +327,16 @@ void Settings::changeEvent(QEvent* event) {
   }
 }
 
-void Settings::showEvent(QShowEvent* event) {
-  kept_ = choices();
-  QDialog::showEvent(event);
-}
-
 // Escape and the window's own close button: a running search stops as its button would stop it,
-// otherwise what was changed since the dialog was shown is taken back. The dialog stays loaded.
+// otherwise what was not stored is taken back, and the port that was tried must not get the next
+// command. The dialog stays loaded.
 void Settings::reject() {
   if (search_.searching()) {
     search_.AutoSetup_Click();
   } else {
     restore(kept_);
   }
+  closeConsolePort();
   hide();
 }
 
@@ -338,7 +371,7 @@ std::string Settings::MaxStrings() { return MaxStrings_->text().toStdString(); }
 std::string Settings::RCVTimeout() { return RCVTimeout_->text().toStdString(); }
 
 void Settings::setResponseString(const std::string& latin1) {
-  ResponseString->setText(text(utf8FromLatin1(latin1)));
+  ResponseString->setText(text(shownReply(latin1)));
 }
 
 bool Settings::portAvailable(int port) { return PortAvailable(console_.MSComm1(), port); }

@@ -47,7 +47,6 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
 
  protected:
   void changeEvent(QEvent* event) override;
-  void showEvent(QShowEvent* event) override;
   void reject() override;
   bool eventFilter(QObject* watched, QEvent* event) override;
 
@@ -63,6 +62,8 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   QGroupBox* makeConsoleGroup();
   QGroupBox* makeSearchGroup();
   void ScanPorts();
+  /// What stands in the way of a scan or a search now; empty when nothing does.
+  QString scanObstacle();
   QString portToolTip(int port, bool available);
   void selectStoredBaudRate();
   /// -1 when none is selected.
@@ -99,11 +100,12 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   QRadioButton* OEMProtocol_ = nullptr;
   QRadioButton* DTProtocol_ = nullptr;
   QListWidget* lstPorts = nullptr;
+  QPushButton* cmdRescanPorts = nullptr;
   QPushButton* AutoSetup = nullptr;
   QLineEdit* ResponseString = nullptr;
 
   std::string FirstTimeStartup;
-  /// The choices as they were last loaded, saved, or shown.
+  /// The choices as they were last loaded or saved.
   Choices kept_;
 };
 

@@ -35,12 +35,17 @@ std::string pieceAt(const std::string& image, std::size_t position) {
   return piece;
 }
 
-/// A unit's answer as it stands, but without the line ends around it.
+/// A unit's answer for people, without the line ends around it.
 std::string shownAnswer(std::string_view reply) {
   constexpr std::string_view kLineEnds = "\r\n";
   const auto first = std::min(reply.find_first_not_of(kLineEnds), reply.size());
   reply.remove_prefix(first);
-  return utf8FromLatin1(reply.substr(0, reply.find_last_not_of(kLineEnds) + 1));
+  return shortVisibleText(reply.substr(0, reply.find_last_not_of(kLineEnds) + 1));
+}
+
+char addressCharacter(int unit) {
+  // Unit 15 is not "?", which is the prompt of the update mode.
+  return "123456789:;<=>@"[unit - 1];
 }
 
 }  // namespace
@@ -67,6 +72,7 @@ void FirmwareUpdate::cmdLoadImage_Click() {
     if (name.empty() || life_.leaving()) return;
     chosen_file_ = name;
     window_.setStatus("Status: Loaded " + name);
+    window_.showEndOfStatus();
     window_.enableUpdate(true);
   });
 }
@@ -76,17 +82,18 @@ void FirmwareUpdate::cmdUpdate_Click() {
   running_ = true;
   try {
     atHandlerEdge(dialogs_, "cmdUpdate_Click", [this] { update(); });
-    link_.throwIfLeaving();
-    window_.enablePause(false);
-    window_.enableUpdate(true);
-  } catch (const FlashLink::WindowGone&) {
+  } catch (const FlashLink::Over&) {
   }
   running_ = false;
+  if (life_.leaving()) return;
+  window_.enablePause(false);
+  window_.enableUpdate(true);
 }
 
 void FirmwareUpdate::update() {
   window_.enableUpdate(false);
   file_ = chosen_file_;
+  link_.startAnew();
   if (window_.verbose()) window_.enlarge();
   link_.yield();
   if (!confirm()) return;
@@ -107,9 +114,14 @@ bool FirmwareUpdate::confirm() {
       "- Terminate connections for high baud rates.\r\n\r\n"
       "- DO NOT POWER OFF DEVICE until update is complete.",
       box::kYesNo + box::kInformation);
-  if (answer == BoxButton::kYes) return true;
-  window_.setStatus("Status: None");
-  return false;
+  if (answer != BoxButton::kYes) {
+    window_.setStatus("Status: None");
+    return false;
+  }
+  confirmed_before_ = true;
+  address_ = addressCharacter(window_.unitNumber());
+  baud_ = window_.baudText();
+  return true;
 }
 
 void FirmwareUpdate::wake() {
@@ -123,7 +135,7 @@ bool FirmwareUpdate::terminateCommands() {
   if (link_.waitFor(link_.reply.ReplyDone, kAnswerTimeoutMs)) return true;
   showBox(std::string("No response from Terminate command. Verify unit is powered up, connected "
                       "and the address switch is set to ") +
-          addressCharacter() + ".");
+          address_ + ".");
   return false;
 }
 
@@ -138,12 +150,13 @@ void FirmwareUpdate::negotiateBaudRate() {
   if ((rest + unread).find('?') == std::string::npos) {
     window_.setStatus("Status: Negotiating baud rate...");
     window_.setProgress(5);
-    link_.sendFlashtoMV(command("b" + window_.baudText() + "R"));
+    link_.sendFlashtoMV(command("b" + baud_ + "R"));
     link_.WaitOutputDrained();
   } else {
     window_.selectFirstBaud();
+    baud_ = window_.baudText();
   }
-  link_.reopen(window_.baudText() + ",N,8,1");
+  link_.reopen(baud_ + ",N,8,1");
   link_.pause(kSettlePauseMs);
   link_.discardInput();
 }
@@ -184,7 +197,7 @@ FirmwareUpdate::Validation FirmwareUpdate::validUpdateFile(ZrfHeader& header) {
     window_.setStatus("Status: Validating ZRF file...");
     checked_header_ = headerText(readStartOfFile(file_, kHeaderLength));
     recogniseHeader(checked_header_, header, dialogs_);
-    link_.throwIfLeaving();
+    link_.throwIfOver();
     return validateAgainstUnit(header);
   } catch (const RuntimeError& error) {
     showBox(errorReport("validUpdateFile", error), box::kInformation);
@@ -320,20 +333,15 @@ void FirmwareUpdate::ShowSpinner(int number) {
 
 BoxButton FirmwareUpdate::showBox(const std::string& text, int style) {
   const BoxButton button = dialogs_.messageBox(text, style);
-  link_.throwIfLeaving();
+  link_.throwIfOver();
   return button;
 }
 
-std::string FirmwareUpdate::command(const std::string& text) {
-  std::string command{'/', addressCharacter()};
+std::string FirmwareUpdate::command(const std::string& text) const {
+  std::string command{'/', address_};
   command += text;
   command += '\r';
   return command;
-}
-
-char FirmwareUpdate::addressCharacter() {
-  // Unit 15 is not "?", which is the prompt of the update mode.
-  return "123456789:;<=>@"[window_.unitNumber() - 1];
 }
 
 }  // namespace mvdirigo

@@ -20,6 +20,9 @@ class FirmwareUpdate {
     virtual void enlarge() = 0;
     virtual void enablePause(bool enabled) = 0;
 
+    /// Lets the last of the status text be seen when there is no room for all of it.
+    virtual void showEndOfStatus() = 0;
+
     /// 1 to 15.
     virtual int unitNumber() = 0;
     /// The selected baud rate, for example "57600".
@@ -40,6 +43,8 @@ class FirmwareUpdate {
   /// button some seconds before the transfer that it stopped has ended.
   void cmdUpdate_Click();
   bool running() const { return running_; }
+  /// Whether an update was ever confirmed; some of what it found out stays for the next one.
+  bool confirmedBefore() const { return confirmed_before_; }
 
  private:
   enum class Validation {
@@ -73,18 +78,20 @@ class FirmwareUpdate {
 
   /// Shows a box; a window that went away under it ends the update.
   BoxButton showBox(const std::string& text, int style = box::kOkOnly);
-  /// "/", the selected unit's address, `text`, and a carriage return.
-  std::string command(const std::string& text);
-  char addressCharacter();
+  /// "/", the unit's address, `text`, and a carriage return.
+  std::string command(const std::string& text) const;
 
   Dialogs& dialogs_;
   Window& window_;
   const WindowLife& life_;
   FlashLink link_;
   bool running_ = false;
+  bool confirmed_before_ = false;
   std::string chosen_file_;
-  /// The file of the update that runs, whatever is chosen meanwhile.
+  /// File, unit and rate of the update that runs, whatever is chosen meanwhile.
   std::string file_;
+  char address_ = '1';
+  std::string baud_;
   /// What the last validation read at the start of the file.
   std::string checked_header_;
 };

@@ -51,21 +51,41 @@ void FlashLink::close() {
 void FlashLink::reopen(const std::string& settings) {
   close();
   MSCommFlash_->setSettings(settings);
+  open();
+}
+
+void FlashLink::open() {
+  // A playback of the console may have opened its port meanwhile.
+  window_.closeConsolePort();
   MSCommFlash_->setPortOpen(true);
+}
+
+template <class Action>
+auto FlashLink::use(Action action) {
+  try {
+    return action(*MSCommFlash_);
+  } catch (const RuntimeError&) {
+    lost_ = true;
+    // Else the receive time-out of a piece could tick in the next update.
+    tmrMSCommFlash_->setEnabled(false);
+    close();
+    throw;
+  }
 }
 
 void FlashLink::yield() {
   event_loop_.runPending();
-  throwIfLeaving();
+  throwIfOver();
 }
 
-void FlashLink::throwIfLeaving() const {
-  if (life_.leaving()) throw WindowGone{};
+void FlashLink::throwIfOver() const {
+  if (lost_ || life_.leaving()) throw Over{};
 }
 
 void FlashLink::waitUntil(const std::function<bool()>& done) {
-  if (event_loop_.waitUntil(done, life_) == WaitResult::kWindowGone) throw WindowGone{};
-  throwIfLeaving();
+  const auto over = [&] { return lost_ || done(); };
+  if (event_loop_.waitUntil(over, life_) == WaitResult::kWindowGone) throw Over{};
+  throwIfOver();
 }
 
 void FlashLink::print(const std::string& bytes) {
@@ -77,11 +97,11 @@ void FlashLink::sendFlashtoMV(const std::string& text) {
     window_.printTraffic(text);
     yield();
   }
-  if (!MSCommFlash_->PortOpen()) MSCommFlash_->setPortOpen(true);
+  if (!MSCommFlash_->PortOpen()) open();
   reply.clear();
   yield();
   if (sending_piece_) reply.ReplyDone = false;
-  MSCommFlash_->Output(text);
+  use([&](SerialPort& port) { port.Output(text); });
   // What follows a piece is the wait for its acknowledgement, which lets events run as well. A turn
   // of the event loop more would hold up every piece.
   if (!sending_piece_) yield();
@@ -107,13 +127,17 @@ std::string FlashLink::getRXBuffer(int count) {
   std::string text;
   atHandlerEdge(dialogs_, "getRXBuffer", [&] {
     waitUntil([&] { return MSCommFlash_->InBufferCount() >= count; });
-    text = trimBlanks(MSCommFlash_->Input());
+    text = trimBlanks(read());
   });
-  throwIfLeaving();
+  throwIfOver();
   return text;
 }
 
-void FlashLink::discardInput() { MSCommFlash_->Input(); }
+std::string FlashLink::read() {
+  return use([](SerialPort& port) { return port.Input(); });
+}
+
+void FlashLink::discardInput() { read(); }
 
 bool FlashLink::waitFor(const bool& flag, int timeout_ms) {
   DoLoopTimer_->setEnabled(false);
@@ -136,7 +160,7 @@ bool FlashLink::waitForAcknowledgement(int timeout_ms) {
 
 void FlashLink::MSCommFlash_OnComm() {
   atHandlerEdge(dialogs_, "MSComm_OnComm", [this] {
-    const std::string character = MSCommFlash_->Input();
+    const std::string character = read();
     if (character == "\r") {
       const bool too_early = sending_piece_ && MSCommFlash_->OutBufferCount() > 0;
       if (!too_early) reply.ReplyDone = true;
@@ -153,17 +177,18 @@ void FlashLink::MSCommFlash_OnComm() {
 void FlashLink::tmrMSCommFlash_Timer() {
   try {
     tmrMSCommFlash_->setEnabled(false);
-    throwIfLeaving();
+    throwIfOver();
     window_.setSpinner(" ");
     window_.setStatus("Status: Timeout. No Movane detected.");
     yield();
     window_.enableUpdate(true);
     window_.setProgress(0);
-    // The status line tells it already, and the transfer must end even on a port that is gone.
-    skipOnError([this] { discardInput(); });
-    skipOnError([this] { reopen(MSCommFlash_->Settings()); });
     AbortTransfer = true;
-  } catch (const WindowGone&) {
+    skipOnError([this] { MSCommFlash_->Input(); });
+    const bool reopened = skipOnError([this] { MSCommFlash_->reopen(); });
+    // On a closed port no acknowledgement comes any more.
+    if (!reopened) DoLoopTimer_->setEnabled(false);
+  } catch (const Over&) {
   }
 }
 

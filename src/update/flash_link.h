@@ -31,11 +31,13 @@ class FlashLink {
     virtual int progress() = 0;
     virtual void setProgress(int percent) = 0;
     virtual void enableUpdate(bool enabled) = 0;
+    /// Makes the console let go of the serial port.
+    virtual void closeConsolePort() = 0;
   };
 
-  /// Thrown out of every wait and yield once the window is going away. Who catches it touches
-  /// nothing of the window.
-  struct WindowGone {};
+  /// Thrown out of every wait and yield once there is nothing left to do: the window is going away,
+  /// of which nothing may be touched then, or the device has vanished, which was reported.
+  struct Over {};
 
   FlashLink(Platform& platform, Window& window, const WindowLife& life);
 
@@ -45,12 +47,14 @@ class FlashLink {
 
   /// Closes the port if it is open.
   void close();
+  /// Lets a device that vanished earlier count no more.
+  void startAnew() { lost_ = false; }
   /// Closes the port if it is open, and opens it with `settings`.
   void reopen(const std::string& settings);
 
   /// Handles pending events once.
   void yield();
-  void throwIfLeaving() const;
+  void throwIfOver() const;
 
   /// Sends `text` as it stands, after opening the port if needed and emptying `reply`.
   void sendFlashtoMV(const std::string& text);
@@ -82,6 +86,11 @@ class FlashLink {
   bool AbortTransfer = false;
 
  private:
+  void open();
+  /// Uses the open port. A fault closes it, so that its report is the only one.
+  template <class Action>
+  auto use(Action action);
+  std::string read();
   void waitUntil(const std::function<bool()>& done);
   void print(const std::string& bytes);
 
@@ -93,6 +102,7 @@ class FlashLink {
   Window& window_;
   const WindowLife& life_;
   bool sending_piece_ = false;
+  bool lost_ = false;
 
   /// One-shot: its tick only disables it.
   std::unique_ptr<Timer> DoLoopTimer_;

@@ -8,22 +8,20 @@
 #include <QFontDatabase>
 #include <QGridLayout>
 #include <QGroupBox>
-#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
 
 #include "console/console_layout.h"
+#include "console/tool_tip.h"
 #include "platform/handler_edge.h"
-#include "platform/text.h"
+#include "update/traffic_view.h"
 
 namespace mvdirigo {
 namespace {
 
 constexpr int kUnits = 15;
-constexpr int kTrafficLines = 2000;
 /// At no rate of the line is that mostly a multiple of four turns, after which the spinner would
 /// look the same.
 constexpr int kSpinnerPauseMs = 130;
@@ -76,16 +74,20 @@ frmFlash::frmFlash(Platform& platform, Settings& settings, QWidget* owner,
   setWindowModality(Qt::ApplicationModal);
   setWindowFlag(Qt::WindowStaysOnTopHint);
 
-  traffic_ = new QPlainTextEdit;
+  traffic_ = new TrafficView(platform_);
   traffic_->setObjectName("Traffic");
   traffic_->setAccessibleName("Traffic");
-  traffic_->setReadOnly(true);
-  traffic_->setMaximumBlockCount(kTrafficLines);
-  traffic_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
   traffic_->hide();
 
+  cmdClose = makeButton("Close", "cmdClose");
+  connect(cmdClose, &QPushButton::clicked, this, [this] { cmdClose_Click(); });
+
   auto* row = new QHBoxLayout(this);
-  row->addWidget(makeUpdateGroup(), 0, Qt::AlignTop);
+  auto* column = new QVBoxLayout;
+  column->addWidget(makeUpdateGroup());
+  column->addStretch();
+  column->addWidget(cmdClose, 0, Qt::AlignRight);
+  row->addLayout(column);
   row->addWidget(traffic_, 1);
 }
 
@@ -106,7 +108,6 @@ QGroupBox* frmFlash::makeUpdateGroup() {
   cmdUpdate->setEnabled(false);
   cmdPause = makeButton("Pause Transfer", "cmdPause");
   cmdPause->setEnabled(false);
-  auto* cmdClose = makeButton("Close", "cmdClose");
   auto* CrashUpdate = new QCheckBox("Crash Update");
   CrashUpdate->setObjectName("CrashUpdate");
   Verbose = new QCheckBox("Verbose");
@@ -139,7 +140,6 @@ QGroupBox* frmFlash::makeUpdateGroup() {
   grid->addWidget(cmdLoadImage, 2, 0);
   grid->addWidget(cmdUpdate, 2, 1);
   grid->addWidget(cmdPause, 2, 2);
-  grid->addWidget(cmdClose, 2, 3);
   auto* status = new QHBoxLayout;
   status->addWidget(txtStatus);
   status->addWidget(txtSpinner);
@@ -148,14 +148,13 @@ QGroupBox* frmFlash::makeUpdateGroup() {
 
   connect(cmdLoadImage, &QPushButton::clicked, this, [this] { update_.cmdLoadImage_Click(); });
   connect(cmdUpdate, &QPushButton::clicked, this, [this] { cmdUpdate_Click(); });
-  connect(cmdClose, &QPushButton::clicked, this, [this] { cmdClose_Click(); });
   return group;
 }
 
 void frmFlash::Form_Load() {
   cboID->setCurrentIndex(0);
   cboBaud->setCurrentIndex(0);
-  settings_.closeConsolePort();
+  closeConsolePort();
   update_.Form_Load(settings_);
 }
 
@@ -167,12 +166,20 @@ void frmFlash::Form_Unload() {
 
 void frmFlash::cmdUpdate_Click() {
   if (busy()) return;
-  // A playback of the console may have opened its port meanwhile.
-  settings_.closeConsolePort();
-  // A file dialog would stop the update, and the unit's answers would seem to be late.
-  enable(cmdLoadImage, false);
+  // A file dialog would stop the update, and the unit's answers would seem to be late. Unit and
+  // rate are those of the confirmation.
+  const std::initializer_list<QWidget*> settled = {cboID, cboBaud, cmdLoadImage};
+  for (QWidget* control : settled) enable(control, false);
+  setPlainToolTip(*cmdClose,
+                  "Ends the update at once. A unit that has got half of its firmware\n"
+                  "is left without any, and does nothing until another update.");
   update_.cmdUpdate_Click();
-  if (!life_.leaving()) cmdLoadImage->setEnabled(true);
+  if (life_.leaving()) return;
+  for (QWidget* control : settled) enable(control, true);
+  setPlainToolTip(*cmdClose, {});
+  if (update_.confirmedBefore()) {
+    setPlainToolTip(*cmdUpdate, "For another update, close this dialog and open it again.");
+  }
 }
 
 void frmFlash::cmdClose_Click() {
@@ -186,28 +193,26 @@ void frmFlash::cmdClose_Click() {
   });
 }
 
-// Escape and the window's own close button.
-void frmFlash::reject() { cmdClose_Click(); }
-
-void frmFlash::keyPressEvent(QKeyEvent* event) {
-  // A key pressed by mistake must not leave a unit with half a firmware.
-  if (event->key() == Qt::Key_Escape && busy()) return;
-  QDialog::keyPressEvent(event);
+// Escape and the window's own close button: pressed by mistake, they must not leave a unit with
+// half a firmware.
+void frmFlash::reject() {
+  if (!busy()) cmdClose_Click();
 }
 
 bool frmFlash::verbose() { return Verbose->isChecked(); }
 
 void frmFlash::printTraffic(const std::string& bytes) {
   if (traffic_->isHidden()) enlarge();
-  traffic_->appendPlainText(QString::fromStdString(visibleControls(bytes)));
-  traffic_->moveCursor(QTextCursor::End);
+  traffic_->print(bytes);
 }
 
 void frmFlash::setStatus(const std::string& text) {
   txtStatus->setText(QString::fromStdString(text));
   txtStatus->setCursorPosition(0);
-  txtStatus->setToolTip(txtStatus->text());
+  setPlainToolTip(*txtStatus, txtStatus->text());
 }
+
+void frmFlash::showEndOfStatus() { txtStatus->end(false); }
 
 void frmFlash::setSpinner(const std::string& text) {
   const bool stopped = text == " ";
@@ -243,9 +248,9 @@ void frmFlash::enablePause(bool enabled) { enable(cmdPause, enabled); }
 
 // A disabled button hands its focus on, in the end to "Close", where a key pressed by mistake would
 // end the update.
-void frmFlash::enable(QPushButton* button, bool enabled) {
-  if (!enabled && focusWidget() == button) txtStatus->setFocus();
-  button->setEnabled(enabled);
+void frmFlash::enable(QWidget* control, bool enabled) {
+  if (!enabled && focusWidget() == control) txtStatus->setFocus();
+  control->setEnabled(enabled);
 }
 
 int frmFlash::unitNumber() { return cboID->currentData().toInt(); }

@@ -14,11 +14,12 @@ class QCheckBox;
 class QComboBox;
 class QGroupBox;
 class QLineEdit;
-class QPlainTextEdit;
 class QProgressBar;
 class QPushButton;
 
 namespace mvdirigo {
+
+class TrafficView;
 
 /// The firmware update dialog. While it is open it owns the serial line.
 class frmFlash : public QDialog, private FirmwareUpdate::Window {
@@ -37,13 +38,12 @@ class frmFlash : public QDialog, private FirmwareUpdate::Window {
 
  protected:
   void reject() override;
-  void keyPressEvent(QKeyEvent* event) override;
 
  private:
   QGroupBox* makeUpdateGroup();
   void cmdUpdate_Click();
   void cmdClose_Click();
-  void enable(QPushButton* button, bool enabled);
+  void enable(QWidget* control, bool enabled);
   void onSpinnerPause();
 
   bool verbose() override;
@@ -53,6 +53,8 @@ class frmFlash : public QDialog, private FirmwareUpdate::Window {
   int progress() override;
   void setProgress(int percent) override;
   void enableUpdate(bool enabled) override;
+  void showEndOfStatus() override;
+  void closeConsolePort() override { settings_.closeConsolePort(); }
   void enlarge() override;
   void enablePause(bool enabled) override;
   int unitNumber() override;
@@ -69,11 +71,12 @@ class frmFlash : public QDialog, private FirmwareUpdate::Window {
   QPushButton* cmdLoadImage = nullptr;
   QPushButton* cmdUpdate = nullptr;
   QPushButton* cmdPause = nullptr;
+  QPushButton* cmdClose = nullptr;
   QCheckBox* Verbose = nullptr;
   QLineEdit* txtStatus = nullptr;
   QLineEdit* txtSpinner = nullptr;
   QProgressBar* pgbUpdate = nullptr;
-  QPlainTextEdit* traffic_ = nullptr;
+  TrafficView* traffic_ = nullptr;
 
   /// The spinner's newest position. It shows after a pause, because a fast unit turns the spinner
   /// far faster than anybody sees, and every repaint between two pieces holds the second up.

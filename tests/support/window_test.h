@@ -62,14 +62,30 @@ class WindowTest : public VirtualTest {
     return find<Control>(program_->console(), name);
   }
 
+  /// The controls that the Tab key goes through in `window`, by name.
+  static std::string tabOrder(QWidget& window) {
+    std::string names;
+    for (QWidget* next = window.nextInFocusChain(); next != &window;
+         next = next->nextInFocusChain()) {
+      const bool takes_focus =
+          next->focusPolicy() & Qt::TabFocus && !next->objectName().startsWith("qt_");
+      if (takes_focus) names += next->objectName().toStdString() + " ";
+    }
+    return names;
+  }
+
   void press(const QWidget& window, const std::string& name) {
     QTest::mouseClick(&find<QPushButton>(window, name), Qt::LeftButton);
   }
   void press(const std::string& name) { press(program_->console(), name); }
 
-  std::string reply(int row) {
-    return onConsole<QLineEdit>("ReceiveString(" + std::to_string(row) + ")").text().toStdString();
+  QLineEdit& commandField(int row) {
+    return onConsole<QLineEdit>("StringToSend(" + std::to_string(row) + ")");
   }
+  QLineEdit& replyField(int row) {
+    return onConsole<QLineEdit>("ReceiveString(" + std::to_string(row) + ")");
+  }
+  std::string reply(int row) { return replyField(row).text().toStdString(); }
   std::string light(int row) {
     return onConsole<QWidget>("ButtonShape(" + std::to_string(row) + ")")
         .accessibleDescription()

@@ -1,7 +1,10 @@
 #include "platform/qt/qt_dialogs.h"
 
+#include <utility>
+
 #include <QApplication>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QMessageBox>
 #include <QPointer>
 #include <QStringList>
@@ -54,6 +57,25 @@ QStringList nameFilters(const std::string& filter) {
   return filters;
 }
 
+/// Takes a name as it is typed when there is such a file, and else with the default extension.
+class FileDialog : public QFileDialog {
+ public:
+  FileDialog(QWidget* owner, QString default_extension)
+      : QFileDialog(owner), default_extension_(std::move(default_extension)) {}
+
+ protected:
+  void accept() override {
+    setDefaultSuffix({});
+    const QStringList typed = selectedFiles();
+    const bool exists = !typed.isEmpty() && QFileInfo::exists(typed.first());
+    if (!exists) setDefaultSuffix(default_extension_);
+    QFileDialog::accept();
+  }
+
+ private:
+  QString default_extension_;
+};
+
 }  // namespace
 
 BoxButton QtDialogs::messageBox(const std::string& text, int style, const std::string& title) {
@@ -96,7 +118,8 @@ std::string QtDialogs::saveFile(const FileRequest& request) {
 }
 
 std::string QtDialogs::askForFile(const FileRequest& request, Purpose purpose) {
-  QPointer<QFileDialog> dialog = new QFileDialog(owner());
+  QPointer<QFileDialog> dialog =
+      new FileDialog(owner(), QString::fromStdString(request.default_extension));
   dialog->setOption(QFileDialog::DontUseNativeDialog);
   if (!request.title.empty()) dialog->setWindowTitle(QString::fromStdString(request.title));
   if (!request.filter.empty()) dialog->setNameFilters(nameFilters(request.filter));
@@ -105,7 +128,6 @@ std::string QtDialogs::askForFile(const FileRequest& request, Purpose purpose) {
   if (purpose == Purpose::kSave) {
     dialog->setAcceptMode(QFileDialog::AcceptSave);
     dialog->setOption(QFileDialog::DontConfirmOverwrite, !request.ask_before_overwriting);
-    dialog->setDefaultSuffix(QString::fromStdString(request.default_extension));
   }
 
   const bool accepted = run(dialog) == QDialog::Accepted && dialog;
