@@ -51,7 +51,7 @@ TEST_F(VirtualMachine, SaysWhereItsScriptWasLeftAndThatAWaitNeverEnds) {
   EXPECT_EQ(platform_.takeProblems(),
             (std::vector<std::string>{
                 "a wait that nothing ends",
-                "unexpected box \"Other\" of style 1 titled \"\", expected box \"Left\" of style 0",
+                "unexpected box \"Other\" of style 1, expected box \"Left\" of style 0",
                 "never shown: box \"Left\" of style 0"}));
 }
 

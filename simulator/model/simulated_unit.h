@@ -63,7 +63,6 @@ class SimulatedUnit {
   /// What the last update brought so far: whole pieces of six bytes that were not refused.
   const std::string& image() const { return image_; }
   int pieces() const { return pieces_; }
-  Motion& motion() { return motion_; }
 
   std::function<void(const SimulatedUnit&)> onUpdateEnded;
 

@@ -32,7 +32,6 @@ class PtyPort {
   PtyPort(const PtyPort&) = delete;
   PtyPort& operator=(const PtyPort&) = delete;
 
-  int number() const { return options_.number; }
   SimulatedBus& bus() { return bus_; }
   const std::filesystem::path& link() const { return link_.path(); }
   std::string device() const { return pty_ ? pty_->path() : std::string(); }

@@ -9,7 +9,7 @@
 
 namespace mvdirigo {
 
-/// A settings store in memory that tests can fill, look into, and make unwritable.
+/// A settings store in memory that tests can fill and look into.
 class MemoryStore : public SettingsStore {
  public:
   struct Address {
@@ -32,13 +32,12 @@ class MemoryStore : public SettingsStore {
             const std::string& value) override {
     const Address address{application, section, key};
     saves.push_back({address, value});
-    if (writable) values[address] = value;
+    values[address] = value;
   }
 
   std::map<Address, std::string> values;
-  /// Every save that was asked for, in order, kept or not.
+  /// Every save that was asked for, in order.
   std::vector<Saved> saves;
-  bool writable = true;
 };
 
 }  // namespace mvdirigo

@@ -22,24 +22,17 @@ BoxButton dismissal(int style) {
 }  // namespace
 
 void ScriptedDialogs::expectBox(std::string text, int style, BoxButton answer, Action while_open) {
-  expected_.push_back(
-      {Kind::kBox, std::move(text), style, std::nullopt, answer, {}, std::move(while_open)});
-}
-
-void ScriptedDialogs::expectTitledBox(std::string title, std::string text, int style,
-                                      BoxButton answer, Action while_open) {
-  expectBox(std::move(text), style, answer, std::move(while_open));
-  expected_.back().title = std::move(title);
+  expected_.push_back({Kind::kBox, std::move(text), style, answer, {}, std::move(while_open)});
 }
 
 void ScriptedDialogs::expectOpenFile(std::optional<std::string> path, Action while_open) {
   expected_.push_back(
-      {Kind::kOpenFile, {}, 0, {}, BoxButton::kOk, std::move(path), std::move(while_open)});
+      {Kind::kOpenFile, {}, 0, BoxButton::kOk, std::move(path), std::move(while_open)});
 }
 
 void ScriptedDialogs::expectSaveFile(std::optional<std::string> path, Action while_open) {
   expected_.push_back(
-      {Kind::kSaveFile, {}, 0, {}, BoxButton::kOk, std::move(path), std::move(while_open)});
+      {Kind::kSaveFile, {}, 0, BoxButton::kOk, std::move(path), std::move(while_open)});
 }
 
 std::vector<std::string> ScriptedDialogs::problems() const {
@@ -48,9 +41,8 @@ std::vector<std::string> ScriptedDialogs::problems() const {
   return all;
 }
 
-BoxButton ScriptedDialogs::messageBox(const std::string& text, int style,
-                                      const std::string& title) {
-  const auto expected = take({Kind::kBox, text, style, title, BoxButton::kOk, {}, {}});
+BoxButton ScriptedDialogs::messageBox(const std::string& text, int style) {
+  const auto expected = take({Kind::kBox, text, style, BoxButton::kOk, {}, {}});
   if (!expected) return dismissal(style);
   if (expected->while_open) expected->while_open();
   return expected->button;
@@ -66,7 +58,7 @@ std::string ScriptedDialogs::saveFile(const FileRequest& request) {
 
 std::string ScriptedDialogs::answerFile(Kind kind, const FileRequest& request) {
   file_requests_.push_back(request);
-  const auto expected = take({kind, {}, 0, {}, BoxButton::kOk, {}, {}});
+  const auto expected = take({kind, {}, 0, BoxButton::kOk, {}, {}});
   if (expected && expected->while_open) expected->while_open();
   if (expected && expected->path) return *expected->path;
   if (request.cancel_is_error) throw RuntimeError(Fault::kCancelled);
@@ -75,8 +67,7 @@ std::string ScriptedDialogs::answerFile(Kind kind, const FileRequest& request) {
 
 std::optional<ScriptedDialogs::Expected> ScriptedDialogs::take(const Expected& shown) {
   const auto matches = [&shown](const Expected& next) {
-    return next.kind == shown.kind && next.text == shown.text && next.style == shown.style &&
-           (!next.title || next.title == shown.title);
+    return next.kind == shown.kind && next.text == shown.text && next.style == shown.style;
   };
   if (expected_.empty() || !matches(expected_.front())) {
     problems_.push_back("unexpected " + describe(shown) + ", expected " +
@@ -97,8 +88,7 @@ std::string ScriptedDialogs::describe(const Expected& dialog) {
     case Kind::kBox:
       break;
   }
-  return "box \"" + dialog.text + "\" of style " + std::to_string(dialog.style) +
-         (dialog.title ? " titled \"" + *dialog.title + "\"" : "");
+  return "box \"" + dialog.text + "\" of style " + std::to_string(dialog.style);
 }
 
 }  // namespace mvdirigo

@@ -19,9 +19,6 @@ class ScriptedDialogs : public Dialogs {
   /// `while_open` runs while the box stands on the screen, before it is answered.
   void expectBox(std::string text, int style, BoxButton answer = BoxButton::kOk,
                  Action while_open = {});
-  /// The same, with the box's title checked too.
-  void expectTitledBox(std::string title, std::string text, int style,
-                       BoxButton answer = BoxButton::kOk, Action while_open = {});
 
   /// Without a path the dialog is cancelled.
   void expectOpenFile(std::optional<std::string> path, Action while_open = {});
@@ -33,7 +30,7 @@ class ScriptedDialogs : public Dialogs {
   /// What went wrong so far, expectations left over included.
   std::vector<std::string> problems() const;
 
-  BoxButton messageBox(const std::string& text, int style, const std::string& title) override;
+  BoxButton messageBox(const std::string& text, int style) override;
   std::string openFile(const FileRequest& request) override;
   std::string saveFile(const FileRequest& request) override;
 
@@ -43,7 +40,6 @@ class ScriptedDialogs : public Dialogs {
     Kind kind;
     std::string text;
     int style = box::kOkOnly;
-    std::optional<std::string> title;
     BoxButton button = BoxButton::kOk;
     std::optional<std::string> path;
     Action while_open;
