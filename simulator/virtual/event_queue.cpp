@@ -1,12 +1,26 @@
 #include "simulator/virtual/event_queue.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <iterator>
 
 namespace mvdirigo {
+namespace {
 
-EventQueue::Handle EventQueue::post(SimTime when, std::function<void()> action) {
+constexpr std::ptrdiff_t kMostDescribed = 20;
+
+/// In s, to the ns that the simulation counts in.
+std::string seconds(SimTime time) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.9f s", std::chrono::duration<double>(time).count());
+  return text;
+}
+
+}  // namespace
+
+EventQueue::Handle EventQueue::post(SimTime when, Name name, std::function<void()> action) {
   const Handle handle{std::max(when, now_), arrivals_++};
-  events_.emplace_hint(events_.end(), handle, std::move(action));
+  events_.emplace_hint(events_.end(), handle, Event{name, std::move(action)});
   return handle;
 }
 
@@ -15,10 +29,23 @@ std::optional<SimTime> EventQueue::nextTime() const {
   return events_.begin()->first.first;
 }
 
+std::string EventQueue::describe() const {
+  std::string text = "at " + seconds(now_) + (events_.empty() ? " nothing is due" : " are due");
+  const auto count = std::ssize(events_);
+  const auto end = std::next(events_.begin(), std::min(count, kMostDescribed));
+  for (auto event = events_.begin(); event != end; ++event) {
+    const Name& name = event->second.name;
+    text += "\n  +" + seconds(event->first.first - now_) + " " + name.text;
+    if (name.number) text += std::to_string(*name.number);
+  }
+  if (count > kMostDescribed) text += "\n  and " + std::to_string(count - kMostDescribed) + " more";
+  return text;
+}
+
 void EventQueue::runNext() {
   const auto event = events_.extract(events_.begin());
   now_ = event.key().first;
-  event.mapped()();
+  event.mapped().action();
 }
 
 void EventQueue::skipTo(SimTime when) { now_ = std::max(now_, when); }

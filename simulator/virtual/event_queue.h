@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "simulator/model/sim_time.h"
@@ -17,17 +18,29 @@ class EventQueue {
   using Handle = std::pair<SimTime, std::uint64_t>;
 
   explicit EventQueue(SimTime start) : now_(start) {}
+  EventQueue(const EventQueue&) = delete;
+  EventQueue& operator=(const EventQueue&) = delete;
 
-  SimTime now() const { return now_; }
+  [[nodiscard]] SimTime now() const { return now_; }
+
+  /// What an event is, for people: a text that outlives it, such as a literal, and behind it a
+  /// number if there is one.
+  struct Name {
+    const char* text;
+    std::optional<int> number = std::nullopt;
+  };
 
   /// An event of the past runs as soon as possible.
-  Handle post(SimTime when, std::function<void()> action);
+  Handle post(SimTime when, Name name, std::function<void()> action);
 
   /// A cancelled event never runs. Cancelling one that ran already does nothing.
   void cancel(const Handle& handle) { events_.erase(handle); }
 
   /// The time of the next event, if there is one.
-  std::optional<SimTime> nextTime() const;
+  [[nodiscard]] std::optional<SimTime> nextTime() const;
+
+  /// What is due and when, in s from now: a line for each of the next events.
+  [[nodiscard]] std::string describe() const;
 
   /// Runs the next event, which must exist. The event may itself post, cancel and run events.
   void runNext();
@@ -36,9 +49,14 @@ class EventQueue {
   void skipTo(SimTime when);
 
  private:
+  struct Event {
+    Name name;
+    std::function<void()> action;
+  };
+
   SimTime now_;
   std::uint64_t arrivals_ = 0;
-  std::map<Handle, std::function<void()>> events_;
+  std::map<Handle, Event> events_;
 };
 
 }  // namespace mvdirigo

@@ -14,12 +14,14 @@ class MemoryStore : public SettingsStore {
  public:
   struct Address {
     std::string application, section, key;
-    auto operator<=>(const Address&) const = default;
+    bool operator<(const Address& other) const {
+      return std::tie(application, section, key) <
+             std::tie(other.application, other.section, other.key);
+    }
   };
   struct Saved {
     Address address;
     std::string value;
-    bool operator==(const Saved&) const = default;
   };
 
   std::string get(const std::string& application, const std::string& section,

@@ -21,14 +21,14 @@ class ScriptedDialogs : public Dialogs {
                  Action while_open = {});
 
   /// Without a path the dialog is cancelled.
-  void expectOpenFile(std::optional<std::string> path, Action while_open = {});
-  void expectSaveFile(std::optional<std::string> path, Action while_open = {});
+  void expectOpenFile(std::optional<std::string> path);
+  void expectSaveFile(std::optional<std::string> path);
 
   /// What the file dialogs were asked for, in order.
-  const std::vector<FileRequest>& fileRequests() const { return file_requests_; }
+  [[nodiscard]] const std::vector<FileRequest>& fileRequests() const { return file_requests_; }
 
   /// What went wrong so far, expectations left over included.
-  std::vector<std::string> problems() const;
+  [[nodiscard]] std::vector<std::string> problems() const;
 
   BoxButton messageBox(const std::string& text, int style) override;
   std::string openFile(const FileRequest& request) override;

@@ -22,7 +22,7 @@ constexpr SimTime kLongestWait = std::chrono::minutes(10);
 
 VirtualPlatform::VirtualPlatform() : queue_(kStart) {
   for (int port = SerialPort::kLowestPort; port <= SerialPort::kHighestPort; ++port) {
-    sockets_.push_back(std::make_unique<VirtualSocket>(queue_));
+    sockets_.push_back(std::make_unique<VirtualSocket>(queue_, port));
   }
 }
 
@@ -121,8 +121,8 @@ bool VirtualPlatform::runNextUntil(SimTime limit) {
 }
 
 void VirtualPlatform::fail(const std::string& problem) {
-  problems_.push_back(problem);
-  throw std::logic_error(problem);
+  problems_.push_back(problem + "; " + queue_.describe());
+  throw std::logic_error(problems_.back());
 }
 
 }  // namespace mvdirigo

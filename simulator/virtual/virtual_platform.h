@@ -21,6 +21,8 @@ class VirtualPlatform : public Platform, private EventLoop {
  public:
   VirtualPlatform();
   ~VirtualPlatform() override;
+  VirtualPlatform(const VirtualPlatform&) = delete;
+  VirtualPlatform& operator=(const VirtualPlatform&) = delete;
 
   /// Plugs a line into port 1 to 16. The line outlives the machine or is unplugged before its end.
   void attach(int comm_port, SimulatedLine& line) { socket(comm_port).plug(line); }
@@ -44,13 +46,13 @@ class VirtualPlatform : public Platform, private EventLoop {
   /// Handles events until none is left. A timer left enabled or an endless stream is a problem.
   void runUntilIdle();
 
-  SimTime now() const { return queue_.now(); }
+  [[nodiscard]] SimTime now() const { return queue_.now(); }
   EventQueue& queue() { return queue_; }
 
   /// What went wrong so far, dialogs that were expected and never shown included.
-  std::vector<std::string> problems() const;
+  [[nodiscard]] std::vector<std::string> problems() const;
   /// The same, and forgets them; for tests that provoke a problem.
-  std::vector<std::string> takeProblems();
+  [[nodiscard]] std::vector<std::string> takeProblems();
 
   EventLoop& eventLoop() override { return *this; }
   SettingsStore& settingsStore() override { return store_; }
@@ -70,6 +72,7 @@ class VirtualPlatform : public Platform, private EventLoop {
   void runForeignEvents() const;
   /// Runs the next event if it is due until `limit`.
   bool runNextUntil(SimTime limit);
+  /// Also says what is due.
   [[noreturn]] void fail(const std::string& problem);
 
   EventQueue queue_;

@@ -49,7 +49,7 @@ void VirtualSocket::attend() {
   if (next_visit_) queue_.cancel(*next_visit_);
   next_visit_.reset();
   if (!next) return;
-  next_visit_ = queue_.post(*next, [this] {
+  next_visit_ = queue_.post(*next, {"line acts on COM", comm_port_}, [this] {
     next_visit_.reset();
     attend();
   });
@@ -123,7 +123,8 @@ void VirtualSerialPort::Output(const std::string& bytes) {
 
 void VirtualSerialPort::sendNext() {
   if (unsent_.empty()) return;
-  byte_sent_ = queue_.post(queue_.now() + byteTime(baud_), [this] { byteSent(); });
+  byte_sent_ = queue_.post(queue_.now() + byteTime(baud_), {"byte leaves COM", comm_port_},
+                           [this] { byteSent(); });
 }
 
 void VirtualSerialPort::byteSent() {
@@ -154,7 +155,7 @@ void VirtualSerialPort::vanish() {
 }
 
 void VirtualSerialPort::postOnComm(std::function<bool()> still_due) {
-  queue_.post(queue_.now(),
+  queue_.post(queue_.now(), {"OnComm COM", comm_port_},
               [this, still_due = std::move(still_due), opening = std::weak_ptr<char>(opening_)] {
                 if (opening.expired() || !still_due() || receive_threshold_ == 0) return;
                 const auto on_comm = on_comm_;

@@ -18,8 +18,10 @@ class VirtualSerialPort;
 /// One numbered port of the virtual machine: what is plugged in, and who holds it open.
 class VirtualSocket {
  public:
-  explicit VirtualSocket(EventQueue& queue) : queue_(queue) {}
+  VirtualSocket(EventQueue& queue, int comm_port) : queue_(queue), comm_port_(comm_port) {}
   ~VirtualSocket() { unplug(); }
+  VirtualSocket(const VirtualSocket&) = delete;
+  VirtualSocket& operator=(const VirtualSocket&) = delete;
 
   void plug(SimulatedLine& line);
   /// The device vanishes under a port that is open.
@@ -47,6 +49,7 @@ class VirtualSocket {
   void attend();
 
   EventQueue& queue_;
+  int comm_port_;
   SimulatedLine* line_ = nullptr;
   VirtualSerialPort* holder_ = nullptr;
   std::optional<EventQueue::Handle> next_visit_;
@@ -60,6 +63,8 @@ class VirtualSerialPort : public SerialPort {
   VirtualSerialPort(EventQueue& queue, FindSocket find_socket, std::function<void()> on_comm)
       : queue_(queue), find_socket_(std::move(find_socket)), on_comm_(std::move(on_comm)) {}
   ~VirtualSerialPort() override { close(); }
+  VirtualSerialPort(const VirtualSerialPort&) = delete;
+  VirtualSerialPort& operator=(const VirtualSerialPort&) = delete;
 
   int CommPort() const override { return comm_port_; }
   void setCommPort(int port) override;
@@ -79,7 +84,7 @@ class VirtualSerialPort : public SerialPort {
   int InBufferCount() const override { return static_cast<int>(received_.size()); }
   int OutBufferCount() const override { return static_cast<int>(unsent_.size()); }
 
-  int baud() const { return baud_; }
+  [[nodiscard]] int baud() const { return baud_; }
   /// From the socket: characters came in; the device is gone.
   void take(const std::string& bytes);
   void vanish();

@@ -18,7 +18,8 @@ void VirtualTimer::setEnabled(bool enabled) {
 
 void VirtualTimer::start(SimTime from) {
   if (interval_ms_ <= 0) return;
-  next_tick_ = queue_.post(from + std::chrono::milliseconds(interval_ms_), [this] { tick(); });
+  next_tick_ = queue_.post(from + std::chrono::milliseconds(interval_ms_),
+                           {"timer tick, ms: ", interval_ms_}, [this] { tick(); });
 }
 
 void VirtualTimer::stop() {

@@ -16,6 +16,8 @@ class VirtualTimer : public Timer {
   VirtualTimer(EventQueue& queue, std::function<void()> on_tick)
       : queue_(queue), on_tick_(std::move(on_tick)) {}
   ~VirtualTimer() override { stop(); }
+  VirtualTimer(const VirtualTimer&) = delete;
+  VirtualTimer& operator=(const VirtualTimer&) = delete;
 
   int Interval() const override { return interval_ms_; }
   void setInterval(int interval_ms) override;
