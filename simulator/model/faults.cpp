@@ -108,7 +108,7 @@ void LineFaults::damage(const LineFault& fault, Outcome& outcome) {
       break;
     case FaultKind::kCorrupt:
       for (char& byte : bytes) {
-        if (happens(fault.amount)) byte = static_cast<char>(byte ^ (1 + random_() % 255));
+        if (happens(fault.amount)) byte ^= static_cast<char>(1 + random_() % 255);
       }
       break;
     case FaultKind::kGarbageBefore: {

@@ -45,11 +45,11 @@ struct FaultType {
   long default_amount_at_piece;
   const char* help;
 };
-std::span<const FaultType> faultTypes();
+[[nodiscard]] std::span<const FaultType> faultTypes();
 
 /// Reads NAME[=AMOUNT][@PIECE]. Throws std::invalid_argument that says what is wrong.
-LineFault parseFault(std::string_view text);
-std::string describeFault(const LineFault& fault);
+[[nodiscard]] LineFault parseFault(std::string_view text);
+[[nodiscard]] std::string describeFault(const LineFault& fault);
 
 /// All that goes wrong on one line; the same seed gives the same course.
 class LineFaults {
@@ -68,10 +68,10 @@ class LineFaults {
   Outcome apply(std::string bytes, int piece);
 
   /// The number of the error with which a piece is refused, if it is.
-  std::optional<long> refusal(int piece) const;
+  [[nodiscard]] std::optional<long> refusal(int piece) const;
   /// Whether the device vanishes when the host has sent so many bytes.
-  bool vanishesAt(long host_bytes) const;
-  bool garbageAtOtherRates() const;
+  [[nodiscard]] bool vanishesAt(long host_bytes) const;
+  [[nodiscard]] bool garbageAtOtherRates() const;
   char noise() { return static_cast<char>(0x80 | (random_() & 0x7F)); }
 
  private:

@@ -26,15 +26,16 @@ class SimulatedBus : public SimulatedLine {
   explicit SimulatedBus(const std::vector<UnitOptions>& units, const BusOptions& options = {});
 
   void receive(char byte, int host_baud, SimTime now) override;
-  std::optional<SimTime> nextEvent() const override;
+  [[nodiscard]] std::optional<SimTime> nextEvent() const override;
   std::string advance(SimTime now, int host_baud) override;
-  bool vanished() const override { return vanished_; }
+  [[nodiscard]] bool vanished() const override { return vanished_; }
 
   /// Brings a vanished device back, with its units as they were.
   void restore() { vanished_ = false; }
 
-  SimulatedUnit& unit(std::size_t index) { return units_.at(index); }
-  std::size_t unitCount() const { return units_.size(); }
+  [[nodiscard]] SimulatedUnit& unit(std::size_t index) { return units_.at(index); }
+  [[nodiscard]] const SimulatedUnit& unit(std::size_t index) const { return units_.at(index); }
+  [[nodiscard]] std::size_t unitCount() const { return units_.size(); }
 
  private:
   struct ByteToHost {

@@ -17,13 +17,13 @@ class SimulatedLine {
   virtual void receive(char byte, int host_baud, SimTime now) = 0;
 
   /// When the line next does something by itself, if ever. Asked after every other call.
-  virtual std::optional<SimTime> nextEvent() const = 0;
+  [[nodiscard]] virtual std::optional<SimTime> nextEvent() const = 0;
 
   /// Lets happen what is due until `now`, and returns the bytes that the host has heard of it.
   virtual std::string advance(SimTime now, int host_baud) = 0;
 
   /// Whether the device that the host talks through is gone from the machine.
-  virtual bool vanished() const { return false; }
+  [[nodiscard]] virtual bool vanished() const { return false; }
 };
 
 }  // namespace mvdirigo

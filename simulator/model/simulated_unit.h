@@ -32,7 +32,7 @@ struct UnitOptions {
 };
 
 /// The rates that a unit can be set to, in bit/s.
-std::span<const int> unitRates();
+[[nodiscard]] std::span<const int> unitRates();
 
 /// One simulated controller on a serial line. It hears bytes and answers; the line between is not
 /// its concern.
@@ -53,16 +53,16 @@ class SimulatedUnit {
   std::optional<Answer> receive(char byte, SimTime now, const LineFaults& faults);
 
   /// The end of the update, which silence brings: a unit does not know how long the image is.
-  std::optional<SimTime> nextEvent() const;
+  [[nodiscard]] std::optional<SimTime> nextEvent() const;
   void advance(SimTime now);
 
   /// The rate that it hears and answers at, in bit/s: its own until a command changes it.
-  int baud() const { return baud_; }
-  const UnitOptions& options() const { return options_; }
-  bool updating() const { return updating_; }
+  [[nodiscard]] int baud() const { return baud_; }
+  [[nodiscard]] const UnitOptions& options() const { return options_; }
+  [[nodiscard]] bool updating() const { return updating_; }
   /// What the last update brought so far: whole pieces of six bytes that were not refused.
-  const std::string& image() const { return image_; }
-  int pieces() const { return pieces_; }
+  [[nodiscard]] const std::string& image() const { return image_; }
+  [[nodiscard]] int pieces() const { return pieces_; }
 
   std::function<void(const SimulatedUnit&)> onUpdateEnded;
 
@@ -88,18 +88,18 @@ class SimulatedUnit {
   int baud_;
   Motion motion_;
 
-  bool in_dt_command_ = false;
   /// From the address on.
   std::string dt_command_;
+  bool in_dt_command_ = false;
   enum class OemState { kHunting, kFrame, kChecksum } oem_state_ = OemState::kHunting;
   std::string oem_frame_;
   char last_sequence_ = 0;
   std::string last_oem_answer_;
 
   bool updating_ = false;
+  int pieces_ = 0;
   SimTime last_heard_{};
   std::string piece_;
-  int pieces_ = 0;
   std::string image_;
 };
 

@@ -15,7 +15,7 @@ class PortLink {
   PortLink(const PortLink&) = delete;
   PortLink& operator=(const PortLink&) = delete;
 
-  const std::filesystem::path& path() const { return path_; }
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
   void leadTo(const std::filesystem::path& device);
   /// Dangles, so that the port's number isn't another device's meanwhile.
   void leadNowhere();

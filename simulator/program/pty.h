@@ -10,11 +10,11 @@ class Pty {
   /// Throws std::system_error.
   Pty();
 
-  int fd() const { return master_.number; }
-  const std::string& path() const { return path_; }
+  [[nodiscard]] int fd() const { return master_.number; }
+  [[nodiscard]] const std::string& path() const { return path_; }
 
   /// The rate that the host has set, in bit/s; 0 for one that no serial line of ours has.
-  int hostBaud() const;
+  [[nodiscard]] int hostBaud() const;
   /// What the host has sent and was not read yet, without waiting.
   std::string read();
   /// A line does not wait for a host that does not read: what finds no room is lost.
@@ -22,7 +22,7 @@ class Pty {
   std::size_t write(const std::string& bytes);
 
   /// Readable when a host has closed the device; -1 when the system has no more watches to give.
-  int closingsFd() const { return closings_.number; }
+  [[nodiscard]] int closingsFd() const { return closings_.number; }
   void forgetClosings();
   /// Ends the exclusive use that a host which was killed has left behind; a port of its own would
   /// forget it with the host's last handle. One that a host holds the lock of stays.

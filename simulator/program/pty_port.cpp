@@ -6,7 +6,7 @@
 namespace mvdirigo {
 namespace {
 
-constexpr std::size_t kInputLimit = 64 * 1024;
+constexpr std::size_t kInputLimit = 64UL * 1024;
 
 // What the system takes to wake this program and the host for a byte. It is no part of the line,
 // so a byte from the host counts as sent so much earlier, but not before the byte it may answer.

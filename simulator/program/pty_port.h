@@ -32,9 +32,10 @@ class PtyPort {
   PtyPort(const PtyPort&) = delete;
   PtyPort& operator=(const PtyPort&) = delete;
 
-  SimulatedBus& bus() { return bus_; }
-  const std::filesystem::path& link() const { return link_.path(); }
-  std::string device() const { return pty_ ? pty_->path() : std::string(); }
+  [[nodiscard]] SimulatedBus& bus() { return bus_; }
+  [[nodiscard]] const SimulatedBus& bus() const { return bus_; }
+  [[nodiscard]] const std::filesystem::path& link() const { return link_.path(); }
+  [[nodiscard]] std::string device() const { return pty_ ? pty_->path() : std::string(); }
 
   /// Makes the device and lets the link lead to it. To be called when every port has found its
   /// link's place free: a new device may get the number that an old link has.
@@ -42,15 +43,15 @@ class PtyPort {
   void plugIn();
 
   /// What to poll for input; -1 while there is nothing to read or no room for it.
-  int pollFd() const;
+  [[nodiscard]] int pollFd() const;
   void readable(SimTime now);
 
   /// What to poll for hosts that close the device; -1 while there is no device, and while what
   /// such a host may have left behind is still to be looked for.
-  int closingsFd() const;
+  [[nodiscard]] int closingsFd() const;
   void closed(SimTime now);
 
-  std::optional<SimTime> nextEvent() const;
+  [[nodiscard]] std::optional<SimTime> nextEvent() const;
   void advance(SimTime now);
 
  private:

@@ -56,6 +56,7 @@ class Signals {
 /// Returns 0 when the command can't be started.
 pid_t start(const std::vector<std::string>& command, const Signals& signals) {
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   posix_spawnattr_t attributes;

@@ -9,7 +9,7 @@
 namespace mvdirigo {
 
 /// The time of the real clock.
-SimTime realTime();
+[[nodiscard]] SimTime realTime();
 
 /// Serves the ports until `command` ends, which it starts, or without one until a signal asks it to
 /// end. A signal is passed on to the command. Returns the command's exit code, 128 and the number

@@ -37,7 +37,7 @@ std::string defaultLinkFolder() {
 template <class Parse>
 std::string complaint(Parse parse, const std::string& text) {
   try {
-    parse(text);
+    static_cast<void>(parse(text));
     return {};
   } catch (const std::invalid_argument& error) {
     return error.what();

@@ -28,6 +28,6 @@ struct SimOptions {
 
 /// Reads the command line, what follows "--" being the command. A request for help and a wrong
 /// option end the program here, with exit code 0 and 2.
-SimOptions parseSimOptions(int argc, char** argv);
+[[nodiscard]] SimOptions parseSimOptions(int argc, char** argv);
 
 }  // namespace mvdirigo

@@ -66,9 +66,9 @@ void Simulation::addPort(int number, const std::vector<UnitOptions>& units) {
   }
 }
 
-void Simulation::announce() {
+void Simulation::announce() const {
   std::fprintf(stderr, "movane-sim: simulated controllers, no real ones\n");
-  for (PtyPort& port : ports_) {
+  for (const PtyPort& port : ports_) {
     const std::string where = port.link().string() + " -> " + port.device();
     for (std::size_t i = 0; i < port.bus().unitCount(); ++i) {
       std::fprintf(stderr, "%s: %s\n", where.c_str(),

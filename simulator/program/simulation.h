@@ -15,16 +15,18 @@ class Simulation {
   /// Makes the devices and their links, and says on standard error what it simulates.
   /// Throws std::exception when that is not possible; then nothing of the user's was changed.
   explicit Simulation(const SimOptions& options);
+  Simulation(const Simulation&) = delete;
+  Simulation& operator=(const Simulation&) = delete;
 
-  std::list<PtyPort>& ports() { return ports_; }
+  [[nodiscard]] std::list<PtyPort>& ports() { return ports_; }
 
   /// Ends the updates that still wait for pieces. Returns whether the images received, if any
   /// was to be checked, are those of the update file.
-  bool finish(SimTime now);
+  [[nodiscard]] bool finish(SimTime now);
 
  private:
   void addPort(int number, const std::vector<UnitOptions>& units);
-  void announce();
+  void announce() const;
   void reportImage(int port, const SimulatedUnit& unit);
 
   SimOptions options_;

@@ -15,9 +15,11 @@ class TrafficLog {
 
   TrafficLog(std::string name, bool on) : name_(std::move(name)), on_(on) {}
   ~TrafficLog() { flush(); }
+  TrafficLog(const TrafficLog&) = delete;
+  TrafficLog& operator=(const TrafficLog&) = delete;
 
   void add(Direction direction, const std::string& bytes, SimTime now);
-  std::optional<SimTime> nextEvent() const;
+  [[nodiscard]] std::optional<SimTime> nextEvent() const;
   void advance(SimTime now);
 
  private:

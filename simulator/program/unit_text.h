@@ -15,9 +15,9 @@ struct PlacedUnit {
 
 /// Reads "key=value,key=value", the keys port, address, protocol, baud, version, id and firmware.
 /// Throws std::invalid_argument that says what is wrong.
-PlacedUnit parseUnit(std::string_view text);
+[[nodiscard]] PlacedUnit parseUnit(std::string_view text);
 
 /// The unit in words.
-std::string describeUnit(const UnitOptions& unit);
+[[nodiscard]] std::string describeUnit(const UnitOptions& unit);
 
 }  // namespace mvdirigo
