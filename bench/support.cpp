@@ -109,8 +109,7 @@ double CpuShare::percent() const {
   return 100 * (cpuTime() - cpu_) / Microseconds(Clock::now() - start_);
 }
 
-BoxButton UnattendedPlatform::Answers::messageBox(const std::string& text, int style,
-                                                  const std::string&) {
+BoxButton UnattendedPlatform::Answers::messageBox(const std::string& text, int style) {
   std::printf("  box: %s\n", text.substr(0, text.find_first_of("\r\n")).c_str());
   return style & box::kYesNo ? BoxButton::kYes : BoxButton::kOk;
 }

@@ -115,7 +115,7 @@ class UnattendedPlatform : public QtPlatform {
   class Answers : public Dialogs {
    public:
     explicit Answers(const std::string& file) : file_(file) {}
-    BoxButton messageBox(const std::string& text, int style, const std::string& title) override;
+    BoxButton messageBox(const std::string& text, int style) override;
     std::string openFile(const FileRequest&) override { return file_; }
     std::string saveFile(const FileRequest&) override { return file_; }
 

@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/qt/qt_platform.h"
-#include "simulator/virtual_platform.h"
+#include "simulator/virtual/virtual_platform.h"
 #include "support/config_home.h"
 #include "support/files.h"
 #include "support/real_time.h"

@@ -8,7 +8,7 @@
 #include "protocol/command_framing.h"
 #include "protocol/reply_decoding.h"
 #include "protocol/transaction.h"
-#include "simulator/simulated_bus.h"
+#include "simulator/model/simulated_bus.h"
 #include "support/chosen_settings.h"
 #include "support/virtual_test.h"
 

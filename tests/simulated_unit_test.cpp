@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "simulator/simulated_bus.h"
-#include "simulator/update_image.h"
+#include "simulator/model/simulated_bus.h"
+#include "simulator/model/update_image.h"
 
 namespace mvdirigo {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "simulator/simulated_bus.h"
+#include "simulator/model/simulated_bus.h"
 #include "support/fault_number.h"
 #include "support/port_refusals.h"
 #include "support/virtual_test.h"
@@ -50,9 +50,26 @@ TEST_F(VirtualMachine, SaysWhereItsScriptWasLeftAndThatAWaitNeverEnds) {
   EXPECT_THROW(loop_.waitUntil([] { return false; }, life_), std::logic_error);
   EXPECT_EQ(platform_.takeProblems(),
             (std::vector<std::string>{
-                "a wait that nothing ends",
-                "unexpected box \"Other\" of style 1 titled \"\", expected box \"Left\" of style 0",
+                "a wait that nothing ends; at 28800.000000000 s nothing is due",
+                "unexpected box \"Other\" of style 1, expected box \"Left\" of style 0",
                 "never shown: box \"Left\" of style 0"}));
+}
+
+TEST_F(VirtualMachine, TellsWhatIsDueAndWhen) {
+  platform_.runFor(1000);
+  const auto timer = platform_.makeTimer([] {});
+  timer->setInterval(250);
+  timer->setEnabled(true);
+  after(std::chrono::hours(1), [] {});
+  port_->setPortOpen(true);
+  port_->Output("a");
+  platform_.socket(3).deliver("b");
+  EXPECT_EQ(platform_.queue().describe(),
+            "at 28801.000000000 s are due\n"
+            "  +0.000000000 s OnComm COM3\n"
+            "  +0.001041666 s byte leaves COM3\n"
+            "  +0.250000000 s timer tick, ms: 250\n"
+            "  +3600.000000000 s the test acts");
 }
 
 TEST_F(VirtualMachine, CarriesBytesAtItsBaudRate) {

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/runtime_error.h"
-#include "simulator/scripted_dialogs.h"
+#include "simulator/virtual/scripted_dialogs.h"
 #include "update/controller_version.h"
 #include "update/flash_reply.h"
 #include "update/update_file.h"

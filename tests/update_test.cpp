@@ -10,8 +10,8 @@
 
 #include <gtest/gtest.h>
 
-#include "simulator/simulated_bus.h"
-#include "simulator/update_image.h"
+#include "simulator/model/simulated_bus.h"
+#include "simulator/model/update_image.h"
 #include "support/chosen_settings.h"
 #include "support/files.h"
 #include "support/virtual_test.h"

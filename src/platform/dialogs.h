@@ -34,10 +34,9 @@ class Dialogs {
  public:
   virtual ~Dialogs() = default;
 
-  /// Shows `text` under `title` (the application's name when empty) and returns the button pressed.
-  /// Closing the box by other means counts as its Cancel, its No, or its only button.
-  virtual BoxButton messageBox(const std::string& text, int style = box::kOkOnly,
-                               const std::string& title = {}) = 0;
+  /// Shows `text` under the application's name and returns the button pressed. Closing the box by
+  /// other means counts as its Cancel, its No, or its only button.
+  virtual BoxButton messageBox(const std::string& text, int style = box::kOkOnly) = 0;
 
   virtual std::string openFile(const FileRequest& request) = 0;
   virtual std::string saveFile(const FileRequest& request) = 0;

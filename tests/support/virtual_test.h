@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "simulator/virtual_platform.h"
+#include "simulator/virtual/virtual_platform.h"
 
 namespace mvdirigo {
 
@@ -18,7 +18,7 @@ class VirtualTest : public ::testing::Test {
 
   /// Runs `action` so much later, while something waits.
   void after(SimTime delay, std::function<void()> action) {
-    platform_.queue().post(platform_.now() + delay, std::move(action));
+    platform_.queue().post(platform_.now() + delay, {"the test acts"}, std::move(action));
   }
 
   VirtualPlatform platform_;

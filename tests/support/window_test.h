@@ -12,7 +12,7 @@
 
 #include "app/program.h"
 #include "core/stored_settings.h"
-#include "simulator/simulated_bus.h"
+#include "simulator/model/simulated_bus.h"
 #include "support/virtual_test.h"
 
 namespace mvdirigo {

@@ -78,12 +78,11 @@ class FileDialog : public QFileDialog {
 
 }  // namespace
 
-BoxButton QtDialogs::messageBox(const std::string& text, int style, const std::string& title) {
+BoxButton QtDialogs::messageBox(const std::string& text, int style) {
   QPointer<QMessageBox> message = new QMessageBox(owner());
   message->setTextFormat(Qt::PlainText);
   message->setText(QString::fromStdString(text).replace("\r\n", "\n").replace('\r', '\n'));
-  message->setWindowTitle(title.empty() ? QApplication::applicationName()
-                                        : QString::fromStdString(title));
+  message->setWindowTitle(QApplication::applicationName());
   message->setIcon(iconOf(style));
 
   BoxButton when_closed = BoxButton::kOk;

@@ -8,8 +8,7 @@ namespace mvdirigo {
 
 class QtDialogs : public Dialogs {
  public:
-  BoxButton messageBox(const std::string& text, int style = box::kOkOnly,
-                       const std::string& title = {}) override;
+  BoxButton messageBox(const std::string& text, int style = box::kOkOnly) override;
   std::string openFile(const FileRequest& request) override;
   std::string saveFile(const FileRequest& request) override;
 

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "simulator/model/sim_time.h"
+
+namespace mvdirigo {
+
+/// The error code of a reply, as a simulated controller gives it.
+enum class ReplyCode { kNoError = 0, kInvalidCommand = 2, kInvalidOperand = 3, kBusy = 15 };
+
+/// A motor that runs small programs: it moves at constant velocity, and position and progress are
+/// worked out when somebody asks. Positions are in steps, velocities in steps/s.
+class Motion {
+ public:
+  /// Takes a program such as "gA1000M500A0M500G5R": loaded at once, and run if it ends in "R".
+  ReplyCode command(std::string_view text, SimTime now);
+  void terminate(SimTime now);
+  bool busy(SimTime now);
+
+  /// The value of query "?0" to "?11"; none beyond.
+  std::optional<long> query(long index, SimTime now);
+
+ private:
+  struct Step {
+    char letter;
+    long operand;
+  };
+  struct Loop {
+    std::size_t first_step;
+    long rounds_done;
+  };
+
+  static ReplyCode parse(std::string_view text, std::vector<Step>& program);
+  void advance(SimTime now);
+  long target(const Step& step) const;
+  SimTime duration(const Step& step) const;
+  /// The position while the present step runs.
+  long positionAt(SimTime now) const;
+  void finish(const Step& step);
+
+  std::vector<Step> program_;
+  bool running_ = false;
+  std::size_t next_step_ = 0;
+  SimTime step_start_{};
+  std::vector<Loop> loops_;
+
+  long position_ = 0;
+  long target_ = 0;
+  std::map<char, long> settings_ = {{'V', 2000}, {'v', 100}, {'L', 1000}, {'j', 16},
+                                    {'m', 50},   {'h', 10},  {'F', 0},    {'J', 0}};
+};
+
+}  // namespace mvdirigo
