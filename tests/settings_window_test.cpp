@@ -115,7 +115,7 @@ TEST_F(SettingsWindow, FindsNoPortWhileTheConsoleHoldsOneAndSaysSo) {
   platform_.runFor(1);
   EXPECT_EQ(field("ResponseString"), std::string(4000, 'x') + "\u2026");
   press("LoadButton(3)");
-  EXPECT_EQ(hints(), "|||");
+  EXPECT_EQ(hints(), "Press Re-Scan Ports to look again.|||");
   press(dialog(), "cmdRescanPorts");
   EXPECT_EQ(ports.item(0)->text(), "COM1  available");
   EXPECT_EQ(platform_.times_links_forgotten, 2);

@@ -30,7 +30,15 @@ void AutoSearch::AutoSetup_Click() {
   if (running_) return;
 
   running_ = true;
-  const Outcome outcome = search();
+  Outcome outcome = Outcome::kWindowGone;
+  try {
+    outcome = search();
+  } catch (...) {
+    running_ = searching_ = false;
+    ScanTimer_->setEnabled(false);
+    bench_.setSearchCaption("Auto Set Comm");
+    throw;
+  }
   running_ = false;
   if (outcome == Outcome::kFoundOrStopped) finish();
   if (outcome == Outcome::kNothingFound) reportNothingFound();

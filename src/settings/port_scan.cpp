@@ -7,6 +7,8 @@ namespace mvdirigo {
 bool PortAvailable(SerialPort& MSComm1, int port) {
   return skipOnError([&] {
     MSComm1.setCommPort(port);
+    // Whatever rate was tried last: the port may be one that lacks it.
+    MSComm1.setSettings("9600");
     MSComm1.setPortOpen(true);
     MSComm1.setPortOpen(false);
   });

@@ -246,6 +246,7 @@ QString Settings::portToolTip(int port, bool available) {
   if (!details.hardware.empty()) lines << text(details.hardware);
   if (!available) {
     lines << (scanObstacle().isEmpty() ? text(details.obstacle) : scanObstacle());
+    if (lines.last().isEmpty()) lines << "Press Re-Scan Ports to look again.";
   }
   lines.removeAll(QString());
   return lines.join('\n');
@@ -382,6 +383,13 @@ void Settings::selectBaudRate(int row) { lstBaudRate->setCurrentRow(row); }
 
 void Settings::setFirstString(const std::string& query) {
   console_.controls().StringToSend[0]->setText(text(query));
+}
+
+void Settings::sendFirstString() {
+  const bool shown = isVisible();
+  console_.SendCommand_Click(0);
+  // Escape inside the send closes the port, and the rest of the send opens it again.
+  if (shown && !isVisible()) closeConsolePort();
 }
 
 void Settings::closeConsolePort() {

@@ -81,7 +81,7 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   void setCommPortSetting(int port) override;
   void selectBaudRate(int row) override;
   void setFirstString(const std::string& query) override;
-  void sendFirstString() override { console_.SendCommand_Click(0); }
+  void sendFirstString() override;
   void clearResponseString() override;
   bool hasResponse() override;
   void setSearchCaption(const std::string& caption) override;

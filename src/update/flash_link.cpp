@@ -34,14 +34,25 @@ FlashLink::FlashLink(Platform& platform, Window& window, const WindowLife& life)
 void FlashLink::setUp(LiveSettings& settings) {
   reply = {};
   AbortTransfer = false;
-  tmrMSCommFlash_->setInterval(textToInt32(settings.RCVTimeout()));
+  try {
+    tmrMSCommFlash_->setInterval(textToInt32(settings.RCVTimeout()));
+    tmrMSCommFlash_->setEnabled(false);
+    close();
+    MSCommFlash_->setRThreshold(1);
+    MSCommFlash_->setInputLen(1);
+    MSCommFlash_->setCommPort(textToInt16(settings.CommPortSetting()));
+    MSCommFlash_->setSettings(settings.BaudRate());
+    MSCommFlash_->setInputMode(SerialPort::Mode::kText);
+  } catch (const RuntimeError& refusal) {
+    refusal_ = refusal;
+    throw;
+  }
+}
+
+void FlashLink::startAnew() {
+  lost_ = false;
+  // A time-out that an earlier update left behind would end this one.
   tmrMSCommFlash_->setEnabled(false);
-  close();
-  MSCommFlash_->setRThreshold(1);
-  MSCommFlash_->setInputLen(1);
-  MSCommFlash_->setCommPort(textToInt16(settings.CommPortSetting()));
-  MSCommFlash_->setSettings(settings.BaudRate());
-  MSCommFlash_->setInputMode(SerialPort::Mode::kText);
 }
 
 void FlashLink::close() {
@@ -55,6 +66,8 @@ void FlashLink::reopen(const std::string& settings) {
 }
 
 void FlashLink::open() {
+  // What was not set up stands for another port, where another unit would get the image.
+  if (refusal_) throw RuntimeError(*refusal_);
   // A playback of the console may have opened its port meanwhile.
   window_.closeConsolePort();
   MSCommFlash_->setPortOpen(true);

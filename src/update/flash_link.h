@@ -2,10 +2,12 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "core/live_settings.h"
 #include "platform/platform.h"
+#include "platform/runtime_error.h"
 #include "update/flash_reply.h"
 
 namespace mvdirigo {
@@ -42,13 +44,13 @@ class FlashLink {
   FlashLink(Platform& platform, Window& window, const WindowLife& life);
 
   /// Sets the closed port and the receive time-out up from the settings in force; throws
-  /// `RuntimeError` at the first setting that is refused.
+  /// `RuntimeError` at the first setting that is refused, and so does every opening afterwards.
   void setUp(LiveSettings& settings);
 
   /// Closes the port if it is open.
   void close();
-  /// Lets a device that vanished earlier count no more.
-  void startAnew() { lost_ = false; }
+  /// Lets nothing of an earlier update count any more, such as a device that vanished in it.
+  void startAnew();
   /// Closes the port if it is open, and opens it with `settings`.
   void reopen(const std::string& settings);
 
@@ -103,6 +105,8 @@ class FlashLink {
   const WindowLife& life_;
   bool sending_piece_ = false;
   bool lost_ = false;
+  /// Why the port was not set up.
+  std::optional<RuntimeError> refusal_;
 
   /// One-shot: its tick only disables it.
   std::unique_ptr<Timer> DoLoopTimer_;

@@ -121,7 +121,11 @@ PortDetails PortDevices::describe(int comm_port) {
 }
 
 void PortDevices::forgetLinks() {
-  for (Port& port : ports_) port.link.clear();
+  for (int number = SerialPort::kLowestPort; number <= SerialPort::kHighestPort; ++number) {
+    Port& port = at(number);
+    port.link.clear();
+    if (isThere(tableDevice(number))) port.stable_name.clear();
+  }
 }
 
 fs::path PortDevices::tableDevice(int comm_port) const {
@@ -137,10 +141,8 @@ fs::path PortDevices::nameOf(int comm_port) {
     if (isThere(folder / link)) return port.link = folder / link;
   }
   if (!port.link.empty()) return port.link;
-  const fs::path device = tableDevice(comm_port);
-  const bool came_back_elsewhere =
-      !isThere(device) && !port.stable_name.empty() && isThere(port.stable_name);
-  return came_back_elsewhere ? port.stable_name : device;
+  if (!port.stable_name.empty() && isThere(port.stable_name)) return port.stable_name;
+  return tableDevice(comm_port);
 }
 
 fs::path PortDevices::stableNameOf(const fs::path& device) const {

@@ -40,7 +40,8 @@ class PortDevices {
   /// What is known of a port. Opens nothing, because opening a port moves its modem lines.
   PortDetails describe(int comm_port);
 
-  /// Lets a number whose link is missing be the device of the table again.
+  /// Lets a number whose link is missing, and one whose device is another adapter's meanwhile, be
+  /// the device of the table again.
   void forgetLinks();
 
  private:
