@@ -3,10 +3,13 @@
 #include <QTextDocument>
 #include <QWidget>
 
+#include "platform/text.h"
+
 namespace mvdirigo {
 
 QString plainToolTip(const QString& text) {
-  return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text;
+  const QString lines = QString::fromStdString(breakLongStretches(text.toStdString(), "\n"));
+  return Qt::mightBeRichText(lines) ? Qt::convertFromPlainText(lines, Qt::WhiteSpacePre) : lines;
 }
 
 void setPlainToolTip(QWidget& widget, const QString& text) {

@@ -38,8 +38,9 @@ class SerialPort {
   virtual bool PortOpen() const = 0;
   virtual void setPortOpen(bool open) = 0;
 
-  /// Closes the open port and opens it again as it was, without letting another program take it in
-  /// between. Throws as closing and opening do; a port that can't be opened again stays closed.
+  /// Closes the open port and opens it again as it was, without letting a program that honours lock
+  /// files take it in between. Throws as closing and opening do; a port that can't be opened again
+  /// stays closed.
   virtual void reopen() = 0;
 
   /// Characters received before an `OnComm`: 0 for no events, 1 for one a character.

@@ -75,6 +75,26 @@ std::string shownReply(std::string_view latin1) {
   return utf8FromLatin1(latin1.substr(0, kShown)) + (latin1.size() > kShown ? "\u2026" : "");
 }
 
+std::string breakLongStretches(std::string_view utf8, std::string_view line_break) {
+  constexpr int kLongest = 100;
+  std::string broken;
+  int stretch = 0;
+  for (const char byte : utf8) {
+    const bool starts_character = (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+    if (starts_character && stretch == kLongest) {
+      broken += line_break;
+      stretch = 0;
+    }
+    broken += byte;
+    if (byte == ' ' || byte == '\n') {
+      stretch = 0;
+    } else if (starts_character) {
+      ++stretch;
+    }
+  }
+  return broken;
+}
+
 std::string_view trimBlanks(std::string_view text) {
   const auto first = text.find_first_not_of(' ');
   if (first == std::string_view::npos) return {};

@@ -22,6 +22,10 @@ namespace mvdirigo {
 /// and "…".
 [[nodiscard]] std::string shownReply(std::string_view latin1);
 
+/// `utf8` with `line_break` put after every 100 characters of a stretch that has none, nor a blank:
+/// windows break lines at blanks only, and would cut the rest.
+[[nodiscard]] std::string breakLongStretches(std::string_view utf8, std::string_view line_break);
+
 /// `text` without the blanks (code 32) at both ends.
 [[nodiscard]] std::string_view trimBlanks(std::string_view text);
 

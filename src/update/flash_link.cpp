@@ -1,5 +1,7 @@
 #include "update/flash_link.h"
 
+#include <utility>
+
 #include "platform/handler_edge.h"
 #include "platform/runtime_error.h"
 #include "platform/text.h"
@@ -13,8 +15,12 @@ constexpr int kDrainPollMs = 2;
 /// Runs `action` when the scope is left, however that happens.
 template <class Action>
 struct AtExit {
-  Action action;
+  explicit AtExit(Action on_exit) : action(std::move(on_exit)) {}
   ~AtExit() { action(); }
+  AtExit(const AtExit&) = delete;
+  AtExit& operator=(const AtExit&) = delete;
+
+  Action action;
 };
 
 }  // namespace
@@ -122,7 +128,7 @@ void FlashLink::sendFlashtoMV(const std::string& text) {
 
 void FlashLink::sendPiece(const std::string& text) {
   sending_piece_ = true;
-  const AtExit sent{[this] { sending_piece_ = false; }};
+  const AtExit sent([this] { sending_piece_ = false; });
   sendFlashtoMV(text);
   WaitOutputDrained();
 }
@@ -132,7 +138,7 @@ void FlashLink::WaitOutputDrained() {
   if (drained()) return;
   // No event tells that the line has taken the last byte, so the wait has to look now and then.
   drain_timer_->setEnabled(true);
-  const AtExit stop{[this] { drain_timer_->setEnabled(false); }};
+  const AtExit stop([this] { drain_timer_->setEnabled(false); });
   waitUntil(drained);
 }
 

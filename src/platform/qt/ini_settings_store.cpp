@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 #include <QDir>
 #include <QFile>
@@ -38,11 +39,17 @@ QByteArray bytesOf(const QString& path) {
   return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-/// A store's file beside the real one. QSettings works on it without the real one's lock, which it
-/// would wait for without end, and without the byte order mark, a broken line to it.
+/// Another console, or a hand, may write the file while this program runs.
+fs::file_time_type lastWritten(const QString& path) {
+  std::error_code error;
+  return fs::last_write_time(path.toStdString(), error);
+}
+
+/// A copy of a store's file. QSettings works on it without the real one's lock, which it would wait
+/// for without end, and without the byte order mark, a broken line to it.
 class WorkingCopy {
  public:
-  WorkingCopy(const QString& path, QByteArray bytes) : folder_(path + ".XXXXXX") {
+  explicit WorkingCopy(QByteArray bytes) {
     if (bytes.startsWith("\xEF\xBB\xBF")) bytes.remove(0, 3);
     QFile file(path_);
     made_ = folder_.isValid() && file.open(QIODevice::WriteOnly) &&
@@ -75,7 +82,7 @@ std::optional<Values> read(const QString& path) {
   const QString text = utf8(bytes);
   if (utf8.hasError() || text.contains(QChar::Null)) return std::nullopt;
 
-  const WorkingCopy copy(path, bytes);
+  const WorkingCopy copy(bytes);
   const QSettings settings(copy.made() ? copy.path() : path, QSettings::IniFormat);
   Values values;
   for (const QString& key : settings.allKeys()) {
@@ -107,15 +114,17 @@ bool setAside(const QString& path) {
 /// Writes `values` into the store at `path`, all or none of them, and keeps the others.
 bool write(const QString& path, const Values& values) {
   if (!read(path) && !setAside(path)) return false;
-  const WorkingCopy copy(path, bytesOf(path));
+  const WorkingCopy copy(bytesOf(path));
+  if (!copy.made()) return false;
   QSettings settings(copy.path(), QSettings::IniFormat);
   for (const auto& [key, value] : values) {
     settings.setValue(QString::fromStdString(key), QString::fromStdString(value));
   }
   settings.sync();
-  if (!copy.made() || settings.status() != QSettings::NoError) return false;
+  if (settings.status() != QSettings::NoError) return false;
   const QByteArray bytes = bytesOf(copy.path());
   QSaveFile file(path);
+  file.setDirectWriteFallback(true);
   return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit();
 }
 
@@ -169,16 +178,18 @@ void IniSettingsStore::flush() {
 
 IniSettingsStore::File& IniSettingsStore::file(const std::string& application) {
   const auto [entry, is_new] = files_.try_emplace(application);
-  if (is_new) {
-    const QString path = pathOf(application);
-    const auto stored = read(path);
-    if (stored) {
-      entry->second.values = *stored;
-    } else {
-      setAside(path);
-    }
+  File& file = entry->second;
+  const QString path = pathOf(application);
+  const auto written = lastWritten(path);
+  if (!is_new && written == file.read_as_of) return file;
+  file.read_as_of = written;
+  if (auto stored = read(path)) {
+    file.values = std::move(*stored);
+    for (const auto& [key, value] : file.unwritten) file.values[key] = value;
+  } else if (is_new) {
+    setAside(path);
   }
-  return entry->second;
+  return file;
 }
 
 }  // namespace mvdirigo

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <map>
 #include <string>
 
@@ -10,9 +11,10 @@
 namespace mvdirigo {
 
 /// The settings store as INI files, one an application, in the user's configuration folder:
-/// `$XDG_CONFIG_HOME/<application>.ini` with one group a section. A file is read once, at the first
-/// use of its application. Saved values reach it in the next turn of the event loop, all together,
-/// and at the latest when the store is destroyed; what else stands in it then stays.
+/// `$XDG_CONFIG_HOME/<application>.ini` with one group a section. A file is read at the first
+/// use of its application, and again when another program has written it. Saved values reach it in
+/// the next turn of the event loop, all together, and at the latest when the store is destroyed;
+/// what else stands in it then stays.
 class IniSettingsStore : public SettingsStore {
  public:
   IniSettingsStore();
@@ -32,6 +34,7 @@ class IniSettingsStore : public SettingsStore {
     /// By "section/key".
     std::map<std::string, std::string> values;
     std::map<std::string, std::string> unwritten;
+    std::filesystem::file_time_type read_as_of;
   };
 
   File& file(const std::string& application);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -49,6 +50,12 @@ pid_t holderIn(std::string_view content) {
   return parsed.ec == std::errc() ? std::max(holder, 0) : 0;
 }
 
+/// The file of that name, not followed if it is a link; 0 for none.
+ino_t inodeOf(const fs::path& file) {
+  struct stat status {};
+  return lstat(file.c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
 bool isAlive(pid_t process) { return kill(process, 0) == 0 || errno == EPERM; }
 
 std::string removalAdvice(const fs::path& file) {
@@ -80,16 +87,18 @@ std::string inUseText(pid_t holder) {
   return "It is in use by " + (name.empty() ? "another program" : "the program " + name) + '.';
 }
 
-HeldLock::HeldLock(LockFiles& files, fs::path file) : files_(&files), file_(std::move(file)) {
+HeldLock::HeldLock(LockFiles& files, fs::path file)
+    : files_(&files), file_(std::move(file)), inode_(inodeOf(file_)) {
   if (!file_.empty()) files_->held_.insert(file_);
 }
 
 HeldLock::HeldLock(HeldLock&& other) noexcept
-    : files_(other.files_), file_(std::exchange(other.file_, {})) {}
+    : files_(other.files_), file_(std::exchange(other.file_, {})), inode_(other.inode_) {}
 
 HeldLock::~HeldLock() {
   if (file_.empty()) return;
-  ::unlink(file_.c_str());
+  // What another program put in its place is that program's.
+  if (inodeOf(file_) == inode_) ::unlink(file_.c_str());
   files_->held_.erase(file_);
 }
 
@@ -122,9 +131,19 @@ std::string LockFiles::obstacle(const fs::path& file) const {
   return held ? inUseText(holder) : std::string();
 }
 
+// Of two programs that both judge a file left behind, the second would remove the lock that the
+// first has made meanwhile. So the file is locked itself, and looked at again.
+void LockFiles::removeLeftBehind(const fs::path& file) const {
+  const Descriptor stale(file, O_RDONLY);
+  struct stat status {};
+  const bool alone = stale.number >= 0 && flock(stale.number, LOCK_EX | LOCK_NB) == 0 &&
+                     fstat(stale.number, &status) == 0 && status.st_ino == inodeOf(file);
+  if (alone && obstacle(file).empty()) ::unlink(file.c_str());
+}
+
 HeldLock LockFiles::take(const fs::path& device) {
   const fs::path file = fileOf(device);
-  // Refused after it removed a file that was left behind, another program was faster.
+  constexpr int kAttempts = 3;
   for (int attempt = 1;; ++attempt) {
     const Descriptor lock(file, O_WRONLY | O_CREAT | O_EXCL);
     if (lock.number >= 0) {
@@ -141,10 +160,11 @@ HeldLock LockFiles::take(const fs::path& device) {
     if (std::string text = obstacle(file); !text.empty()) {
       throw PortRefused(Fault::kPortAlreadyOpen, std::move(text));
     }
-    if (attempt == 2 || ::unlink(file.c_str()) != 0) {
+    if (attempt == kAttempts) {
       throw PortRefused(Fault::kPortAlreadyOpen,
                         "Its lock file was left behind." + removalAdvice(file));
     }
+    removeLeftBehind(file);
   }
 }
 

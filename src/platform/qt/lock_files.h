@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <set>
 #include <string>
@@ -23,6 +25,7 @@ class HeldLock {
  private:
   LockFiles* files_;
   std::filesystem::path file_;
+  ino_t inode_ = 0;
 };
 
 /// The lock files by which programs for serial ports have always told each other what they use:
@@ -47,6 +50,9 @@ class LockFiles {
 
  private:
   friend class HeldLock;
+
+  /// Removes a lock file that an ended program left behind, unless another program is at it.
+  void removeLeftBehind(const std::filesystem::path& file) const;
 
   std::filesystem::path folder_;
   std::set<std::filesystem::path> held_;

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -89,7 +90,8 @@ std::string hardwareOf(const fs::path& device) {
 bool isThere(const fs::path& name) {
   std::error_code error;
   // A link to a device that is unplugged counts: the number isn't another device's meanwhile.
-  return fs::exists(fs::symlink_status(name, error));
+  // So does one that can't be looked at.
+  return fs::symlink_status(name, error).type() != fs::file_type::not_found;
 }
 
 }  // namespace
@@ -97,27 +99,39 @@ bool isThere(const fs::path& name) {
 std::unique_ptr<SerialDevice> PortDevices::take(int comm_port, const LineSettings& line,
                                                 std::optional<HeldLock> kept) {
   Port& port = at(comm_port);
-  port.refusal.reset();
+  port.refusal.clear();
+  const fs::path device = deviceOf(nameOf(comm_port));
   try {
-    const fs::path device = deviceOf(nameOf(comm_port));
-    struct stat node {};
-    if (stat(device.c_str(), &node) != 0) throw PortRefused(openingFault(errno), {});
-    if (!SerialDevice::isOne(device)) throw PortRefused(Fault::kInvalidPortNumber, {});
-    const bool lock_fits = kept && kept->file() == lock_files_.fileOf(device);
-    auto taken = std::make_unique<SerialDevice>(
-        device, lock_fits ? std::move(*kept) : lock_files_.take(device));
-    taken->apply(line);
+    auto taken = takeDevice(device, line, std::move(kept));
     if (port.link.empty()) port.stable_name = stableNameOf(device);
     return taken;
   } catch (const PortRefused& refusal) {
-    port.refusal = refusal;
+    if (obstacleOf(device).empty()) {
+      port.refusal =
+          refusal.reason().empty() ? "It does not work as a serial port." : refusal.reason();
+    }
     throw;
   }
 }
 
+std::unique_ptr<SerialDevice> PortDevices::takeDevice(const fs::path& device,
+                                                      const LineSettings& line,
+                                                      std::optional<HeldLock> kept) {
+  struct stat node {};
+  if (stat(device.c_str(), &node) != 0) throw PortRefused(openingFault(errno), {});
+  if (!SerialDevice::isOne(device)) throw PortRefused(Fault::kInvalidPortNumber, {});
+  const bool lock_fits = kept && kept->file() == lock_files_.fileOf(device);
+  auto taken = std::make_unique<SerialDevice>(
+      device, lock_fits ? std::move(*kept) : lock_files_.take(device));
+  taken->apply(line);
+  return taken;
+}
+
 PortDetails PortDevices::describe(int comm_port) {
   const fs::path device = deviceOf(nameOf(comm_port));
-  return {device.string(), hardwareOf(device), obstacleOf(device, at(comm_port))};
+  std::string obstacle = obstacleOf(device);
+  if (obstacle.empty()) obstacle = at(comm_port).refusal;
+  return {device.string(), hardwareOf(device), std::move(obstacle)};
 }
 
 void PortDevices::forgetLinks() {
@@ -141,8 +155,7 @@ fs::path PortDevices::nameOf(int comm_port) {
     if (isThere(folder / link)) return port.link = folder / link;
   }
   if (!port.link.empty()) return port.link;
-  if (!port.stable_name.empty() && isThere(port.stable_name)) return port.stable_name;
-  return tableDevice(comm_port);
+  return port.stable_name.empty() ? tableDevice(comm_port) : port.stable_name;
 }
 
 fs::path PortDevices::stableNameOf(const fs::path& device) const {
@@ -157,9 +170,13 @@ fs::path PortDevices::stableNameOf(const fs::path& device) const {
   return {};
 }
 
-std::string PortDevices::obstacleOf(const fs::path& device, const Port& port) const {
+std::string PortDevices::obstacleOf(const fs::path& device) const {
   struct stat node {};
-  if (stat(device.c_str(), &node) != 0) return "There is no such device.";
+  if (stat(device.c_str(), &node) != 0) {
+    return errno == ENOENT || errno == ENOTDIR
+               ? "There is no such device."
+               : "It can't be looked at (" + std::string(std::strerror(errno)) + ").";
+  }
   if (!SerialDevice::isOne(device)) return "It is not a serial port.";
   // The system has nodes for more ports than the computer; those have a chip of type 0.
   if (firstLine("/sys/class/tty" / device.filename() / "type") == "0") {
@@ -169,10 +186,8 @@ std::string PortDevices::obstacleOf(const fs::path& device, const Port& port) co
   if (std::string text = lock_files_.obstacle(lock_files_.fileOf(device)); !text.empty()) {
     return text;
   }
-  if (const pid_t holder = flockHolder(node)) return inUseText(holder);
-  if (!port.refusal) return {};
-  return port.refusal->reason().empty() ? "It does not work as a serial port."
-                                        : port.refusal->reason();
+  const pid_t holder = flockHolder(node);
+  return holder != 0 ? inUseText(holder) : std::string();
 }
 
 }  // namespace mvdirigo

@@ -22,9 +22,10 @@ struct PortFolders {
 /// `$XDG_CONFIG_HOME/<application>/ports/comN`, else /dev/comN, else a device of a fixed table:
 /// 1 to 4 /dev/ttyS0 to 3, 5 to 12 /dev/ttyUSB0 to 7, 13 to 16 /dev/ttyACM0 to 3.
 ///
-/// A number that a link served stays with links while the link is missing: its commands are not to
-/// reach another unit because a cable fell out. An adapter of the table that comes back under
-/// another name, as after a sleep, is found by its name in /dev/serial/by-id.
+/// A number that a link served stays with links while the link is missing, and one that opened an
+/// adapter of the table stays with that adapter, by its name in /dev/serial/by-id, even when it
+/// comes back as another device after a sleep: commands are not to reach another unit because a
+/// cable fell out.
 class PortDevices {
  public:
   explicit PortDevices(PortFolders folders = {})
@@ -50,8 +51,8 @@ class PortDevices {
     std::filesystem::path link;
     /// The name under which the adapter that was opened is found wherever it comes back.
     std::filesystem::path stable_name;
-    /// Why the last opening was refused; some reasons show only then.
-    std::optional<PortRefused> refusal;
+    /// Why the last opening was refused, where that shows only then; else empty.
+    std::string refusal;
   };
 
   Port& at(int comm_port) { return ports_.at(static_cast<std::size_t>(comm_port)); }
@@ -59,7 +60,10 @@ class PortDevices {
   /// The name under which the port's device is to be found now; there may be no such device.
   std::filesystem::path nameOf(int comm_port);
   std::filesystem::path stableNameOf(const std::filesystem::path& device) const;
-  std::string obstacleOf(const std::filesystem::path& device, const Port& port) const;
+  std::unique_ptr<SerialDevice> takeDevice(const std::filesystem::path& device,
+                                           const LineSettings& line, std::optional<HeldLock> kept);
+  /// What stands in the way now, as far as it shows without an opening.
+  std::string obstacleOf(const std::filesystem::path& device) const;
 
   PortFolders folders_;
   LockFiles lock_files_;

@@ -10,6 +10,7 @@
 #include <QStringList>
 
 #include "platform/runtime_error.h"
+#include "platform/text.h"
 
 namespace mvdirigo {
 namespace {
@@ -81,7 +82,10 @@ class FileDialog : public QFileDialog {
 BoxButton QtDialogs::messageBox(const std::string& text, int style) {
   QPointer<QMessageBox> message = new QMessageBox(owner());
   message->setTextFormat(Qt::PlainText);
-  message->setText(QString::fromStdString(text).replace("\r\n", "\n").replace('\r', '\n'));
+  constexpr const char* kZeroWidthSpace = "\u200B";
+  message->setText(QString::fromStdString(breakLongStretches(text, kZeroWidthSpace))
+                       .replace("\r\n", "\n")
+                       .replace('\r', '\n'));
   message->setWindowTitle(QApplication::applicationName());
   message->setIcon(iconOf(style));
 

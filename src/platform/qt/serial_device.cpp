@@ -84,6 +84,10 @@ class WaitLimit {
     struct sigaction nothing {};
     nothing.sa_handler = [](int) {};
     sigaction(SIGALRM, &nothing, &before_);
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &alarm, &blocked_before_);
     sigevent to_this_thread{};
     to_this_thread.sigev_notify = SIGEV_THREAD_ID;
     to_this_thread.sigev_signo = SIGALRM;
@@ -95,6 +99,7 @@ class WaitLimit {
   }
   ~WaitLimit() {
     if (armed_) timer_delete(timer_);
+    pthread_sigmask(SIG_SETMASK, &blocked_before_, nullptr);
     sigaction(SIGALRM, &before_, nullptr);
   }
   WaitLimit(const WaitLimit&) = delete;
@@ -102,6 +107,7 @@ class WaitLimit {
 
  private:
   struct sigaction before_ {};
+  sigset_t blocked_before_{};
   timer_t timer_{};
   bool armed_ = false;
 };
