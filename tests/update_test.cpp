@@ -1,7 +1,6 @@
 #include <sys/stat.h>
 
 #include <cstring>
-#include <deque>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -24,19 +23,18 @@ using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
 /// A simulated unit of which a test can replace answers, and a record of what it heard.
-class Unit : public SimulatedLine {
+class Unit : public SimulatedBus {
  public:
-  Unit(const UnitOptions& unit, const BusOptions& bus) : bus_({unit}, bus) {}
+  Unit(VirtualPlatform& platform, const UnitOptions& unit, const BusOptions& bus)
+      : SimulatedBus({unit}, bus), platform_(platform) {}
 
   /// By the wake byte or a command's text behind the address; an empty answer is none.
   std::map<std::string, std::string> answers = {{"\xAA", "\r"}};
   /// Every rate that the host spoke at, in front of what it said; pieces left out.
   std::string heard;
 
-  SimulatedUnit& model() { return bus_.unit(0); }
-
   void receive(char byte, int host_baud, SimTime now) override {
-    if (model().updating()) return bus_.receive(byte, host_baud, now);
+    if (unit(0).updating()) return SimulatedBus::receive(byte, host_baud, now);
     if (std::exchange(baud_, host_baud) != host_baud) heard += std::to_string(host_baud) + ":";
     heard += byte;
     if (byte == '/') command_.clear();
@@ -44,50 +42,38 @@ class Unit : public SimulatedLine {
     const bool whole = byte == '\r' && command_.size() > 2;
     const auto answer = answers.find(whole ? command_.substr(2, command_.size() - 3) : command_);
     // A model that never hears the carriage return does not answer.
-    if (answer == answers.end()) return bus_.receive(byte, host_baud, now);
-    for (const char c : answer->second) said_.emplace_back(now += byteTime(host_baud), c);
-  }
-  std::optional<SimTime> nextEvent() const override {
-    return said_.empty() ? bus_.nextEvent() : said_.front().first;
-  }
-  std::string advance(SimTime now, int host_baud) override {
-    std::string bytes = bus_.advance(now, host_baud);
-    for (; !said_.empty() && said_.front().first <= now; said_.pop_front()) {
-      bytes += said_.front().second;
+    if (answer == answers.end()) return SimulatedBus::receive(byte, host_baud, now);
+    for (const char c : answer->second) {
+      now += byteTime(host_baud);
+      platform_.queue().post(now, [&line = platform_.socket(3), c] { line.deliver({c}); });
     }
-    return bytes;
   }
-  bool vanished() const override { return bus_.vanished(); }
 
  private:
-  SimulatedBus bus_;
+  VirtualPlatform& platform_;
   int baud_ = 0;
   std::string command_;
-  std::deque<std::pair<SimTime, char>> said_;
 };
 
 /// The dialog: keeps what it was told, and notices being touched after it left.
 class DialogDouble : public FirmwareUpdate::Window {
  public:
   WindowLife life;
-  std::vector<std::string> statuses = {"Status: None"};
-  std::string spins;
-  std::string traffic;
+  /// Without the "Status: " that each begins with.
+  std::vector<std::string> statuses;
+  std::string spins, traffic, baud = "57600";
   std::vector<int> steps;
-  bool update_enabled = false;
-  bool pause_enabled = false;
-  bool enlarged = false;
-  bool verbose_checked = false;
+  bool update_enabled = false, pause_enabled = false, enlarged = false, verbose_checked = false;
   int unit = 1;
-  std::string baud = "57600";
   std::function<void(const std::string&)> on_status;
 
   bool verbose() override { return verbose_checked; }
   void printTraffic(const std::string& bytes) override { touch(), traffic += "[" + bytes + "]"; }
   void setStatus(const std::string& text) override {
     touch();
-    statuses.push_back(text);
-    if (on_status) on_status(text);
+    EXPECT_TRUE(text.starts_with("Status: ")) << text;
+    statuses.push_back(text.substr(8));
+    if (on_status) on_status(statuses.back());
   }
   void setSpinner(const std::string& text) override { touch(), spins += text; }
   int progress() override { return steps.back(); }
@@ -109,9 +95,15 @@ const std::string kConfirm =
     "Are you sure you want to continue? \r\n\r\n- Disconnect all other devices from serial bus.\r\n"
     "- Terminate connections for high baud rates.\r\n\r\n"
     "- DO NOT POWER OFF DEVICE until update is complete.";
-const std::string kOk = "Status: OK";
-const std::string kValidating = "Status: Validating ZRF file...";
-const std::string kLineTimeout = "Status: Timeout. No Movane detected.";
+const std::string kOk = "OK", kNone = "None";
+const std::string kTerminating = "Terminating Commands...";
+const std::string kSettling = "Negotiating baud rate...";
+const std::string kSettled = "Validating ZRF update file...";
+const std::string kValidating = "Validating ZRF file...";
+const std::string kValid = "ZRF file OK...";
+const std::string kEntering = "Entering update mode...";
+const std::string kSending = "Transmitting data...";
+const std::string kLineTimeout = "Timeout. No Movane detected.";
 
 struct Box {
   std::string text;
@@ -151,7 +143,7 @@ class UpdateTest : public VirtualTest {
   void openDialog(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
     update_.reset();
     platform_.detach(3);
-    unit_ = std::make_unique<Unit>(unit, bus);
+    unit_ = std::make_unique<Unit>(platform_, unit, bus);
     platform_.attach(3, *unit_);
     dialog_ = std::make_unique<DialogDouble>();
     update_ = std::make_unique<FirmwareUpdate>(platform_, *dialog_, dialog_->life);
@@ -199,20 +191,12 @@ TEST_F(UpdateTest, SendsEverythingInOrderAtTheRightRate) {
   update(kOk);
   const std::string image = bytes(597) + "   ";
   EXPECT_EQ(platform_.socket(3).sent, "\xAA/@T\r/@b57600R\r/@&\r/@!\r/@]40617\r" + image);
-  EXPECT_EQ(unit_->model().image(), image);
+  EXPECT_EQ(unit_->unit(0).image(), image);
   EXPECT_EQ(unit_->heard, "9600:\xAA/@T\r/@b57600R\r57600:/@&\r/@!\r/@]40617\r");
-  const std::vector<std::string> statuses = {"Status: None",
-                                             "Status: Loaded " + file_.string(),
-                                             "Status: Terminating Commands...",
-                                             "Status: Negotiating baud rate...",
-                                             "Status: Validating ZRF update file...",
-                                             "Status: Validating ZRF file...",
-                                             "Status: ***FULL UPDATE*** ZRF file OK...",
-                                             "Status: Entering update mode...",
-                                             "Status: Transmitting data...",
-                                             "Status: Transfer complete...",
-                                             "Status: OK"};
-  EXPECT_EQ(dialog_->statuses, statuses);
+  EXPECT_EQ(dialog_->statuses,
+            (std::vector<std::string>{"Loaded " + file_.string(), kTerminating, kSettling, kSettled,
+                                      kValidating, "***FULL UPDATE*** " + kValid, kEntering,
+                                      kSending, "Transfer complete...", kOk}));
   EXPECT_EQ(dialog_->spins, "-/|\\-/|\\-/|\\-/| ");  // Pieces 0, 7, ... 98; 7 is 3 modulo 4.
   EXPECT_EQ(dialog_->steps.size(), 4 + 14);          // 42 bytes, the first time 36, per step.
   dialog_->steps.resize(6);
@@ -230,7 +214,7 @@ TEST_F(UpdateTest, DeliversThePayloadAtEveryRate) {
       dialog_->baud = rates[round++ % 4];
       choose(content);
       update(kOk);
-      EXPECT_TRUE(unit_->model().image() == imageOfUpdateFile(content)) << start << " " << length;
+      EXPECT_TRUE(unit_->unit(0).image() == imageOfUpdateFile(content)) << start << " " << length;
     }
     ++round;
   }
@@ -252,7 +236,6 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
       "Partial Upgrade file. Exiting...",
       112};
   const Box no_prompt = {" 20 Unrecognized response from Unit, Exiting"};
-  const std::string entering = "Status: Entering update mode...";
   struct Case {
     std::string command, answer;
     std::vector<Box> boxes;
@@ -262,7 +245,7 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
   };
   const Case cases[] = {
       {"\xAA", "", {}, kOk, "TbR&!["},
-      {"T", "", {no_terminate}, "Status: Terminating Commands...", "\xAAT"},
+      {"T", "", {no_terminate}, kTerminating, "\xAAT"},
       {"&", "", {kUnable}, kValidating, "R&"},
       {"&", "ERR 12\r", {no_version}, kValidating, "R&"},
       {"&", "\x02" + std::string(3000, 'x') + "\n\r", {long_answer}, kValidating, "R&"},
@@ -275,8 +258,8 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
       {"!", "/0@103a7\r", {}, kOk, "R&!["},
       {"-", "", {}, kOk, "R&!]", "103A7"},
       {"&", "?\r", {kFailedUnit}, kOk, "R&["},
-      {"&", "?\r", {kFailedUnit, critical}, entering, "R&", "103A7"},
-      {"[40617", "OK\r", {no_prompt}, entering, "R&!["},
+      {"&", "?\r", {kFailedUnit, critical}, kEntering, "R&", "103A7"},
+      {"[40617", "OK\r", {no_prompt}, kEntering, "R&!["},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.command + " answered by " + c.answer);
@@ -295,13 +278,13 @@ TEST_F(UpdateTest, CallsASuccessAtTheTenthTryInvalidAndGoesOnAfterTenFailures) {
   choose("003A7" + bytes(20));
   unit_->answers["&"] = "";
   update(kOk, std::vector<Box>(10, again));
-  EXPECT_EQ(unit_->model().image(), bytes(20) + "    ");
+  EXPECT_EQ(unit_->unit(0).image(), bytes(20) + "    ");
 
   openDialog();
   choose();
   unit_->answers["&"] = "";
   atValidation(10, [&] { unit_->answers.erase("&"); });
-  update("Status: Invalid ZRF update file...", std::vector<Box>(9, again));
+  update("Invalid ZRF update file...", std::vector<Box>(9, again));
 }
 
 TEST_F(UpdateTest, LooksForNoNumberInAVersion) {
@@ -338,10 +321,10 @@ TEST_F(UpdateTest, LeavesTheBaudRateToAUnitWithoutFirmware) {
 TEST_F(UpdateTest, EndsWhenThePromptCameBeforeItsCommand) {
   dialog_->verbose_checked = true;
   dialog_->on_status = [&](const std::string& status) {
-    if (status == "Status: Entering update mode...") platform_.socket(3).deliver("?");
+    if (status == kEntering) platform_.socket(3).deliver("?");
   };
   choose("003A7" + bytes(20));
-  update("Status: Entering update mode...", {{"Response: ''. Exiting...", 112}});
+  update(kEntering, {{"Response: ''. Exiting...", 112}});
   EXPECT_TRUE(dialog_->enlarged);
   EXPECT_TRUE(dialog_->traffic.starts_with("[\xAA][][/1T\r][")) << dialog_->traffic;
 }
@@ -361,8 +344,8 @@ TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) 
     });
   };
   update(kLineTimeout, {kPieceTimeout});
-  update("Status: Transmitting data...");
-  EXPECT_EQ(unit_->model().pieces(), 0);
+  update(kSending);
+  EXPECT_EQ(unit_->unit(0).pieces(), 0);
   openDialog();
   choose();
   update(kOk);
@@ -385,7 +368,7 @@ TEST_F(UpdateTest, DropsACharacterThatCameWhileTheUnitSettled) {
   choose("003A7" + bytes(20));
   SimTime start = platform_.now(), settling{};
   dialog_->on_status = [&](const std::string& status) {
-    if (status == "Status: Validating ZRF update file...") settling = platform_.now() - start;
+    if (status == kSettled) settling = platform_.now() - start;
   };
   update(kOk);
   openDialog();
@@ -404,7 +387,6 @@ TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
 #endif
   const std::string payload = bytes(6 * kPieces);
   write("003A7" + payload);
-  const std::string sending = "Status: Transmitting data...";
   struct Case {
     FaultKind kind;
     long amount;
@@ -419,15 +401,15 @@ TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
                         {FaultKind::kLate, 300, kOk, {}, kOk},
                         {FaultKind::kLate, 2000, kLineTimeout, {}, kOk},
                         {FaultKind::kLate, 13000, kLineTimeout, {kPieceTimeout}, kLineTimeout},
-                        {FaultKind::kRefusePiece, 3, "Status: Error 3!", {}, "Status: Error 3!"},
-                        {FaultKind::kVanish, 0, sending, {kLineGone}, sending}};
+                        {FaultKind::kRefusePiece, 3, "Error 3!", {}, "Error 3!"},
+                        {FaultKind::kVanish, 0, kSending, {kLineGone}, kSending}};
   for (const Case& c : cases) {
     for (int piece = 1; piece <= kPieces && !HasFailure(); piece += kStride) {
       SCOPED_TRACE(std::to_string(&c - cases) + " at piece " + std::to_string(piece));
       openDialog({}, withFaults({{c.kind, c.amount, piece}}));
       choose();
       update(piece == kPieces ? c.last_piece_status : c.status, c.boxes);
-      EXPECT_TRUE(unit_->model().image() == payload || dialog_->statuses.back() != kOk);
+      EXPECT_TRUE(unit_->unit(0).image() == payload || dialog_->statuses.back() != kOk);
     }
   }
 }
@@ -438,7 +420,7 @@ TEST_F(UpdateTest, DoesNotTakeARepeatedAcknowledgementForTheNextPieces) {
     openDialog({},
                withFaults({{FaultKind::kDouble, 100, piece}, {FaultKind::kRefusePiece, 3, 10}}));
     choose();
-    update("Status: Error 3!");
+    update("Error 3!");
   }
 }
 
@@ -448,9 +430,6 @@ TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
   const Box too_large = {"cmdUpdate_Click() Error #: 7 :: Out of memory"};
   const Box deleted = {"cmdUpdate_Click() Error #: 53 :: File not found"};
   const Box replaced = {"cmdUpdate_Click() Error #: 75 :: Path/File access error"};
-  const std::string settling = "Status: Negotiating baud rate...";
-  const std::string valid = "Status: ZRF file OK...";
-  const std::string sending = "Status: Transmitting data...";
   const auto remove = [&] { fs::remove(file_); };
   const auto make_folder = [&] { remove(), fs::create_directory(file_); };
   const auto make_fifo = [&] { remove(), ::mkfifo(file_.c_str(), 0600); };
@@ -462,15 +441,15 @@ TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
     std::string status;
   };
   const Case cases[] = {
-      {settling, remove, {not_found, kUnable}, kValidating},
-      {settling, make_folder, {no_file, kUnable}, kValidating},
-      {settling, make_fifo, {no_file, kUnable}, kValidating},
-      {settling, [&] { write(""); }, {kWrongModel}, kValidating},
-      {settling, grow, {too_large}, valid},
-      {valid, remove, {deleted}, valid},
-      {valid, [&] { write("103A7" + bytes(600)); }, {replaced}, valid},
-      {sending, remove, {}, kOk},
-      {sending, [&] { write("003A7"); }, {}, kOk},
+      {kSettling, remove, {not_found, kUnable}, kValidating},
+      {kSettling, make_folder, {no_file, kUnable}, kValidating},
+      {kSettling, make_fifo, {no_file, kUnable}, kValidating},
+      {kSettling, [&] { write(""); }, {kWrongModel}, kValidating},
+      {kSettling, grow, {too_large}, kValid},
+      {kValid, remove, {deleted}, kValid},
+      {kValid, [&] { write("103A7" + bytes(600)); }, {replaced}, kValid},
+      {kSending, remove, {}, kOk},
+      {kSending, [&] { write("003A7"); }, {}, kOk},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(&c - cases);
@@ -481,7 +460,7 @@ TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
       if (status == c.when) c.change();
     };
     update(c.status, c.boxes);
-    EXPECT_EQ(unit_->model().image(), c.status == kOk ? bytes(600) : "");
+    EXPECT_EQ(unit_->unit(0).image(), c.status == kOk ? bytes(600) : "");
   }
 }
 
@@ -492,8 +471,7 @@ TEST_F(UpdateTest, EndsAtOnceWhenTheWindowOrTheDeviceGoesAwayInAnyWait) {
                                                    {"!", 10s},   {"[40617", 25s}, {"piece", 17s}};
   const auto vanish = [&] {
     // While the line takes the last of the old rate, the opening at the new one notices it.
-    const bool draining = dialog_->statuses.back() == "Status: Negotiating baud rate..." &&
-                          !unit_->heard.ends_with("R\r");
+    const bool draining = dialog_->statuses.back() == kSettling && !unit_->heard.ends_with("R\r");
     const std::string no_port = "cmdUpdate_Click() Error #: 8002 :: Invalid port number";
     platform_.script().expectBox(draining ? no_port : kLineGone.text, 0);
     platform_.detach(3);
@@ -525,8 +503,8 @@ TEST_F(UpdateTest, LeavesADeviceThatCameBackToTheNextUpdate) {
   dialog_->baud = "9600";
   choose("003A7" + bytes(100));
   after(5200ms, [&] { platform_.detach(3); });
-  update("Status: Transmitting data...", {kLineGone});
-  unit_ = std::make_unique<Unit>(UnitOptions{}, BusOptions{});
+  update(kSending, {kLineGone});
+  unit_ = std::make_unique<Unit>(platform_, UnitOptions{}, BusOptions{});
   unit_->answers["&"] = "v7.01\r";
   platform_.attach(3, *unit_);
   update(kOk);
@@ -571,10 +549,10 @@ TEST_F(UpdateTest, ReportsWhatKeepsItFromStarting) {
   EXPECT_TRUE(dialog_->update_enabled);
   platform_.script().expectBox(kConfirm, 68, BoxButton::kNo);
   update_->cmdUpdate_Click();
-  EXPECT_EQ(dialog_->statuses.back(), "Status: None");
+  EXPECT_EQ(dialog_->statuses.back(), kNone);
   EXPECT_TRUE(dialog_->update_enabled);
   platform_.detach(3);
-  update("Status: None", {{"cmdUpdate_Click() Error #: 8002 :: Invalid port number"}});
+  update(kNone, {{"cmdUpdate_Click() Error #: 8002 :: Invalid port number"}});
 }
 
 }  // namespace
