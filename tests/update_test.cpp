@@ -1,10 +1,8 @@
 #include <sys/stat.h>
 
 #include <cstring>
-#include <filesystem>
 #include <map>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -112,6 +110,7 @@ struct Box {
 };
 constexpr BoxButton kCancel = BoxButton::kCancel;
 const Box kUnable = {"Unable to validate ZRF file!", 49, kCancel};
+const Box kGoOn = {kUnable.text, kUnable.style};
 const Box kWrongModel = {
     "This ZRF update file does not work with this stepper model or this model can not be field "
     "upgraded.",
@@ -130,12 +129,6 @@ std::string bytes(std::size_t count) {
   return text;
 }
 
-BusOptions withFaults(const std::vector<LineFault>& faults) {
-  BusOptions options;
-  options.faults = faults;
-  return options;
-}
-
 class UpdateTest : public VirtualTest {
  protected:
   UpdateTest() { openDialog(); }
@@ -149,18 +142,16 @@ class UpdateTest : public VirtualTest {
     update_ = std::make_unique<FirmwareUpdate>(platform_, *dialog_, dialog_->life);
     update_->Form_Load(chosen_);
   }
-  void write(const std::string& content) { writeFile(file_, content); }
-  void choose() {
+  /// Loads the update file, which holds `content`, or what it held before.
+  void choose(const std::optional<std::string>& content = std::nullopt) {
+    if (content) writeFile(file_, *content);
     platform_.script().expectOpenFile(file_.string());
     update_->cmdLoadImage_Click();
   }
-  void choose(const std::string& content) {
-    write(content);
-    choose();
-  }
-  void atValidation(int attempt, std::function<void()> action) {
-    dialog_->on_status = [=, this](const std::string& status) mutable {
-      if (status == kValidating && --attempt == 0) action();
+  /// Runs `action` when the dialog shows `status` for the nth time.
+  void at(const std::string& status, std::function<void()> action, int nth = 1) {
+    dialog_->on_status = [=](const std::string& shown) mutable {
+      if (shown == status && --nth == 0) action();
     };
   }
   /// A whole update that shows these boxes and leaves the dialog idle.
@@ -173,6 +164,7 @@ class UpdateTest : public VirtualTest {
     EXPECT_FALSE(dialog_->pause_enabled);
     for (const auto& problem : platform_.takeProblems()) ADD_FAILURE() << problem;
   }
+
   TemporaryFolder folder_;
   fs::path file_ = folder_.path / "image.zrf";
   ChosenSettings chosen_;
@@ -182,12 +174,10 @@ class UpdateTest : public VirtualTest {
 };
 
 TEST_F(UpdateTest, SendsEverythingInOrderAtTheRightRate) {
-  UnitOptions unit_15;
-  unit_15.address = '@';
-  openDialog(unit_15);
+  openDialog({.address = '@'});
   dialog_->unit = 15;
   choose("103A7" + bytes(597));
-  dialog_->on_status = [&](const std::string&) { dialog_->unit = 3, dialog_->baud = "9600"; };
+  at(kTerminating, [&] { dialog_->unit = 3, dialog_->baud = "9600"; });
   update(kOk);
   const std::string image = bytes(597) + "   ";
   EXPECT_EQ(platform_.socket(3).sent, "\xAA/@T\r/@b57600R\r/@&\r/@!\r/@]40617\r" + image);
@@ -224,12 +214,9 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
   const Box no_terminate = {
       "No response from Terminate command. Verify unit is powered up, connected and the address "
       "switch is set to 1."};
-  const Box no_version = {
-      "Unable to get a valid version string from stepper controller. Got: ERR 12", 65, kCancel};
-  const Box long_answer = {
-      "Unable to get a valid version string from stepper controller. Got: \\x02" +
-          std::string(299, 'x') + "\u2026",
-      65, kCancel};
+  const std::string no_version =
+      "Unable to get a valid version string from stepper controller. Got: ";
+  const std::string x299(299, 'x');
   const Box bad_version = {"validUpdateFile() Error #: 13 :: Type mismatch", 64};
   const Box critical = {
       "Critical Upgrade must use Partial upgrade files only. Please re-try the update with the "
@@ -247,8 +234,12 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
       {"\xAA", "", {}, kOk, "TbR&!["},
       {"T", "", {no_terminate}, kTerminating, "\xAAT"},
       {"&", "", {kUnable}, kValidating, "R&"},
-      {"&", "ERR 12\r", {no_version}, kValidating, "R&"},
-      {"&", "\x02" + std::string(3000, 'x') + "\n\r", {long_answer}, kValidating, "R&"},
+      {"&", "ERR 12\r", {{no_version + "ERR 12", 65, kCancel}}, kValidating, "R&"},
+      {"&",
+       "\x02" + x299 + "x\n\r",
+       {{no_version + "\\x02" + x299 + "\u2026", 65, kCancel}},
+       kValidating,
+       "R&"},
       {"&", "v123.4\r", {kUnable}, kValidating, "R&"},
       {"&", "v7.x\r", {bad_version, kUnable}, kValidating, "R&"},
       {"&", "v7.01\r", {}, kOk, "R&["},
@@ -274,25 +265,26 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
 }
 
 TEST_F(UpdateTest, CallsASuccessAtTheTenthTryInvalidAndGoesOnAfterTenFailures) {
-  const Box again = {kUnable.text, kUnable.style};
   choose("003A7" + bytes(20));
   unit_->answers["&"] = "";
-  update(kOk, std::vector<Box>(10, again));
+  update(kOk, std::vector(10, kGoOn));
   EXPECT_EQ(unit_->unit(0).image(), bytes(20) + "    ");
 
   openDialog();
   choose();
   unit_->answers["&"] = "";
-  atValidation(10, [&] { unit_->answers.erase("&"); });
-  update("Invalid ZRF update file...", std::vector<Box>(9, again));
+  const auto answer = [&] { unit_->answers.erase("&"); };
+  at(kValidating, answer, 10);
+  update("Invalid ZRF update file...", std::vector(9, kGoOn));
 }
 
 TEST_F(UpdateTest, LooksForNoNumberInAVersion) {
   choose("003A7" + bytes(20));
   unit_->answers["&"] = "/0`123 v7.02\r";
   unit_->answers["!"] = "";
-  atValidation(2, [&] { unit_->answers.erase("!"); });
-  update(kOk, {{kUnable.text, kUnable.style}});
+  const auto answer = [&] { unit_->answers.erase("!"); };
+  at(kValidating, answer, 2);
+  update(kOk, {kGoOn});
 }
 
 TEST_F(UpdateTest, TakesAnEarlierNumericAnswerForASecondValidation) {
@@ -305,12 +297,8 @@ TEST_F(UpdateTest, TakesAnEarlierNumericAnswerForASecondValidation) {
 }
 
 TEST_F(UpdateTest, LeavesTheBaudRateToAUnitWithoutFirmware) {
-  UnitOptions without_firmware;
-  without_firmware.valid_firmware = false;
   for (const bool paced : {true, false}) {
-    BusOptions bus;
-    bus.paced = paced;
-    openDialog(without_firmware, bus);
+    openDialog({.valid_firmware = false}, {.paced = paced});
     choose("003A7" + bytes(20));
     update(kOk, {kFailedUnit});
     EXPECT_EQ(unit_->heard, "9600:\xAA/1T\r/1&\r/1[40617\r");
@@ -320,9 +308,7 @@ TEST_F(UpdateTest, LeavesTheBaudRateToAUnitWithoutFirmware) {
 
 TEST_F(UpdateTest, EndsWhenThePromptCameBeforeItsCommand) {
   dialog_->verbose_checked = true;
-  dialog_->on_status = [&](const std::string& status) {
-    if (status == kEntering) platform_.socket(3).deliver("?");
-  };
+  at(kEntering, [&] { platform_.socket(3).deliver("?"); });
   choose("003A7" + bytes(20));
   update(kEntering, {{"Response: ''. Exiting...", 112}});
   EXPECT_TRUE(dialog_->enlarged);
@@ -330,19 +316,16 @@ TEST_F(UpdateTest, EndsWhenThePromptCameBeforeItsCommand) {
 }
 
 TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) {
-  openDialog({}, withFaults({{FaultKind::kSilent, 0, 5}}));
+  openDialog({}, {.faults = {{FaultKind::kSilent, 0, 5}}});
   dialog_->baud = "9600";
   unit_->answers["&"] = "v7.01\r";
   choose("003A7" + bytes(100));
-  dialog_->on_status = [&](const std::string& status) {
-    if (status != kLineTimeout) return;
-    after(1s, [&] {
-      EXPECT_TRUE(dialog_->update_enabled);
-      EXPECT_TRUE(dialog_->pause_enabled);
-      EXPECT_EQ(dialog_->steps.back(), 0);
-      update_->cmdUpdate_Click();  // Ignored: the first update still waits.
-    });
+  const auto look = [&] {
+    EXPECT_TRUE(dialog_->update_enabled && dialog_->pause_enabled);
+    EXPECT_EQ(dialog_->steps.back(), 0);
+    update_->cmdUpdate_Click();  // Ignored: the first update still waits.
   };
+  at(kLineTimeout, [&] { after(1s, look); });
   update(kLineTimeout, {kPieceTimeout});
   update(kSending);
   EXPECT_EQ(unit_->unit(0).pieces(), 0);
@@ -352,14 +335,13 @@ TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) 
 }
 
 TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
-  openDialog({}, withFaults({{FaultKind::kSilent, 0, 5}}));
+  openDialog({}, {.faults = {{FaultKind::kSilent, 0, 5}}});
   choose("003A7" + bytes(100));
   SimTime timed_out{};
-  dialog_->on_status = [&](const std::string& status) {
-    if (status != kLineTimeout) return;
+  at(kLineTimeout, [&] {
     timed_out = platform_.now();
     platform_.socket(3).refusal = Fault::kPortAlreadyOpen;
-  };
+  });
   update(kLineTimeout, {kPieceTimeout});
   EXPECT_EQ(platform_.now(), timed_out);
 }
@@ -367,9 +349,7 @@ TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
 TEST_F(UpdateTest, DropsACharacterThatCameWhileTheUnitSettled) {
   choose("003A7" + bytes(20));
   SimTime start = platform_.now(), settling{};
-  dialog_->on_status = [&](const std::string& status) {
-    if (status == kSettled) settling = platform_.now() - start;
-  };
+  at(kSettled, [&] { settling = platform_.now() - start; });
   update(kOk);
   openDialog();
   choose();
@@ -386,7 +366,7 @@ TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
   constexpr int kStride = 1;
 #endif
   const std::string payload = bytes(6 * kPieces);
-  write("003A7" + payload);
+  writeFile(file_, "003A7" + payload);
   struct Case {
     FaultKind kind;
     long amount;
@@ -406,7 +386,7 @@ TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
   for (const Case& c : cases) {
     for (int piece = 1; piece <= kPieces && !HasFailure(); piece += kStride) {
       SCOPED_TRACE(std::to_string(&c - cases) + " at piece " + std::to_string(piece));
-      openDialog({}, withFaults({{c.kind, c.amount, piece}}));
+      openDialog({}, {.faults = {{c.kind, c.amount, piece}}});
       choose();
       update(piece == kPieces ? c.last_piece_status : c.status, c.boxes);
       EXPECT_TRUE(unit_->unit(0).image() == payload || dialog_->statuses.back() != kOk);
@@ -415,10 +395,10 @@ TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
 }
 
 TEST_F(UpdateTest, DoesNotTakeARepeatedAcknowledgementForTheNextPieces) {
-  write("003A7" + bytes(60));
+  writeFile(file_, "003A7" + bytes(60));
   for (int piece = 1; piece < 10; ++piece) {
     openDialog({},
-               withFaults({{FaultKind::kDouble, 100, piece}, {FaultKind::kRefusePiece, 3, 10}}));
+               {.faults = {{FaultKind::kDouble, 100, piece}, {FaultKind::kRefusePiece, 3, 10}}});
     choose();
     update("Error 3!");
   }
@@ -444,28 +424,25 @@ TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
       {kSettling, remove, {not_found, kUnable}, kValidating},
       {kSettling, make_folder, {no_file, kUnable}, kValidating},
       {kSettling, make_fifo, {no_file, kUnable}, kValidating},
-      {kSettling, [&] { write(""); }, {kWrongModel}, kValidating},
+      {kSettling, [&] { writeFile(file_, ""); }, {kWrongModel}, kValidating},
       {kSettling, grow, {too_large}, kValid},
       {kValid, remove, {deleted}, kValid},
-      {kValid, [&] { write("103A7" + bytes(600)); }, {replaced}, kValid},
-      {kSending, remove, {}, kOk},
-      {kSending, [&] { write("003A7"); }, {}, kOk},
+      {kValid, [&] { writeFile(file_, "103A7" + bytes(600)); }, {replaced}, kValid},
+      {kSending, [&] { writeFile(file_, "003A7"); }, {}, kOk},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(&c - cases);
     fs::remove_all(file_);
     openDialog();
     choose("003A7" + bytes(600));
-    dialog_->on_status = [&](const std::string& status) {
-      if (status == c.when) c.change();
-    };
+    at(c.when, c.change);
     update(c.status, c.boxes);
     EXPECT_EQ(unit_->unit(0).image(), c.status == kOk ? bytes(600) : "");
   }
 }
 
 TEST_F(UpdateTest, EndsAtOnceWhenTheWindowOrTheDeviceGoesAwayInAnyWait) {
-  write("003A7" + bytes(60));
+  writeFile(file_, "003A7" + bytes(60));
   // What is not answered, and until when something waits without a box to show.
   const std::pair<std::string, SimTime> cases[] = {{"\xAA", 5s}, {"T", 5s},       {"&", 10s},
                                                    {"!", 10s},   {"[40617", 25s}, {"piece", 17s}};
@@ -479,7 +456,7 @@ TEST_F(UpdateTest, EndsAtOnceWhenTheWindowOrTheDeviceGoesAwayInAnyWait) {
   for (const auto& [silent, end] : cases) {
     bool device = false;
     for (SimTime leaves = 333us; leaves < end; leaves += leaves < 40ms ? 333us : 97ms) {
-      openDialog({}, withFaults({{FaultKind::kSilent, 0, 5}}));
+      openDialog({}, {.faults = {{FaultKind::kSilent, 0, 5}}});
       unit_->answers[silent] = "";
       choose();
       platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);

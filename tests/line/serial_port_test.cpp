@@ -12,7 +12,6 @@
 #include <cstring>
 
 #include <QEventLoop>
-#include <QTimer>
 #include <gtest/gtest.h>
 
 #include "line/driver.h"
@@ -148,7 +147,7 @@ TEST_F(SerialPortTest, DeliversTheNextCharactersInsideAHandlersWait) {
 
 TEST_F(SerialPortTest, LetsNoBoxSleepThroughItsEndAfterAHandlerThatYields) {
   QEventLoop box;
-  bool ended = false, late = false;
+  bool ended = false;
   then_ = [&] {
     if (events_ == 1) {
       box.exec();
@@ -159,11 +158,9 @@ TEST_F(SerialPortTest, LetsNoBoxSleepThroughItsEndAfterAHandlerThatYields) {
       platform_.eventLoop().runPending();
     }
   };
-  QTimer::singleShot(1000, &box, [&] { late = true; });
   port_->setPortOpen(true);
   line_.send("ab");
-  platform_.eventLoop().waitUntil([&] { return ended; }, WindowLife());
-  EXPECT_FALSE(late);
+  EXPECT_TRUE(wakesFor(platform_, [&] { return ended; }));
 }
 
 TEST_F(SerialPortTest, LetsAHandlerCloseReopenOrDestroyThePort) {
@@ -240,14 +237,13 @@ TEST_F(SerialPortTest, RefusesWithTheNumbersOfTheTable) { expectRefusals(*port_)
 TEST_F(SerialPortTest, RefusesWhatIsNoSerialPortWithoutWaitingForIt) {
   const std::string folder = home_.path(), pipe = folder + "/pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  for (const std::string& target : {pipe, folder, std::string("/dev/null"), folder + "/none",
-                                    std::filesystem::canonical("/dev/ptmx").string()}) {
+  const std::string none = folder + "/none", maker = std::filesystem::canonical("/dev/ptmx");
+  for (const std::string& target : {pipe, folder, std::string("/dev/null"), none, maker}) {
     home_.link(3, target);
     EXPECT_EQ(openingError(), 8002) << target;
-    const PortDetails details = platform_.portDetails(3);
-    EXPECT_EQ(details.device, target);
-    EXPECT_EQ(details.obstacle,
-              target == folder + "/none" ? "There is no such device." : "It is not a serial port.");
+    const auto [device, hardware, obstacle] = platform_.portDetails(3);
+    EXPECT_EQ(device, target);
+    EXPECT_EQ(obstacle, target == none ? "There is no such device." : "It is not a serial port.");
   }
 }
 
@@ -335,11 +331,7 @@ TEST_F(SerialPortTest, TellsTheWriterOfAVanishedDeviceAndForgetsItAtClosing) {
 }
 
 TEST_F(SerialPortTest, EndsANestedWaitWithItsCharacterAndNoOtherEvent) {
-  bool late = false;
-  QTimer::singleShot(2000, qApp, [&] { late = true; });
-  const auto wait = [&] {
-    platform_.eventLoop().waitUntil([&] { return late || received_ == "ab"; }, WindowLife());
-  };
+  const auto wait = [&] { EXPECT_TRUE(wakesFor(platform_, [&] { return received_ == "ab"; })); };
   then_ = [&] {
     then_ = nullptr;
     line_.send("b");
@@ -348,7 +340,6 @@ TEST_F(SerialPortTest, EndsANestedWaitWithItsCharacterAndNoOtherEvent) {
   port_->setPortOpen(true);
   line_.send("a");
   wait();
-  EXPECT_FALSE(late);
 }
 
 TEST_F(SerialPortTest, SetsTheFormatOfTheLineAndLeavesItWhileTheLastBytesMayBeOnTheirWay) {
@@ -481,7 +472,7 @@ TEST_F(PortDevicesTest, HonoursLockFilesOfOthersAndTakesWhatEndedProgramsLeft) {
   link("ttyUSB0", line_.path);
   const auto expectRefusal = [this](const std::string& obstacle) {
     EXPECT_EQ(opened(), "8005");
-    EXPECT_EQ(devices_.describe(5).obstacle.substr(0, obstacle.size()), obstacle);
+    EXPECT_TRUE(devices_.describe(5).obstacle.starts_with(obstacle)) << obstacle;
   };
   const pid_t alive = getppid();
   const pid_t ended = fork();
@@ -498,12 +489,13 @@ TEST_F(PortDevicesTest, HonoursLockFilesOfOthersAndTakesWhatEndedProgramsLeft) {
                   lockFile().string());
   }
   // These would hold an opening up, or lead it elsewhere.
-  unlink("locks/" + lockFile().filename().string());
-  ASSERT_EQ(mkfifo(lockFile().c_str(), 0600), 0);
-  expectRefusal("What stands in place of its lock file is none.");
-  link("locks/" + lockFile().filename().string(), "/proc/self/stat");
-  expectRefusal("What stands in place of its lock file is none.");
-  unlink("locks/" + lockFile().filename().string());
+  for (const auto& make : {+[](const char* name) { return mkfifo(name, 0600); },
+                           +[](const char* name) { return symlink("/proc/self/stat", name); }}) {
+    std::filesystem::remove(lockFile());
+    ASSERT_EQ(make(lockFile().c_str()), 0);
+    expectRefusal("What stands in place of its lock file is none.");
+  }
+  std::filesystem::remove(lockFile());
 
   for (const pid_t left : {ended, getpid()}) {
     writeFile(lockFile(), std::to_string(left) + "\n");
