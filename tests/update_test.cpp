@@ -148,6 +148,12 @@ class UpdateTest : public VirtualTest {
     platform_.script().expectOpenFile(file_.string());
     update_->cmdLoadImage_Click();
   }
+  /// The same in a new dialog, for another unit.
+  void load(const std::optional<std::string>& content = {}, const BusOptions& bus = {},
+            const UnitOptions& unit = {}) {
+    openDialog(unit, bus);
+    choose(content);
+  }
   /// Runs `action` when the dialog shows `status` for the nth time.
   void at(const std::string& status, std::function<void()> action, int nth = 1) {
     dialog_->on_status = [=](const std::string& shown) mutable {
@@ -174,9 +180,8 @@ class UpdateTest : public VirtualTest {
 };
 
 TEST_F(UpdateTest, SendsEverythingInOrderAtTheRightRate) {
-  openDialog({.address = '@'});
+  load("103A7" + bytes(597), {}, {.address = '@'});
   dialog_->unit = 15;
-  choose("103A7" + bytes(597));
   at(kTerminating, [&] { dialog_->unit = 3, dialog_->baud = "9600"; });
   update(kOk);
   const std::string image = bytes(597) + "   ";
@@ -200,9 +205,8 @@ TEST_F(UpdateTest, DeliversThePayloadAtEveryRate) {
     for (const std::string start : {"103A7", "003A7", "603A7", "1103"}) {
       std::string content = start + bytes(length);
       content.resize(length);
-      openDialog();
+      load(content);
       dialog_->baud = rates[round++ % 4];
-      choose(content);
       update(kOk);
       EXPECT_TRUE(unit_->unit(0).image() == imageOfUpdateFile(content)) << start << " " << length;
     }
@@ -254,9 +258,8 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.command + " answered by " + c.answer);
-    openDialog();
+    load(c.file + bytes(100));
     unit_->answers[c.command] = c.answer;
-    choose(c.file + bytes(100));
     update(c.status, c.boxes);
     std::string commands = unit_->heard;
     std::erase_if(commands, [](char byte) { return std::strchr("/\r:0123456789", byte); });
@@ -270,8 +273,7 @@ TEST_F(UpdateTest, CallsASuccessAtTheTenthTryInvalidAndGoesOnAfterTenFailures) {
   update(kOk, std::vector(10, kGoOn));
   EXPECT_EQ(unit_->unit(0).image(), bytes(20) + "    ");
 
-  openDialog();
-  choose();
+  load();
   unit_->answers["&"] = "";
   const auto answer = [&] { unit_->answers.erase("&"); };
   at(kValidating, answer, 10);
@@ -298,8 +300,7 @@ TEST_F(UpdateTest, TakesAnEarlierNumericAnswerForASecondValidation) {
 
 TEST_F(UpdateTest, LeavesTheBaudRateToAUnitWithoutFirmware) {
   for (const bool paced : {true, false}) {
-    openDialog({.valid_firmware = false}, {.paced = paced});
-    choose("003A7" + bytes(20));
+    load("003A7" + bytes(20), {.paced = paced}, {.valid_firmware = false});
     update(kOk, {kFailedUnit});
     EXPECT_EQ(unit_->heard, "9600:\xAA/1T\r/1&\r/1[40617\r");
     EXPECT_EQ(dialog_->baud, "9600");
@@ -316,10 +317,9 @@ TEST_F(UpdateTest, EndsWhenThePromptCameBeforeItsCommand) {
 }
 
 TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) {
-  openDialog({}, {.faults = {{FaultKind::kSilent, 0, 5}}});
+  load("003A7" + bytes(100), {.faults = {{FaultKind::kSilent, 0, 5}}});
   dialog_->baud = "9600";
   unit_->answers["&"] = "v7.01\r";
-  choose("003A7" + bytes(100));
   const auto look = [&] {
     EXPECT_TRUE(dialog_->update_enabled && dialog_->pause_enabled);
     EXPECT_EQ(dialog_->steps.back(), 0);
@@ -329,14 +329,12 @@ TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) 
   update(kLineTimeout, {kPieceTimeout});
   update(kSending);
   EXPECT_EQ(unit_->unit(0).pieces(), 0);
-  openDialog();
-  choose();
+  load();
   update(kOk);
 }
 
 TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
-  openDialog({}, {.faults = {{FaultKind::kSilent, 0, 5}}});
-  choose("003A7" + bytes(100));
+  load("003A7" + bytes(100), {.faults = {{FaultKind::kSilent, 0, 5}}});
   SimTime timed_out{};
   at(kLineTimeout, [&] {
     timed_out = platform_.now();
@@ -351,8 +349,7 @@ TEST_F(UpdateTest, DropsACharacterThatCameWhileTheUnitSettled) {
   SimTime start = platform_.now(), settling{};
   at(kSettled, [&] { settling = platform_.now() - start; });
   update(kOk);
-  openDialog();
-  choose();
+  load();
   // Just in time for the port, but too late for the handler.
   after(settling, [&] { platform_.socket(3).deliver("?"); });
   update(kOk);
@@ -386,8 +383,7 @@ TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
   for (const Case& c : cases) {
     for (int piece = 1; piece <= kPieces && !HasFailure(); piece += kStride) {
       SCOPED_TRACE(std::to_string(&c - cases) + " at piece " + std::to_string(piece));
-      openDialog({}, {.faults = {{c.kind, c.amount, piece}}});
-      choose();
+      load({}, {.faults = {{c.kind, c.amount, piece}}});
       update(piece == kPieces ? c.last_piece_status : c.status, c.boxes);
       EXPECT_TRUE(unit_->unit(0).image() == payload || dialog_->statuses.back() != kOk);
     }
@@ -395,11 +391,9 @@ TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
 }
 
 TEST_F(UpdateTest, DoesNotTakeARepeatedAcknowledgementForTheNextPieces) {
-  writeFile(file_, "003A7" + bytes(60));
   for (int piece = 1; piece < 10; ++piece) {
-    openDialog({},
-               {.faults = {{FaultKind::kDouble, 100, piece}, {FaultKind::kRefusePiece, 3, 10}}});
-    choose();
+    load("003A7" + bytes(60),
+         {.faults = {{FaultKind::kDouble, 100, piece}, {FaultKind::kRefusePiece, 3, 10}}});
     update("Error 3!");
   }
 }
@@ -433,8 +427,7 @@ TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
   for (const Case& c : cases) {
     SCOPED_TRACE(&c - cases);
     fs::remove_all(file_);
-    openDialog();
-    choose("003A7" + bytes(600));
+    load("003A7" + bytes(600));
     at(c.when, c.change);
     update(c.status, c.boxes);
     EXPECT_EQ(unit_->unit(0).image(), c.status == kOk ? bytes(600) : "");
@@ -456,9 +449,8 @@ TEST_F(UpdateTest, EndsAtOnceWhenTheWindowOrTheDeviceGoesAwayInAnyWait) {
   for (const auto& [silent, end] : cases) {
     bool device = false;
     for (SimTime leaves = 333us; leaves < end; leaves += leaves < 40ms ? 333us : 97ms) {
-      openDialog({}, {.faults = {{FaultKind::kSilent, 0, 5}}});
+      load({}, {.faults = {{FaultKind::kSilent, 0, 5}}});
       unit_->answers[silent] = "";
-      choose();
       platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
       device = !device;
       const SimTime start = platform_.now();
@@ -490,8 +482,7 @@ TEST_F(UpdateTest, LeavesADeviceThatCameBackToTheNextUpdate) {
 TEST_F(UpdateTest, ReportsADeviceThatVanishesUnderAWriteOnce) {
   for (const std::string command :
        {"\xAA", "/1T\r", "/1b57600R\r", "/1&\r", "/1!\r", "/1[40617\r", "piece "}) {
-    openDialog();
-    choose("003A7piece ");
+    load("003A7piece ");
     platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
     const bool validating = command == "/1&\r" || command == "/1!\r";
     platform_.script().expectBox(std::string(validating ? "validUpdateFile" : "cmdUpdate_Click") +
