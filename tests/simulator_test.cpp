@@ -1,7 +1,3 @@
-#include <memory>
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "simulator/simulated_bus.h"
@@ -13,19 +9,16 @@ namespace mvdirigo {
 namespace {
 
 /// A far end that sends every byte it hears back at once.
-class Echo : public SimulatedLine {
- public:
+struct Echo : SimulatedLine {
   void receive(char byte, int host_baud, SimTime) override {
-    waiting_ += byte;
+    waiting += byte;
     last_baud = host_baud;
   }
   std::optional<SimTime> nextEvent() const override { return std::nullopt; }
-  std::string advance(SimTime, int) override { return std::exchange(waiting_, {}); }
+  std::string advance(SimTime, int) override { return std::exchange(waiting, {}); }
 
   int last_baud = 0;
-
- private:
-  std::string waiting_;
+  std::string waiting;
 };
 
 class VirtualMachine : public VirtualTest {

@@ -107,6 +107,7 @@ struct Box {
   std::string text;
   int style = 0;
   BoxButton answer = BoxButton::kOk;
+  std::function<void()> while_open = {};
 };
 constexpr BoxButton kCancel = BoxButton::kCancel;
 const Box kUnable = {"Unable to validate ZRF file!", 49, kCancel};
@@ -163,7 +164,8 @@ class UpdateTest : public VirtualTest {
   /// A whole update that shows these boxes and leaves the dialog idle.
   void update(const std::string& last_status, const std::vector<Box>& boxes = {}) {
     platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
-    for (const Box& box : boxes) platform_.script().expectBox(box.text, box.style, box.answer);
+    for (const Box& box : boxes)
+      platform_.script().expectBox(box.text, box.style, box.answer, box.while_open);
     update_->cmdUpdate_Click();
     EXPECT_EQ(dialog_->statuses.back(), last_status);
     EXPECT_TRUE(dialog_->update_enabled);
@@ -480,18 +482,20 @@ TEST_F(UpdateTest, LeavesADeviceThatCameBackToTheNextUpdate) {
 }
 
 TEST_F(UpdateTest, ReportsADeviceThatVanishesUnderAWriteOnce) {
-  for (const std::string command :
-       {"\xAA", "/1T\r", "/1b57600R\r", "/1&\r", "/1!\r", "/1[40617\r", "piece "}) {
+  const std::pair<std::string, std::string> cases[] = {{"\xAA", "Loaded " + file_.string()},
+                                                       {"/1T\r", kTerminating},
+                                                       {"/1b57600R\r", kSettling},
+                                                       {"/1&\r", kValidating},
+                                                       {"/1!\r", kValidating},
+                                                       {"/1[40617\r", kEntering},
+                                                       {"piece ", kSending}};
+  for (const auto& [command, status] : cases) {
     load("003A7piece ");
-    platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
-    const bool validating = command == "/1&\r" || command == "/1!\r";
-    platform_.script().expectBox(std::string(validating ? "validUpdateFile" : "cmdUpdate_Click") +
-                                     "() Error #: 57 :: Device I/O error",
-                                 validating ? 64 : 0, BoxButton::kOk, [&] { platform_.runFor(1); });
     platform_.socket(3).vanishes_at_write = command;
-    update_->cmdUpdate_Click();
-    EXPECT_TRUE(dialog_->update_enabled);
-    EXPECT_TRUE(platform_.problems().empty()) << command;
+    const bool validating = status == kValidating;
+    const std::string procedure = validating ? "validUpdateFile" : "cmdUpdate_Click";
+    update(status, {{procedure + "() Error #: 57 :: Device I/O error", validating ? 64 : 0,
+                     BoxButton::kOk, [&] { platform_.runFor(1); }}});
   }
 }
 
@@ -518,7 +522,6 @@ TEST_F(UpdateTest, ReportsWhatKeepsItFromStarting) {
   platform_.script().expectBox(kConfirm, 68, BoxButton::kNo);
   update_->cmdUpdate_Click();
   EXPECT_EQ(dialog_->statuses.back(), kNone);
-  EXPECT_TRUE(dialog_->update_enabled);
   platform_.detach(3);
   update(kNone, {{"cmdUpdate_Click() Error #: 8002 :: Invalid port number"}});
 }
