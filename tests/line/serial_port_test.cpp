@@ -433,6 +433,7 @@ class PortDevicesTest : public SerialPortTest {
     std::filesystem::create_directories(folder_.path / "serial/by-id");
     std::filesystem::create_directories(locks_);
     own_port_.setCommPort(5);
+    link("ttyUSB0", line_.path);
   }
   void link(const std::string& name, const std::filesystem::path& target) const {
     std::filesystem::remove(folder_.path / name);
@@ -469,7 +470,6 @@ TEST_F(PortDevicesTest, StaysWithTheLinkOfANumberUntilItIsToldToForget) {
 }
 
 TEST_F(PortDevicesTest, FindsAnAdapterThatCameBackUnderAnotherName) {
-  link("ttyUSB0", line_.path);
   link("serial/by-id/usb-adapter", "../../ttyUSB0");
   EXPECT_EQ(opened(), line_.path);
   unlink("ttyUSB0");
@@ -480,7 +480,6 @@ TEST_F(PortDevicesTest, FindsAnAdapterThatCameBackUnderAnotherName) {
 }
 
 TEST_F(PortDevicesTest, KeepsItsLockFileOverAReopeningAndRemovesItAtTheEnd) {
-  link("ttyUSB0", line_.path);
   own_port_.setPortOpen(true);
   EXPECT_EQ(std::stoi(bytesOf(lockFile())), getpid());
   const std::filesystem::path same_file = folder_.path / "lock";
@@ -496,7 +495,6 @@ TEST_F(PortDevicesTest, KeepsItsLockFileOverAReopeningAndRemovesItAtTheEnd) {
 }
 
 TEST_F(PortDevicesTest, HonoursLockFilesOfOthersAndTakesWhatEndedProgramsLeft) {
-  link("ttyUSB0", line_.path);
   const auto expectRefusal = [this](const std::string& obstacle) {
     EXPECT_EQ(opened(), "8005");
     EXPECT_TRUE(devices_.describe(5).obstacle.starts_with(obstacle)) << obstacle;
@@ -531,7 +529,6 @@ TEST_F(PortDevicesTest, HonoursLockFilesOfOthersAndTakesWhatEndedProgramsLeft) {
 }
 
 TEST_F(PortDevicesTest, NamesALockFileThatCanNotBeWritten) {
-  link("ttyUSB0", line_.path);
   PortDevices devices({folder_.path, "/sys"});
   EXPECT_EQ(faultNumber([&] { devices.take(5, {}); }), 70);
   EXPECT_EQ(devices.describe(5).obstacle.find("Its lock file /sys/LCK..pts_"), 0U);

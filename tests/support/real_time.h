@@ -25,12 +25,9 @@ inline bool wakesFor(Platform& platform, const std::function<bool()>& done) {
 
 /// The part of one processor that this program uses while it handles events for `duration_ms`.
 inline double loadDuring(Platform& platform, int duration_ms) {
-  bool over = false;
-  const auto timer = platform.makeTimer([&] { over = true; });
-  timer->setInterval(duration_ms);
-  timer->setEnabled(true);
   const std::clock_t before = std::clock();
-  platform.eventLoop().waitUntil([&] { return over; }, WindowLife());
+  runUntil(
+      platform, [] { return false; }, duration_ms, 1);
   return 1e3 * static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC / duration_ms;
 }
 
