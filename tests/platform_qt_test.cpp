@@ -41,27 +41,20 @@ class TimerTest : public ::testing::TestWithParam<const char*> {
 
 // Timers tick in the order of their due times, however late the machine is: the tests look at that.
 
-TEST_P(TimerTest, EnablingAgainOrSettingTheSameIntervalLetsTheCountdownRunOn) {
-  const auto timer = log(60, "timer ");
-  const auto meddler = start(40, [&] {
-    timer->setEnabled(true);
-    timer->setInterval(60);
-  });
-  const auto later = log(80, "later ");
-  expectLog("timer later ");
-}
-
-TEST_P(TimerTest, ANewIntervalOrANewStartBeginsTheCountdownAfresh) {
+TEST_P(TimerTest, OnlyANewIntervalOrANewStartBeginsTheCountdownAfresh) {
+  const auto kept = log(60, "kept ");
   const auto changed = log(50, "changed ");
   const auto restarted = log(60, "restarted ");
   const std::unique_ptr<Timer> once = start(40, [&] {
     once->setEnabled(false);
+    kept->setEnabled(true);
+    kept->setInterval(60);
     changed->setInterval(55);
     restarted->setEnabled(false);
     restarted->setEnabled(true);
   });
   const auto between = log(80, "between ");
-  expectLog("between changed restarted ");
+  expectLog("kept between changed restarted ");
 }
 
 TEST_P(TimerTest, TicksUntilItIsDisabledOrDestroyedAndNeverWithoutAnInterval) {
@@ -125,15 +118,10 @@ TEST(EventLoopTest, EndsEveryWaitWithTheEventThatItWaitsForAndNeedsNoOther) {
   waitFor(4);
 }
 
-TEST(EventLoopTest, SleepsWhileItWaits) {
-  QtPlatform platform;
-  EXPECT_LT(loadDuring(platform, 300), 0.1);
-}
-
-TEST(EventLoopTest, SleepsWhileABoxKeepsAWaitThatIsOver) {
+TEST(EventLoopTest, SleepsWhileItWaitsAndWhileABoxKeepsAWaitThatIsOver) {
   QtPlatform platform;
   bool over = false;
-  QTimer::singleShot(1, [&] {
+  QTimer::singleShot(300, [&] {
     over = true;
     QEventLoop box;
     QTimer::singleShot(300, &box, &QEventLoop::quit);
@@ -141,7 +129,7 @@ TEST(EventLoopTest, SleepsWhileABoxKeepsAWaitThatIsOver) {
   });
   const std::clock_t before = std::clock();
   platform.eventLoop().waitUntil([&] { return over; }, WindowLife());
-  EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC * 3 / 100);
+  EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC * 6 / 100);
 }
 
 TEST(EventLoopTest, EndsEveryWaitWhenTheApplicationExits) {

@@ -147,19 +147,10 @@ class SerialPortTest : public ::testing::Test {
   std::function<void()> then_;
 };
 
-std::string everyByte(std::size_t size = 256) {
+std::string everyByte(std::size_t size) {
   std::string bytes(size, '\0');
   for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i % 256);
   return bytes;
-}
-
-TEST_F(SerialPortTest, CarriesEveryByteBothWaysWithOneEventACharacter) {
-  port_->setPortOpen(true);
-  port_->Output(everyByte());
-  EXPECT_TRUE(runUntil([&] { return line_.heard() == everyByte(); }));
-  line_.send(everyByte());
-  EXPECT_TRUE(receive(everyByte()));
-  EXPECT_EQ(events_, 256);
 }
 
 TEST_F(SerialPortTest, DeliversFromTheEventLoopOnlyAndForgetsWhatCameBeforeTheOpening) {
@@ -263,14 +254,16 @@ TEST_F(SerialPortTest, KeepsAFloodBoundedInMemoryAndLosesNothing) {
   EXPECT_EQ(received_, flood.substr(0, sent));
 }
 
-TEST_F(SerialPortTest, LeavesOtherEventsTheirTurnWhileMuchIsDelivered) {
+TEST_F(SerialPortTest, TellsEveryCharacterByAnEventAndLeavesOtherEventsTheirTurn) {
   port_->setPortOpen(true);
   int ticks = 0;
   const auto timer = platform_.makeTimer([&] { ++ticks; });
   timer->setInterval(1);
   timer->setEnabled(true);
   then_ = [] { std::this_thread::sleep_for(std::chrono::microseconds(50)); };
-  EXPECT_TRUE(receive(std::string(line_.send(std::string(3000, 'x')), 'x')));
+  const std::size_t sent = line_.send(everyByte(3000));
+  EXPECT_TRUE(receive(everyByte(sent)));
+  EXPECT_EQ(events_, static_cast<int>(sent));
   EXPECT_GE(ticks, 10);
 }
 
@@ -324,8 +317,7 @@ TEST_F(SerialPortTest, CountsWhatAFullLineDidNotTakeAndBringsItLaterOrDropsItAtC
   port_->Output("end");
   EXPECT_GT(port_->OutBufferCount(), 100'000);
   EXPECT_LT(loadDuring(platform_, 200), 0.2);
-  EXPECT_TRUE(runUntil([&] { return line_.heard().size() == much.size() + 3; }));
-  EXPECT_EQ(line_.heard(), much + "end");
+  EXPECT_TRUE(runUntil([&] { return line_.heard() == much + "end"; }));
   EXPECT_EQ(port_->OutBufferCount(), 0);
 
   port_->Output(much);
@@ -393,7 +385,6 @@ TEST_F(SerialPortTest, RefusesARateThatTheHardwareLacksAndKeepsTheOneItHas) {
   driver.only_rate = 9600;
   port_->setSettings("230400");
   EXPECT_EQ(openingError(), 380);
-  EXPECT_FALSE(port_->PortOpen());
   EXPECT_EQ(platform_.portDetails(3).obstacle, "This port can't do 230400 baud.");
   port_->setSettings("9600");
   EXPECT_EQ(openingError(), 0);
