@@ -9,23 +9,23 @@ namespace {
 using std::chrono::milliseconds;
 
 /// A host without a console: sends bytes to a bus and gathers what comes back.
-class Host {
+class Host : private SimulatedBus {
  public:
-  explicit Host(const UnitOptions& unit = {}, const std::vector<LineFault>& faults = {})
-      : bus_({unit}, {.faults = faults}) {}
-  explicit Host(const std::vector<UnitOptions>& units) : bus_(units) {}
+  explicit Host(const std::vector<UnitOptions>& units = {{}}, const BusOptions& bus = {})
+      : SimulatedBus(units, bus) {}
+  using SimulatedBus::unit;
 
   /// What is heard until `patience` after the last byte sent.
   std::string ask(const std::string& bytes, SimTime patience = milliseconds(400)) {
     for (const char byte : bytes) {
       now_ += byteTime(baud);
-      bus_.receive(byte, baud, now_);
+      receive(byte, baud, now_);
     }
     std::string heard;
     const SimTime end = now_ + patience;
-    for (auto next = bus_.nextEvent(); next && *next <= end; next = bus_.nextEvent()) {
+    for (auto next = nextEvent(); next && *next <= end; next = nextEvent()) {
       last_heard = *next - now_;
-      heard += bus_.advance(*next, baud);
+      heard += advance(*next, baud);
     }
     now_ = end;
     return heard;
@@ -38,13 +38,10 @@ class Host {
     return answer.substr(3, answer.size() - 6);
   }
 
-  SimulatedUnit& unit(std::size_t index = 0) { return bus_.unit(index); }
-
   int baud = 9600;
   SimTime last_heard{};
 
  private:
-  SimulatedBus bus_;
   SimTime now_ = std::chrono::seconds(100);
 };
 
@@ -88,8 +85,7 @@ TEST(SimulatedUnit, AnswersInOemAndDoesNotExecuteARepeatTwice) {
 }
 
 TEST(SimulatedUnit, HearsItsOwnAddressRateAndProtocolOnly) {
-  const UnitOptions second{.address = '<', .protocol = UnitProtocol::kDt, .baud = 19200};
-  Host host(std::vector{UnitOptions(), second});
+  Host host({{}, {.address = '<', .protocol = UnitProtocol::kDt, .baud = 19200}});
   EXPECT_EQ(host.ask("/<&\r"), "");
   EXPECT_EQ(host.askDt("/1b19200R"), "`") << "a change of rate is answered at the old one";
   EXPECT_EQ(host.ask("/1&\r"), "");
@@ -100,8 +96,8 @@ TEST(SimulatedUnit, HearsItsOwnAddressRateAndProtocolOnly) {
 }
 
 TEST(SimulatedUnit, TakesAnUpdateUntilSilenceAndKeepsTheImage) {
-  Host host({.valid_firmware = false, .expected_image = "abcdefghijkl"},
-            {parseFault("refuse-piece=7@2"), parseFault("late=1500@3")});
+  Host host({{.valid_firmware = false, .expected_image = "abcdefghijkl"}},
+            {.faults = {parseFault("refuse-piece=7@2"), parseFault("late=1500@3")}});
   EXPECT_EQ(host.ask("/1T\r"), "\r?");
   EXPECT_EQ(host.ask("/1&\r"), "?\r");
   EXPECT_EQ(host.ask("/1[40617\r"), "?");
@@ -109,8 +105,8 @@ TEST(SimulatedUnit, TakesAnUpdateUntilSilenceAndKeepsTheImage) {
   EXPECT_EQ(host.ask("/1&\rxx"), "Error 7\r");
   EXPECT_EQ(host.ask("ghijkl", milliseconds(2000)), "\r");
   EXPECT_EQ(host.last_heard, milliseconds(1500) + byteTime(9600));
-  EXPECT_EQ(host.unit().image(), "abcdefghijkl");
-  EXPECT_TRUE(host.unit().updating());
+  EXPECT_EQ(host.unit(0).image(), "abcdefghijkl");
+  EXPECT_TRUE(host.unit(0).updating());
   host.ask("", std::chrono::seconds(2));
   EXPECT_EQ(host.askDt("/1?0"), "`0");
 
@@ -130,7 +126,9 @@ TEST(UpdateImage, IsThePayloadInWholePiecesWithoutAPieceOfTheLastByteAlone) {
 
 TEST(LineFault, DamagesWhatIsNamedTheSameWayWithTheSameSeed) {
   const std::string good = "\xFF/0`\x03\r\n";
-  const auto heard = [](const char* fault) { return Host({}, {parseFault(fault)}).ask("/1T\r"); };
+  const auto heard = [](const char* fault) {
+    return Host({{}}, {.faults = {parseFault(fault)}}).ask("/1T\r");
+  };
   EXPECT_EQ(heard("double=100"), "\xFF\xFF//00``\x03\x03\r\r\n\n");
   EXPECT_EQ(heard("drop@1"), good);
   EXPECT_EQ(heard("corrupt=50").size(), good.size());
