@@ -254,7 +254,7 @@ class DialogTest : public ::testing::Test {
       dialog ? answer(*dialog) : whenShown<Dialog>(answer);
     });
   }
-  /// Shows a box of `style` and presses `button`, or closes it.
+  /// Presses `button` of a box of `style`, or closes it.
   BoxButton answer(int style, QMessageBox::Icon icon, QMessageBox::StandardButton button) {
     whenShown<QMessageBox>([&](QMessageBox& box) {
       EXPECT_EQ(box.icon(), icon);

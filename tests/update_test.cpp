@@ -2,8 +2,6 @@
 
 #include <cstring>
 #include <map>
-#include <memory>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -222,18 +220,14 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
   const std::string no_version =
       "Unable to get a valid version string from stepper controller. Got: ";
   const std::string x299(299, 'x');
-  const Box bad_version = {"validUpdateFile() Error #: 13 :: Type mismatch", 64};
   const Box critical = {
       "Critical Upgrade must use Partial upgrade files only. Please re-try the update with the "
       "Partial Upgrade file. Exiting...",
       112};
-  const Box no_prompt = {" 20 Unrecognized response from Unit, Exiting"};
   struct Case {
     std::string command, answer;
     std::vector<Box> boxes;
-    std::string status;
-    std::string last_commands;
-    std::string file = "003A7";
+    std::string status, last_commands, file = "003A7";
   };
   const Case cases[] = {
       {"\xAA", "", {}, kOk, "TbR&!["},
@@ -246,7 +240,11 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
        kValidating,
        "R&"},
       {"&", "v123.4\r", {kUnable}, kValidating, "R&"},
-      {"&", "v7.x\r", {bad_version, kUnable}, kValidating, "R&"},
+      {"&",
+       "v7.x\r",
+       {{"validUpdateFile() Error #: 13 :: Type mismatch", 64}, kUnable},
+       kValidating,
+       "R&"},
       {"&", "v7.01\r", {}, kOk, "R&["},
       {"!", "", {kUnable}, kValidating, "R&!"},
       {"!", "/0@A7\r", {kUnable}, kValidating, "R&!"},
@@ -254,7 +252,7 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
       {"!", "/0@103a7\r", {}, kOk, "R&!["},
       {"-", "", {}, kOk, "R&!]", "103A7"},
       {"&", "?\r", {kFailedUnit, critical}, kEntering, "R&", "103A7"},
-      {"[40617", "OK\r", {no_prompt}, kEntering, "R&!["},
+      {"[40617", "OK\r", {{" 20 Unrecognized response from Unit, Exiting"}}, kEntering, "R&!["},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.command + " answered by " + c.answer);
@@ -367,19 +365,18 @@ TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
   struct Case {
     FaultKind kind;
     long amount;
-    std::string status;
     std::vector<Box> boxes;
     // A late acknowledgement of the last piece still completes the transfer.
-    std::string last_piece_status;
+    std::string status, last_piece_status;
   };
-  const Case cases[] = {{FaultKind::kDrop, 100, kLineTimeout, {kPieceTimeout}, kLineTimeout},
-                        {FaultKind::kDouble, 100, kOk, {}, kOk},
-                        {FaultKind::kCorrupt, 100, kLineTimeout, {kPieceTimeout}, kLineTimeout},
-                        {FaultKind::kLate, 300, kOk, {}, kOk},
-                        {FaultKind::kLate, 2000, kLineTimeout, {}, kOk},
-                        {FaultKind::kLate, 13000, kLineTimeout, {kPieceTimeout}, kLineTimeout},
-                        {FaultKind::kRefusePiece, 3, "Error 3!", {}, "Error 3!"},
-                        {FaultKind::kVanish, 0, kSending, {kLineGone}, kSending}};
+  const Case cases[] = {{FaultKind::kDrop, 100, {kPieceTimeout}, kLineTimeout, kLineTimeout},
+                        {FaultKind::kDouble, 100, {}, kOk, kOk},
+                        {FaultKind::kCorrupt, 100, {kPieceTimeout}, kLineTimeout, kLineTimeout},
+                        {FaultKind::kLate, 300, {}, kOk, kOk},
+                        {FaultKind::kLate, 2000, {}, kLineTimeout, kOk},
+                        {FaultKind::kLate, 13000, {kPieceTimeout}, kLineTimeout, kLineTimeout},
+                        {FaultKind::kRefusePiece, 3, {}, "Error 3!", "Error 3!"},
+                        {FaultKind::kVanish, 0, {kLineGone}, kSending, kSending}};
   for (const Case& c : cases) {
     for (int piece = 1; piece <= kPieces && !HasFailure(); piece += kStride) {
       SCOPED_TRACE(std::to_string(&c - cases) + " at piece " + std::to_string(piece));
@@ -401,8 +398,6 @@ TEST_F(UpdateTest, DoesNotTakeARepeatedAcknowledgementForTheNextPieces) {
 TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
   const Box not_found = {"validUpdateFile() Error #: 53 :: File not found", 64};
   const Box no_file = {"validUpdateFile() Error #: 75 :: Path/File access error", 64};
-  const Box too_large = {"cmdUpdate_Click() Error #: 7 :: Out of memory"};
-  const Box deleted = {"cmdUpdate_Click() Error #: 53 :: File not found"};
   const Box replaced = {"cmdUpdate_Click() Error #: 75 :: Path/File access error"};
   const auto remove = [&] { fs::remove(file_); };
   const auto make_folder = [&] { remove(), fs::create_directory(file_); };
@@ -419,8 +414,8 @@ TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
       {kSettling, make_folder, {no_file, kUnable}, kValidating},
       {kSettling, make_fifo, {no_file, kUnable}, kValidating},
       {kSettling, [&] { writeFile(file_, ""); }, {kWrongModel}, kValidating},
-      {kSettling, grow, {too_large}, kValid},
-      {kValid, remove, {deleted}, kValid},
+      {kSettling, grow, {{"cmdUpdate_Click() Error #: 7 :: Out of memory"}}, kValid},
+      {kValid, remove, {{"cmdUpdate_Click() Error #: 53 :: File not found"}}, kValid},
       {kValid, [&] { writeFile(file_, "103A7" + bytes(600)); }, {replaced}, kValid},
       {kSending, [&] { writeFile(file_, "003A7"); }, {}, kOk},
   };

@@ -32,9 +32,7 @@ class MovaneSimTest : public ::testing::Test {
   }
   /// The exit code of another one, which runs its command to the end.
   static int run(const QStringList& arguments) { return QProcess::execute(MOVANE_SIM, arguments); }
-  bool linkExists(int port) const {
-    return std::filesystem::exists(std::filesystem::symlink_status(home_.portLink(port)));
-  }
+  bool linkExists(int port) const { return std::filesystem::is_symlink(home_.portLink(port)); }
   /// The first `length` bytes of the answer on a port, or as many as come in time.
   std::string ask(int comm_port, const std::string& rate, const std::string& bytes,
                   std::size_t length) {

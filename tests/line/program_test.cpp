@@ -45,7 +45,6 @@ void end() {
   kill(getpid(), std::stoi(how));
 }
 
-/// Calls `act` once, after `when` holds.
 void once(std::function<bool()> when, std::function<void()> act) {
   auto* timer = new QTimer(qApp);
   QObject::connect(timer, &QTimer::timeout, [=] {
