@@ -92,7 +92,7 @@ class Line {
   std::size_t send(std::string_view bytes) const {
     const ssize_t sent = write(master_, bytes.data(), bytes.size());
     pollfd readable{slave_, POLLIN, 0};
-    poll(&readable, 1, 10'000);
+    if (sent > 0) poll(&readable, 1, 10'000);
     return static_cast<std::size_t>(std::max<ssize_t>(0, sent));
   }
   const std::string& heard() {
