@@ -21,8 +21,9 @@ namespace fs = std::filesystem;
 /// A simulated unit of which a test can replace answers, and a record of what it heard.
 class Unit : public SimulatedBus {
  public:
-  Unit(VirtualPlatform& platform, const UnitOptions& unit, const BusOptions& bus)
-      : SimulatedBus({unit}, bus), platform_(platform) {}
+  using Say = std::function<void(SimTime delay, char byte)>;
+  Unit(Say say, const UnitOptions& unit, const BusOptions& bus)
+      : SimulatedBus({unit}, bus), say_(std::move(say)) {}
 
   /// By the wake byte or a command's text behind the address; an empty answer is none.
   std::map<std::string, std::string> answers = {{"\xAA", "\r"}};
@@ -39,14 +40,12 @@ class Unit : public SimulatedBus {
     const auto answer = answers.find(whole ? command_.substr(2, command_.size() - 3) : command_);
     // A model that never hears the carriage return does not answer.
     if (answer == answers.end()) return SimulatedBus::receive(byte, host_baud, now);
-    for (const char c : answer->second) {
-      now += byteTime(host_baud);
-      platform_.queue().post(now, [&line = platform_.socket(3), c] { line.deliver({c}); });
-    }
+    SimTime delay{};
+    for (const char c : answer->second) say_(delay += byteTime(host_baud), c);
   }
 
  private:
-  VirtualPlatform& platform_;
+  Say say_;
   int baud_ = 0;
   std::string command_;
 };
@@ -132,11 +131,17 @@ class UpdateTest : public VirtualTest {
  protected:
   UpdateTest() { openDialog(); }
 
+  void plugIn(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
+    const auto say = [this](SimTime delay, char byte) {
+      after(delay, [this, byte] { platform_.socket(3).deliver({byte}); });
+    };
+    unit_ = std::make_unique<Unit>(say, unit, bus);
+    platform_.attach(3, *unit_);
+  }
   void openDialog(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
     update_.reset();
     platform_.detach(3);
-    unit_ = std::make_unique<Unit>(platform_, unit, bus);
-    platform_.attach(3, *unit_);
+    plugIn(unit, bus);
     dialog_ = std::make_unique<DialogDouble>();
     update_ = std::make_unique<FirmwareUpdate>(platform_, *dialog_, dialog_->life);
     update_->Form_Load(chosen_);
@@ -468,9 +473,8 @@ TEST_F(UpdateTest, LeavesADeviceThatCameBackToTheNextUpdate) {
   choose("003A7" + bytes(100));
   after(5200ms, [&] { platform_.detach(3); });
   update(kSending, {kLineGone});
-  unit_ = std::make_unique<Unit>(platform_, UnitOptions{}, BusOptions{});
+  plugIn();
   unit_->answers["&"] = "v7.01\r";
-  platform_.attach(3, *unit_);
   update(kOk);
 }
 
