@@ -1,5 +1,4 @@
 #include <chrono>
-#include <vector>
 
 #include <QFileDialog>
 #include <QLineEdit>
@@ -20,14 +19,6 @@ namespace {
 /// What both machines promise: the real one and the one in virtual time.
 class TimerTest : public ::testing::TestWithParam<const char*> {
  protected:
-  TimerTest() {
-    if (GetParam() == std::string("Real")) {
-      platform_ = std::make_unique<QtPlatform>();
-    } else {
-      platform_ = std::make_unique<VirtualPlatform>();
-    }
-  }
-
   std::unique_ptr<Timer> start(int interval_ms, std::function<void()> on_tick) {
     auto timer = platform_->makeTimer(std::move(on_tick));
     timer->setInterval(interval_ms);
@@ -37,39 +28,33 @@ class TimerTest : public ::testing::TestWithParam<const char*> {
   std::unique_ptr<Timer> log(int interval_ms, const std::string& name) {
     return start(interval_ms, [this, name] { log_ += name; });
   }
-  /// Waits until so many characters are logged.
-  std::string logged(std::size_t length) {
-    runUntil(*platform_, [&] { return log_.size() >= length; });
-    return log_.substr(0, length);
+  void expectLog(const std::string& expected) {
+    runUntil(*platform_, [&] { return log_.size() >= expected.size(); });
+    EXPECT_EQ(log_.substr(0, expected.size()), expected);
   }
 
-  std::unique_ptr<Platform> platform_;
+  const std::unique_ptr<Platform> platform_ = GetParam() == std::string("Real")
+                                                  ? std::unique_ptr<Platform>(new QtPlatform)
+                                                  : std::make_unique<VirtualPlatform>();
   std::string log_;
 };
 
 // Timers tick in the order of their due times, however late the machine is: the tests look at that.
 
-TEST_P(TimerTest, EnablingAgainOrSettingTheSameIntervalLetsTheCountdownRunOn) {
-  const auto timer = log(60, "timer ");
-  const auto meddler = start(40, [&] {
-    timer->setEnabled(true);
-    timer->setInterval(60);
-  });
-  const auto later = log(80, "later ");
-  EXPECT_EQ(logged(12), "timer later ");
-}
-
-TEST_P(TimerTest, ANewIntervalOrANewStartBeginsTheCountdownAfresh) {
+TEST_P(TimerTest, OnlyANewIntervalOrANewStartBeginsTheCountdownAfresh) {
+  const auto kept = log(60, "kept ");
   const auto changed = log(50, "changed ");
   const auto restarted = log(60, "restarted ");
   const std::unique_ptr<Timer> once = start(40, [&] {
     once->setEnabled(false);
+    kept->setEnabled(true);
+    kept->setInterval(60);
     changed->setInterval(55);
     restarted->setEnabled(false);
     restarted->setEnabled(true);
   });
   const auto between = log(80, "between ");
-  EXPECT_EQ(logged(26), "between changed restarted ");
+  expectLog("kept between changed restarted ");
 }
 
 TEST_P(TimerTest, TicksUntilItIsDisabledOrDestroyedAndNeverWithoutAnInterval) {
@@ -94,17 +79,16 @@ TEST_P(TimerTest, TicksUntilItIsDisabledOrDestroyedAndNeverWithoutAnInterval) {
 
 TEST_P(TimerTest, SaysWhyAWaitInATickEndedAlsoWhenItWasNested) {
   WindowLife outer, inner;
-  bool outer_done = false;
-  WaitResult inner_result = WaitResult::kDone;
+  bool outer_done = false, inner_ended = false;
   const std::unique_ptr<Timer> nested = start(1, [&] {
     nested->setEnabled(false);
-    inner_result = platform_->eventLoop().waitUntil([] { return false; }, inner);
-    log_ += outer_done ? "inner after the outer was due" : "";
+    EXPECT_EQ(platform_->eventLoop().waitUntil([] { return false; }, inner),
+              WaitResult::kWindowGone);
+    inner_ended = outer_done;
   });
   const auto step = start(10, [&] { outer_done ? inner.leave() : void(outer_done = true); });
   EXPECT_EQ(platform_->eventLoop().waitUntil([&] { return outer_done; }, outer), WaitResult::kDone);
-  EXPECT_EQ(inner_result, WaitResult::kWindowGone);
-  EXPECT_EQ(log_, "inner after the outer was due");
+  EXPECT_TRUE(inner_ended) << "after the outer was due";
 }
 
 INSTANTIATE_TEST_SUITE_P(Machine, TimerTest, ::testing::Values("Real", "Virtual"),
@@ -112,15 +96,13 @@ INSTANTIATE_TEST_SUITE_P(Machine, TimerTest, ::testing::Values("Real", "Virtual"
 
 TEST(EventLoopTest, EndsEveryWaitWithTheEventThatItWaitsForAndNeedsNoOther) {
   QtPlatform platform;
-  bool late = false;
-  QTimer::singleShot(3000, qApp, [&] { late = true; });
   int events = 0;
   const auto post = [&] {
     QMetaObject::invokeMethod(
         qApp, [&] { ++events; }, Qt::QueuedConnection);
   };
   const auto waitFor = [&](int count) {
-    platform.eventLoop().waitUntil([&] { return late || events >= count; }, WindowLife());
+    EXPECT_TRUE(wakesFor(platform, [&] { return events >= count; }));
   };
   const auto nest = [&] {
     post();
@@ -134,42 +116,35 @@ TEST(EventLoopTest, EndsEveryWaitWithTheEventThatItWaitsForAndNeedsNoOther) {
   };
   QTimer::singleShot(20, qApp, nest);
   waitFor(4);
-  EXPECT_FALSE(late);
 }
 
-TEST(EventLoopTest, SleepsWhileItWaits) {
-  QtPlatform platform;
-  EXPECT_LT(loadDuring(platform, 300), 0.1);
-}
-
-TEST(EventLoopTest, SleepsWhileABoxKeepsAWaitThatIsOver) {
+TEST(EventLoopTest, SleepsWhileItWaitsAndWhileABoxKeepsAWaitThatIsOver) {
   QtPlatform platform;
   bool over = false;
-  double load = 0;
-  QTimer::singleShot(1, [&] {
+  QTimer::singleShot(300, [&] {
     over = true;
     QEventLoop box;
     QTimer::singleShot(300, &box, &QEventLoop::quit);
-    const std::clock_t before = std::clock();
     box.exec();
-    load = static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC / 0.3;
   });
+  const std::clock_t before = std::clock();
   platform.eventLoop().waitUntil([&] { return over; }, WindowLife());
-  EXPECT_LT(load, 0.1);
+  EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC * 6 / 100);
 }
 
 TEST(EventLoopTest, EndsEveryWaitWhenTheApplicationExits) {
   QtPlatform platform;
   const WindowLife window;
-  std::vector<WaitResult> results;
+  int ended = 0;
   const auto wait = [&] {
-    results.push_back(platform.eventLoop().waitUntil([] { return false; }, window));
+    ended +=
+        platform.eventLoop().waitUntil([] { return false; }, window) == WaitResult::kWindowGone;
   };
   QTimer::singleShot(0, wait);
   QTimer::singleShot(5, wait);
   QTimer::singleShot(10, [] { QApplication::exit(7); });
   EXPECT_EQ(QApplication::exec(), 7);
-  EXPECT_EQ(results, (std::vector<WaitResult>(2, WaitResult::kWindowGone)));
+  EXPECT_EQ(ended, 2);
 }
 
 class StoreTest : public ::testing::Test {
@@ -197,31 +172,27 @@ TEST_F(StoreTest, GivesBackEveryTextAsItWasSaved) {
 }
 
 TEST_F(StoreTest, TakesWhatWasTypedByHandAndKeepsWhatItDoesNotKnow) {
-  writeFile(file_, "[Strings]\nRow=/1A1000,P20,R\n[Other]\nkey=kept\n");
-  EXPECT_EQ(get("Row"), "/1A1000,P20,R");
-  save("Plain", "/2&");
-  EXPECT_NE(bytesOf(file_).find("[Other]\nkey=kept\n"), std::string::npos);
-  EXPECT_EQ(get("Row"), "/1A1000,P20,R");
-}
-
-TEST_F(StoreTest, ReadsAFileWithAByteOrderMark) {
-  writeFile(file_, "\xEF\xBB\xBF[Strings]\nRow=/2&\n");
-  EXPECT_EQ(get("Row"), "/2&");
-  save("Other", "new");
-  EXPECT_EQ(get("Row"), "/2&");
+  for (const std::string byte_order_mark : {"", "\xEF\xBB\xBF"}) {
+    writeFile(file_, byte_order_mark + "[Strings]\nRow=/1A1000,P20,R\n[Other]\nkey=kept\n");
+    EXPECT_EQ(get("Row"), "/1A1000,P20,R");
+    save("Plain", "/2&");
+    EXPECT_NE(bytesOf(file_).find("[Other]\nkey=kept\n"), std::string::npos);
+    EXPECT_EQ(get("Row"), "/1A1000,P20,R");
+  }
   EXPECT_FALSE(std::filesystem::exists(file_.string() + ".corrupt"));
 }
 
 TEST_F(StoreTest, SetsAFileThatIsNoStoreAsideBeforeItWrites) {
-  std::string aside = file_.string() + ".corrupt";
-  int set_aside = 0;
-  for (const std::string& content :
-       std::vector<std::string>{"[Strings\nRow", "no store at all\n",
-                                std::string("[Strings]\nRow=\0\0", 16), "[Strings]\nRow=\xB5\n"}) {
+  const std::string aside = file_.string() + ".corrupt";
+  const std::pair<std::string, std::string> spoilt[] = {
+      {aside, "[Strings\nRow"},
+      {aside + ".1", "no store at all\n"},
+      {aside + ".2", std::string("[Strings]\nRow=\0\0", 16)},
+      {aside + ".3", "[Strings]\nRow=\xB5\n"}};
+  for (const auto& [place, content] : spoilt) {
     writeFile(file_, content);
     EXPECT_EQ(get("Row"), "default");
-    EXPECT_EQ(bytesOf(aside), content);
-    aside = file_.string() + ".corrupt." + std::to_string(++set_aside);
+    EXPECT_EQ(bytesOf(place), content);
     save("Row", "new");
     EXPECT_EQ(get("Row"), "new");
   }
@@ -229,7 +200,7 @@ TEST_F(StoreTest, SetsAFileThatIsNoStoreAsideBeforeItWrites) {
   store.save("app", "Strings", "Row", "newer");
   writeFile(file_, "spoilt meanwhile");
   store.flush();
-  EXPECT_EQ(bytesOf(aside), "spoilt meanwhile");
+  EXPECT_EQ(bytesOf(aside + ".4"), "spoilt meanwhile");
 }
 
 TEST_F(StoreTest, WaitsForItsLockNoLongerThanHalfASecond) {
@@ -256,12 +227,12 @@ TEST_F(StoreTest, WaitsForItsLockNoLongerThanHalfASecond) {
 
 TEST_F(StoreTest, KeepsWhatSeveralConsolesWrite) {
   IniSettingsStore first, second;
-  for (IniSettingsStore* store : {&first, &second}) store->get("app", "Strings", "Row", "");
+  first.get("app", "Strings", "Row", "");
   second.save("app", "Strings", "Own", "second's");
-  for (IniSettingsStore* store : {&second, &first}) {
-    store->save("app", "Strings", "Row", store == &first ? "first's" : "second's");
-    store->flush();
-  }
+  second.save("app", "Strings", "Row", "second's");
+  second.flush();
+  first.save("app", "Strings", "Row", "first's");
+  first.flush();
   EXPECT_EQ(get("Row") + get("Own"), "first'ssecond's");
 }
 
@@ -283,7 +254,7 @@ class DialogTest : public ::testing::Test {
       dialog ? answer(*dialog) : whenShown<Dialog>(answer);
     });
   }
-  /// Shows a box of `style` and presses `button`, or closes it.
+  /// Presses `button` of a box of `style`, or closes it.
   BoxButton answer(int style, QMessageBox::Icon icon, QMessageBox::StandardButton button) {
     whenShown<QMessageBox>([&](QMessageBox& box) {
       EXPECT_EQ(box.icon(), icon);

@@ -1,5 +1,3 @@
-#include <string>
-
 #include <gtest/gtest.h>
 
 #include "simulator/model/simulated_bus.h"
@@ -11,22 +9,23 @@ namespace {
 using std::chrono::milliseconds;
 
 /// A host without a console: sends bytes to a bus and gathers what comes back.
-class Host {
+class Host : private SimulatedBus {
  public:
-  explicit Host(std::vector<UnitOptions> units, std::vector<std::string> faults = {})
-      : bus_(units, options(faults)) {}
+  explicit Host(const std::vector<UnitOptions>& units = {{}}, const BusOptions& bus = {})
+      : SimulatedBus(units, bus) {}
+  using SimulatedBus::unit;
 
   /// What is heard until `patience` after the last byte sent.
   std::string ask(const std::string& bytes, SimTime patience = milliseconds(400)) {
     for (const char byte : bytes) {
       now_ += byteTime(baud);
-      bus_.receive(byte, baud, now_);
+      receive(byte, baud, now_);
     }
     std::string heard;
     const SimTime end = now_ + patience;
-    for (auto next = bus_.nextEvent(); next && *next <= end; next = bus_.nextEvent()) {
+    for (auto next = nextEvent(); next && *next <= end; next = nextEvent()) {
       last_heard = *next - now_;
-      heard += bus_.advance(*next, baud);
+      heard += advance(*next, baud);
     }
     now_ = end;
     return heard;
@@ -39,19 +38,10 @@ class Host {
     return answer.substr(3, answer.size() - 6);
   }
 
-  SimulatedUnit& unit(std::size_t index = 0) { return bus_.unit(index); }
-
   int baud = 9600;
   SimTime last_heard{};
 
  private:
-  static BusOptions options(const std::vector<std::string>& faults) {
-    BusOptions options;
-    for (const std::string& fault : faults) options.faults.push_back(parseFault(fault));
-    return options;
-  }
-
-  SimulatedBus bus_;
   SimTime now_ = std::chrono::seconds(100);
 };
 
@@ -60,7 +50,7 @@ std::string oem(const std::string& content, char checksum) {
 }
 
 TEST(SimulatedUnit, AnswersInDtWithStatusDataAndTheErrorCode) {
-  Host host({UnitOptions()});
+  Host host;
   EXPECT_EQ(host.ask("/1&\r"), "\xFF/0`Movane Stepper v7.02\x03\r\n");
   EXPECT_EQ(host.last_heard, 27 * byteTime(9600));
   EXPECT_EQ(host.askDt("/1!"), "`100 3A7");
@@ -73,7 +63,7 @@ TEST(SimulatedUnit, AnswersInDtWithStatusDataAndTheErrorCode) {
 }
 
 TEST(SimulatedUnit, IsBusyWhileItMovesAndComesToRest) {
-  Host host({UnitOptions()});
+  Host host;
   EXPECT_EQ(host.askDt("/1A1000M500D200R"), "@");
   EXPECT_EQ(host.askDt("/1?0"), "@810");  // 400 ms and 5 bytes at 2000 steps/s
   EXPECT_EQ(host.askDt("/1P5R"), "O");
@@ -84,7 +74,7 @@ TEST(SimulatedUnit, IsBusyWhileItMovesAndComesToRest) {
 }
 
 TEST(SimulatedUnit, AnswersInOemAndDoesNotExecuteARepeatTwice) {
-  Host host({UnitOptions()});
+  Host host;
   const std::string answer = oem("0@", 'q');
   EXPECT_EQ(host.ask(oem("12P100R", '1')), answer);
   EXPECT_EQ(host.ask(oem("1:P100R", '9')), answer);
@@ -95,11 +85,7 @@ TEST(SimulatedUnit, AnswersInOemAndDoesNotExecuteARepeatTwice) {
 }
 
 TEST(SimulatedUnit, HearsItsOwnAddressRateAndProtocolOnly) {
-  UnitOptions second;
-  second.address = '<';
-  second.baud = 19200;
-  second.protocol = UnitProtocol::kDt;
-  Host host({UnitOptions(), second});
+  Host host({{}, {.address = '<', .protocol = UnitProtocol::kDt, .baud = 19200}});
   EXPECT_EQ(host.ask("/<&\r"), "");
   EXPECT_EQ(host.askDt("/1b19200R"), "`") << "a change of rate is answered at the old one";
   EXPECT_EQ(host.ask("/1&\r"), "");
@@ -110,10 +96,8 @@ TEST(SimulatedUnit, HearsItsOwnAddressRateAndProtocolOnly) {
 }
 
 TEST(SimulatedUnit, TakesAnUpdateUntilSilenceAndKeepsTheImage) {
-  UnitOptions broken;
-  broken.valid_firmware = false;
-  broken.expected_image = "abcdefghijkl";
-  Host host({broken}, {"refuse-piece=7@2", "late=1500@3"});
+  Host host({{.valid_firmware = false, .expected_image = "abcdefghijkl"}},
+            {.faults = {parseFault("refuse-piece=7@2"), parseFault("late=1500@3")}});
   EXPECT_EQ(host.ask("/1T\r"), "\r?");
   EXPECT_EQ(host.ask("/1&\r"), "?\r");
   EXPECT_EQ(host.ask("/1[40617\r"), "?");
@@ -121,8 +105,8 @@ TEST(SimulatedUnit, TakesAnUpdateUntilSilenceAndKeepsTheImage) {
   EXPECT_EQ(host.ask("/1&\rxx"), "Error 7\r");
   EXPECT_EQ(host.ask("ghijkl", milliseconds(2000)), "\r");
   EXPECT_EQ(host.last_heard, milliseconds(1500) + byteTime(9600));
-  EXPECT_EQ(host.unit().image(), "abcdefghijkl");
-  EXPECT_TRUE(host.unit().updating());
+  EXPECT_EQ(host.unit(0).image(), "abcdefghijkl");
+  EXPECT_TRUE(host.unit(0).updating());
   host.ask("", std::chrono::seconds(2));
   EXPECT_EQ(host.askDt("/1?0"), "`0");
 
@@ -142,8 +126,8 @@ TEST(UpdateImage, IsThePayloadInWholePiecesWithoutAPieceOfTheLastByteAlone) {
 
 TEST(LineFault, DamagesWhatIsNamedTheSameWayWithTheSameSeed) {
   const std::string good = "\xFF/0`\x03\r\n";
-  const auto heard = [](const std::string& fault) {
-    return Host({UnitOptions()}, {fault}).ask("/1T\r");
+  const auto heard = [](const char* fault) {
+    return Host({{}}, {.faults = {parseFault(fault)}}).ask("/1T\r");
   };
   EXPECT_EQ(heard("double=100"), "\xFF\xFF//00``\x03\x03\r\r\n\n");
   EXPECT_EQ(heard("drop@1"), good);

@@ -1,7 +1,4 @@
 // What an update reads out of its file and out of the unit's answers.
-#include <string>
-#include <utility>
-
 #include <gtest/gtest.h>
 
 #include "platform/runtime_error.h"
@@ -24,17 +21,17 @@ TEST(UpdateFile, RecognisesAndDecodesItsHeader) {
       {"603A7", "partial  = 0  from 1"},
       {"a03A7", "partial  = 0  from 1"},
       {"03A70", "partial  = 0  from 1"}};
-  const auto told = [](const ZrfHeader& header) {
-    return (header.FullUpdate ? "full " : "partial ") + header.CpuIdText + " = " +
-           std::to_string(header.CpuId) + " " + header.Model + (header.IsServo ? " servo" : "") +
-           " from " + std::to_string(payloadStart(header));
-  };
   ScriptedDialogs dialogs;
   for (const auto& [text, expected] : cases) {
     ZrfHeader header;
     header.Model = "left over";
     recogniseHeader(text, header, dialogs);
-    EXPECT_EQ(told(header), expected) << text;
+    EXPECT_EQ((header.FullUpdate ? "full " : "partial ") + header.CpuIdText + " = " +
+                  std::to_string(header.CpuId) + " " + header.Model +
+                  (header.IsServo ? " servo" : "") + " from " +
+                  std::to_string(payloadStart(header)),
+              expected)
+        << text;
   }
 }
 
@@ -55,15 +52,15 @@ TEST(ControllerVersion, IsTheFirstWordWithVAndPointAndTellsWhetherTheUnitKnowsIt
 }
 
 TEST(FlashReply, FindsANumberTwoPlacesBehindAZero) {
-  const std::pair<const char*, bool> cases[] = {
+  const std::pair<std::string, bool> cases[] = {
       {"/0`123\r", true},  {"/0@103A7\r", true}, {"/0`12\r", false}, {"/0`3A7\r", false},
       {"/1`123\r", false}, {"0\r12", true},      {"\r/0`456", true}, {"/0`45", false}};
   for (const auto& [text, found] : cases) {
     FlashReply reply;
     reply.WantNumeric = true;
-    for (const char* c = text; *c != '\0'; ++c) {
-      if (*c == '\r') reply.ReplyDone = true;
-      reply.append(*c);
+    for (const char c : text) {
+      reply.ReplyDone |= c == '\r';
+      reply.append(c);
     }
     EXPECT_EQ(reply.NumericSeen, found) << text;
     EXPECT_EQ(reply.WantNumeric, !found) << text;

@@ -1,12 +1,7 @@
 #include <sys/stat.h>
 
 #include <cstring>
-#include <deque>
-#include <filesystem>
 #include <map>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -24,19 +19,19 @@ using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
 /// A simulated unit of which a test can replace answers, and a record of what it heard.
-class Unit : public SimulatedLine {
+class Unit : public SimulatedBus {
  public:
-  Unit(const UnitOptions& unit, const BusOptions& bus) : bus_({unit}, bus) {}
+  using Say = std::function<void(SimTime delay, char byte)>;
+  Unit(Say say, const UnitOptions& unit, const BusOptions& bus)
+      : SimulatedBus({unit}, bus), say_(std::move(say)) {}
 
   /// By the wake byte or a command's text behind the address; an empty answer is none.
   std::map<std::string, std::string> answers = {{"\xAA", "\r"}};
   /// Every rate that the host spoke at, in front of what it said; pieces left out.
   std::string heard;
 
-  SimulatedUnit& model() { return bus_.unit(0); }
-
   void receive(char byte, int host_baud, SimTime now) override {
-    if (model().updating()) return bus_.receive(byte, host_baud, now);
+    if (unit(0).updating()) return SimulatedBus::receive(byte, host_baud, now);
     if (std::exchange(baud_, host_baud) != host_baud) heard += std::to_string(host_baud) + ":";
     heard += byte;
     if (byte == '/') command_.clear();
@@ -44,42 +39,27 @@ class Unit : public SimulatedLine {
     const bool whole = byte == '\r' && command_.size() > 2;
     const auto answer = answers.find(whole ? command_.substr(2, command_.size() - 3) : command_);
     // A model that never hears the carriage return does not answer.
-    if (answer == answers.end()) return bus_.receive(byte, host_baud, now);
-    for (const char c : answer->second) said_.emplace_back(now += byteTime(host_baud), c);
+    if (answer == answers.end()) return SimulatedBus::receive(byte, host_baud, now);
+    SimTime delay{};
+    for (const char c : answer->second) say_(delay += byteTime(host_baud), c);
   }
-  std::optional<SimTime> nextEvent() const override {
-    return said_.empty() ? bus_.nextEvent() : said_.front().first;
-  }
-  std::string advance(SimTime now, int host_baud) override {
-    std::string bytes = bus_.advance(now, host_baud);
-    for (; !said_.empty() && said_.front().first <= now; said_.pop_front()) {
-      bytes += said_.front().second;
-    }
-    return bytes;
-  }
-  bool vanished() const override { return bus_.vanished(); }
 
  private:
-  SimulatedBus bus_;
+  Say say_;
   int baud_ = 0;
   std::string command_;
-  std::deque<std::pair<SimTime, char>> said_;
 };
 
 /// The dialog: keeps what it was told, and notices being touched after it left.
 class DialogDouble : public FirmwareUpdate::Window {
  public:
   WindowLife life;
-  std::vector<std::string> statuses = {"Status: None"};
-  std::string spins;
-  std::string traffic;
+  /// Without the "Status: " that each begins with.
+  std::vector<std::string> statuses;
+  std::string spins, traffic, baud = "57600";
   std::vector<int> steps;
-  bool update_enabled = false;
-  bool pause_enabled = false;
-  bool enlarged = false;
-  bool verbose_checked = false;
+  bool update_enabled = false, pause_enabled = false, enlarged = false, verbose_checked = false;
   int unit = 1;
-  std::string baud = "57600";
   std::function<void(const std::string&)> on_status;
 
   bool verbose() override { return verbose_checked; }
@@ -88,8 +68,9 @@ class DialogDouble : public FirmwareUpdate::Window {
   }
   void setStatus(const std::string& text) override {
     touch();
-    statuses.push_back(text);
-    if (on_status) on_status(text);
+    EXPECT_TRUE(text.starts_with("Status: ")) << text;
+    statuses.push_back(text.substr(8));
+    if (on_status) on_status(statuses.back());
   }
   void setSpinner(const std::string& text) override { touch(), spins += text; }
   int progress() override { return steps.back(); }
@@ -111,17 +92,25 @@ const std::string kConfirm =
     "Are you sure you want to continue? \r\n\r\n- Disconnect all other devices from serial bus.\r\n"
     "- Terminate connections for high baud rates.\r\n\r\n"
     "- DO NOT POWER OFF DEVICE until update is complete.";
-const std::string kOk = "Status: OK";
-const std::string kValidating = "Status: Validating ZRF file...";
-const std::string kLineTimeout = "Status: Timeout. No Movane detected.";
+const std::string kOk = "OK", kNone = "None";
+const std::string kTerminating = "Terminating Commands...";
+const std::string kSettling = "Negotiating baud rate...";
+const std::string kSettled = "Validating ZRF update file...";
+const std::string kValidating = "Validating ZRF file...";
+const std::string kValid = "ZRF file OK...";
+const std::string kEntering = "Entering update mode...";
+const std::string kSending = "Transmitting data...";
+const std::string kLineTimeout = "Timeout. No Movane detected.";
 
 struct Box {
   std::string text;
   int style = 0;
   BoxButton answer = BoxButton::kOk;
+  std::function<void()> while_open = {};
 };
 constexpr BoxButton kCancel = BoxButton::kCancel;
 const Box kUnable = {"Unable to validate ZRF file!", 49, kCancel};
+const Box kGoOn = {kUnable.text, kUnable.style};
 const Box kWrongModel = {
     "This ZRF update file does not work with this stepper model or this model can not be field "
     "upgraded.",
@@ -140,49 +129,56 @@ std::string bytes(std::size_t count) {
   return text;
 }
 
-BusOptions withFaults(const std::vector<LineFault>& faults) {
-  BusOptions options;
-  options.faults = faults;
-  return options;
-}
-
 class UpdateTest : public VirtualTest {
  protected:
   UpdateTest() { openDialog(); }
 
+  void plugIn(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
+    const auto say = [this](SimTime delay, char byte) {
+      after(delay, [this, byte] { platform_.socket(3).deliver({byte}); });
+    };
+    unit_ = std::make_unique<Unit>(say, unit, bus);
+    platform_.attach(3, *unit_);
+  }
   void openDialog(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
     update_.reset();
     platform_.detach(3);
-    unit_ = std::make_unique<Unit>(unit, bus);
-    platform_.attach(3, *unit_);
+    plugIn(unit, bus);
     dialog_ = std::make_unique<DialogDouble>();
     update_ = std::make_unique<FirmwareUpdate>(platform_, *dialog_, dialog_->life);
     update_->Form_Load(chosen_);
   }
-  void write(const std::string& content) { writeFile(file_, content); }
-  void choose() {
+  /// Loads the update file, which holds `content`, or what it held before.
+  void choose(const std::optional<std::string>& content = std::nullopt) {
+    if (content) writeFile(file_, *content);
     platform_.script().expectOpenFile(file_.string());
     update_->cmdLoadImage_Click();
   }
-  void choose(const std::string& content) {
-    write(content);
-    choose();
+  /// The same in a new dialog, for another unit.
+  void load(const std::optional<std::string>& content = {}, const BusOptions& bus = {},
+            const UnitOptions& unit = {}) {
+    openDialog(unit, bus);
+    choose(content);
   }
-  void atValidation(int attempt, std::function<void()> action) {
-    dialog_->on_status = [=, this](const std::string& status) mutable {
-      if (status == kValidating && --attempt == 0) action();
+  /// Runs `action` when the dialog shows `status` for the nth time.
+  void at(const std::string& status, std::function<void()> action, int nth = 1) {
+    dialog_->on_status = [=](const std::string& shown) mutable {
+      if (shown == status && --nth == 0) action();
     };
   }
   /// A whole update that shows these boxes and leaves the dialog idle.
   void update(const std::string& last_status, const std::vector<Box>& boxes = {}) {
     platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
-    for (const Box& box : boxes) platform_.script().expectBox(box.text, box.style, box.answer);
+    for (const auto& [text, style, answer, while_open] : boxes) {
+      platform_.script().expectBox(text, style, answer, while_open);
+    }
     update_->cmdUpdate_Click();
     EXPECT_EQ(dialog_->statuses.back(), last_status);
     EXPECT_TRUE(dialog_->update_enabled);
     EXPECT_FALSE(dialog_->pause_enabled);
     for (const auto& problem : platform_.takeProblems()) ADD_FAILURE() << problem;
   }
+
   TemporaryFolder folder_;
   fs::path file_ = folder_.path / "image.zrf";
   ChosenSettings chosen_;
@@ -192,29 +188,16 @@ class UpdateTest : public VirtualTest {
 };
 
 TEST_F(UpdateTest, SendsEverythingInOrderAtTheRightRate) {
-  UnitOptions unit_15;
-  unit_15.address = '@';
-  openDialog(unit_15);
+  load("103A7" + bytes(597), {}, {.address = '@'});
   dialog_->unit = 15;
-  choose("103A7" + bytes(597));
-  dialog_->on_status = [&](const std::string&) { dialog_->unit = 3, dialog_->baud = "9600"; };
+  at(kTerminating, [&] { dialog_->unit = 3, dialog_->baud = "9600"; });
   update(kOk);
-  const std::string image = bytes(597) + "   ";
-  EXPECT_EQ(platform_.socket(3).sent, "\xAA/@T\r/@b57600R\r/@&\r/@!\r/@]40617\r" + image);
-  EXPECT_EQ(unit_->model().image(), image);
+  EXPECT_EQ(unit_->unit(0).image(), bytes(597) + "   ");
   EXPECT_EQ(unit_->heard, "9600:\xAA/@T\r/@b57600R\r57600:/@&\r/@!\r/@]40617\r");
-  const std::vector<std::string> statuses = {"Status: None",
-                                             "Status: Loaded " + file_.string(),
-                                             "Status: Terminating Commands...",
-                                             "Status: Negotiating baud rate...",
-                                             "Status: Validating ZRF update file...",
-                                             "Status: Validating ZRF file...",
-                                             "Status: ***FULL UPDATE*** ZRF file OK...",
-                                             "Status: Entering update mode...",
-                                             "Status: Transmitting data...",
-                                             "Status: Transfer complete...",
-                                             "Status: OK"};
-  EXPECT_EQ(dialog_->statuses, statuses);
+  EXPECT_EQ(dialog_->statuses,
+            (std::vector<std::string>{"Loaded " + file_.string(), kTerminating, kSettling, kSettled,
+                                      kValidating, "***FULL UPDATE*** " + kValid, kEntering,
+                                      kSending, "Transfer complete...", kOk}));
   EXPECT_EQ(dialog_->spins, "-/|\\-/|\\-/|\\-/| ");  // Pieces 0, 7, ... 98; 7 is 3 modulo 4.
   EXPECT_EQ(dialog_->steps.size(), 4 + 14);          // 42 bytes, the first time 36, per step.
   dialog_->steps.resize(6);
@@ -228,11 +211,10 @@ TEST_F(UpdateTest, DeliversThePayloadAtEveryRate) {
     for (const std::string start : {"103A7", "003A7", "603A7", "1103"}) {
       std::string content = start + bytes(length);
       content.resize(length);
-      openDialog();
+      load(content);
       dialog_->baud = rates[round++ % 4];
-      choose(content);
       update(kOk);
-      EXPECT_TRUE(unit_->model().image() == imageOfUpdateFile(content)) << start << " " << length;
+      EXPECT_TRUE(unit_->unit(0).image() == imageOfUpdateFile(content)) << start << " " << length;
     }
     ++round;
   }
@@ -242,49 +224,47 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
   const Box no_terminate = {
       "No response from Terminate command. Verify unit is powered up, connected and the address "
       "switch is set to 1."};
-  const Box no_version = {
-      "Unable to get a valid version string from stepper controller. Got: ERR 12", 65, kCancel};
-  const Box long_answer = {
-      "Unable to get a valid version string from stepper controller. Got: \\x02" +
-          std::string(299, 'x') + "\u2026",
-      65, kCancel};
-  const Box bad_version = {"validUpdateFile() Error #: 13 :: Type mismatch", 64};
+  const std::string no_version =
+      "Unable to get a valid version string from stepper controller. Got: ";
+  const std::string x299(299, 'x');
   const Box critical = {
       "Critical Upgrade must use Partial upgrade files only. Please re-try the update with the "
       "Partial Upgrade file. Exiting...",
       112};
-  const Box no_prompt = {" 20 Unrecognized response from Unit, Exiting"};
-  const std::string entering = "Status: Entering update mode...";
   struct Case {
     std::string command, answer;
     std::vector<Box> boxes;
-    std::string status;
-    std::string last_commands;
-    std::string file = "003A7";
+    std::string status, last_commands, file = "003A7";
   };
   const Case cases[] = {
       {"\xAA", "", {}, kOk, "TbR&!["},
-      {"T", "", {no_terminate}, "Status: Terminating Commands...", "\xAAT"},
+      {"T", "", {no_terminate}, kTerminating, "\xAAT"},
       {"&", "", {kUnable}, kValidating, "R&"},
-      {"&", "ERR 12\r", {no_version}, kValidating, "R&"},
-      {"&", "\x02" + std::string(3000, 'x') + "\n\r", {long_answer}, kValidating, "R&"},
+      {"&", "ERR 12\r", {{no_version + "ERR 12", 65, kCancel}}, kValidating, "R&"},
+      {"&",
+       "\x02" + x299 + "x\n\r",
+       {{no_version + "\\x02" + x299 + "\u2026", 65, kCancel}},
+       kValidating,
+       "R&"},
       {"&", "v123.4\r", {kUnable}, kValidating, "R&"},
-      {"&", "v7.x\r", {bad_version, kUnable}, kValidating, "R&"},
+      {"&",
+       "v7.x\r",
+       {{"validUpdateFile() Error #: 13 :: Type mismatch", 64}, kUnable},
+       kValidating,
+       "R&"},
       {"&", "v7.01\r", {}, kOk, "R&["},
       {"!", "", {kUnable}, kValidating, "R&!"},
       {"!", "/0@A7\r", {kUnable}, kValidating, "R&!"},
       {"!", "/0@103A8\r", {kWrongModel}, kValidating, "R&!"},
       {"!", "/0@103a7\r", {}, kOk, "R&!["},
       {"-", "", {}, kOk, "R&!]", "103A7"},
-      {"&", "?\r", {kFailedUnit}, kOk, "R&["},
-      {"&", "?\r", {kFailedUnit, critical}, entering, "R&", "103A7"},
-      {"[40617", "OK\r", {no_prompt}, entering, "R&!["},
+      {"&", "?\r", {kFailedUnit, critical}, kEntering, "R&", "103A7"},
+      {"[40617", "OK\r", {{" 20 Unrecognized response from Unit, Exiting"}}, kEntering, "R&!["},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.command + " answered by " + c.answer);
-    openDialog();
+    load(c.file + bytes(100));
     unit_->answers[c.command] = c.answer;
-    choose(c.file + bytes(100));
     update(c.status, c.boxes);
     std::string commands = unit_->heard;
     std::erase_if(commands, [](char byte) { return std::strchr("/\r:0123456789", byte); });
@@ -293,25 +273,25 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
 }
 
 TEST_F(UpdateTest, CallsASuccessAtTheTenthTryInvalidAndGoesOnAfterTenFailures) {
-  const Box again = {kUnable.text, kUnable.style};
   choose("003A7" + bytes(20));
   unit_->answers["&"] = "";
-  update(kOk, std::vector<Box>(10, again));
-  EXPECT_EQ(unit_->model().image(), bytes(20) + "    ");
+  update(kOk, std::vector(10, kGoOn));
+  EXPECT_EQ(unit_->unit(0).image(), bytes(20) + "    ");
 
-  openDialog();
-  choose();
+  load();
   unit_->answers["&"] = "";
-  atValidation(10, [&] { unit_->answers.erase("&"); });
-  update("Status: Invalid ZRF update file...", std::vector<Box>(9, again));
+  const auto answer = [&] { unit_->answers.erase("&"); };
+  at(kValidating, answer, 10);
+  update("Invalid ZRF update file...", std::vector(9, kGoOn));
 }
 
 TEST_F(UpdateTest, LooksForNoNumberInAVersion) {
   choose("003A7" + bytes(20));
   unit_->answers["&"] = "/0`123 v7.02\r";
   unit_->answers["!"] = "";
-  atValidation(2, [&] { unit_->answers.erase("!"); });
-  update(kOk, {{kUnable.text, kUnable.style}});
+  const auto answer = [&] { unit_->answers.erase("!"); };
+  at(kValidating, answer, 2);
+  update(kOk, {kGoOn});
 }
 
 TEST_F(UpdateTest, TakesAnEarlierNumericAnswerForASecondValidation) {
@@ -324,13 +304,8 @@ TEST_F(UpdateTest, TakesAnEarlierNumericAnswerForASecondValidation) {
 }
 
 TEST_F(UpdateTest, LeavesTheBaudRateToAUnitWithoutFirmware) {
-  UnitOptions without_firmware;
-  without_firmware.valid_firmware = false;
   for (const bool paced : {true, false}) {
-    BusOptions bus;
-    bus.paced = paced;
-    openDialog(without_firmware, bus);
-    choose("003A7" + bytes(20));
+    load("003A7" + bytes(20), {.paced = paced}, {.valid_firmware = false});
     update(kOk, {kFailedUnit});
     EXPECT_EQ(unit_->heard, "9600:\xAA/1T\r/1&\r/1[40617\r");
     EXPECT_EQ(dialog_->baud, "9600");
@@ -339,46 +314,37 @@ TEST_F(UpdateTest, LeavesTheBaudRateToAUnitWithoutFirmware) {
 
 TEST_F(UpdateTest, EndsWhenThePromptCameBeforeItsCommand) {
   dialog_->verbose_checked = true;
-  dialog_->on_status = [&](const std::string& status) {
-    if (status == "Status: Entering update mode...") platform_.socket(3).deliver("?");
-  };
+  at(kEntering, [&] { platform_.socket(3).deliver("?"); });
   choose("003A7" + bytes(20));
-  update("Status: Entering update mode...", {{"Response: ''. Exiting...", 112}});
+  update(kEntering, {{"Response: ''. Exiting...", 112}});
   EXPECT_TRUE(dialog_->enlarged);
   EXPECT_TRUE(dialog_->traffic.starts_with("[\xAA][][/1T\r][")) << dialog_->traffic;
 }
 
 TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) {
-  openDialog({}, withFaults({{FaultKind::kSilent, 0, 5}}));
+  load("003A7" + bytes(100), {.faults = {{FaultKind::kSilent, 0, 5}}});
   dialog_->baud = "9600";
   unit_->answers["&"] = "v7.01\r";
-  choose("003A7" + bytes(100));
-  dialog_->on_status = [&](const std::string& status) {
-    if (status != kLineTimeout) return;
-    after(1s, [&] {
-      EXPECT_TRUE(dialog_->update_enabled);
-      EXPECT_TRUE(dialog_->pause_enabled);
-      EXPECT_EQ(dialog_->steps.back(), 0);
-      update_->cmdUpdate_Click();  // Ignored: the first update still waits.
-    });
+  const auto look = [&] {
+    EXPECT_TRUE(dialog_->update_enabled && dialog_->pause_enabled);
+    EXPECT_EQ(dialog_->steps.back(), 0);
+    update_->cmdUpdate_Click();  // Ignored: the first update still waits.
   };
+  at(kLineTimeout, [&] { after(1s, look); });
   update(kLineTimeout, {kPieceTimeout});
-  update("Status: Transmitting data...");
-  EXPECT_EQ(unit_->model().pieces(), 0);
-  openDialog();
-  choose();
+  update(kSending);
+  EXPECT_EQ(unit_->unit(0).pieces(), 0);
+  load();
   update(kOk);
 }
 
 TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
-  openDialog({}, withFaults({{FaultKind::kSilent, 0, 5}}));
-  choose("003A7" + bytes(100));
+  load("003A7" + bytes(100), {.faults = {{FaultKind::kSilent, 0, 5}}});
   SimTime timed_out{};
-  dialog_->on_status = [&](const std::string& status) {
-    if (status != kLineTimeout) return;
+  at(kLineTimeout, [&] {
     timed_out = platform_.now();
     platform_.socket(3).refusal = Fault::kPortAlreadyOpen;
-  };
+  });
   update(kLineTimeout, {kPieceTimeout});
   EXPECT_EQ(platform_.now(), timed_out);
 }
@@ -386,12 +352,9 @@ TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
 TEST_F(UpdateTest, DropsACharacterThatCameWhileTheUnitSettled) {
   choose("003A7" + bytes(20));
   SimTime start = platform_.now(), settling{};
-  dialog_->on_status = [&](const std::string& status) {
-    if (status == "Status: Validating ZRF update file...") settling = platform_.now() - start;
-  };
+  at(kSettled, [&] { settling = platform_.now() - start; });
   update(kOk);
-  openDialog();
-  choose();
+  load();
   // Just in time for the port, but too late for the handler.
   after(settling, [&] { platform_.socket(3).deliver("?"); });
   update(kOk);
@@ -405,54 +368,44 @@ TEST_F(UpdateTest, NeverCallsAnImageWholeThatIsNot) {
   constexpr int kStride = 1;
 #endif
   const std::string payload = bytes(6 * kPieces);
-  write("003A7" + payload);
-  const std::string sending = "Status: Transmitting data...";
+  writeFile(file_, "003A7" + payload);
   struct Case {
     FaultKind kind;
     long amount;
-    std::string status;
     std::vector<Box> boxes;
     // A late acknowledgement of the last piece still completes the transfer.
-    std::string last_piece_status;
+    std::string status, last_piece_status;
   };
-  const Case cases[] = {{FaultKind::kDrop, 100, kLineTimeout, {kPieceTimeout}, kLineTimeout},
-                        {FaultKind::kDouble, 100, kOk, {}, kOk},
-                        {FaultKind::kCorrupt, 100, kLineTimeout, {kPieceTimeout}, kLineTimeout},
-                        {FaultKind::kLate, 300, kOk, {}, kOk},
-                        {FaultKind::kLate, 2000, kLineTimeout, {}, kOk},
-                        {FaultKind::kLate, 13000, kLineTimeout, {kPieceTimeout}, kLineTimeout},
-                        {FaultKind::kRefusePiece, 3, "Status: Error 3!", {}, "Status: Error 3!"},
-                        {FaultKind::kVanish, 0, sending, {kLineGone}, sending}};
+  const Case cases[] = {{FaultKind::kDrop, 100, {kPieceTimeout}, kLineTimeout, kLineTimeout},
+                        {FaultKind::kDouble, 100, {}, kOk, kOk},
+                        {FaultKind::kCorrupt, 100, {kPieceTimeout}, kLineTimeout, kLineTimeout},
+                        {FaultKind::kLate, 300, {}, kOk, kOk},
+                        {FaultKind::kLate, 2000, {}, kLineTimeout, kOk},
+                        {FaultKind::kLate, 13000, {kPieceTimeout}, kLineTimeout, kLineTimeout},
+                        {FaultKind::kRefusePiece, 3, {}, "Error 3!", "Error 3!"},
+                        {FaultKind::kVanish, 0, {kLineGone}, kSending, kSending}};
   for (const Case& c : cases) {
     for (int piece = 1; piece <= kPieces && !HasFailure(); piece += kStride) {
       SCOPED_TRACE(std::to_string(&c - cases) + " at piece " + std::to_string(piece));
-      openDialog({}, withFaults({{c.kind, c.amount, piece}}));
-      choose();
+      load({}, {.faults = {{c.kind, c.amount, piece}}});
       update(piece == kPieces ? c.last_piece_status : c.status, c.boxes);
-      EXPECT_TRUE(unit_->model().image() == payload || dialog_->statuses.back() != kOk);
+      EXPECT_TRUE(unit_->unit(0).image() == payload || dialog_->statuses.back() != kOk);
     }
   }
 }
 
 TEST_F(UpdateTest, DoesNotTakeARepeatedAcknowledgementForTheNextPieces) {
-  write("003A7" + bytes(60));
   for (int piece = 1; piece < 10; ++piece) {
-    openDialog({},
-               withFaults({{FaultKind::kDouble, 100, piece}, {FaultKind::kRefusePiece, 3, 10}}));
-    choose();
-    update("Status: Error 3!");
+    load("003A7" + bytes(60),
+         {.faults = {{FaultKind::kDouble, 100, piece}, {FaultKind::kRefusePiece, 3, 10}}});
+    update("Error 3!");
   }
 }
 
 TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
   const Box not_found = {"validUpdateFile() Error #: 53 :: File not found", 64};
   const Box no_file = {"validUpdateFile() Error #: 75 :: Path/File access error", 64};
-  const Box too_large = {"cmdUpdate_Click() Error #: 7 :: Out of memory"};
-  const Box deleted = {"cmdUpdate_Click() Error #: 53 :: File not found"};
   const Box replaced = {"cmdUpdate_Click() Error #: 75 :: Path/File access error"};
-  const std::string settling = "Status: Negotiating baud rate...";
-  const std::string valid = "Status: ZRF file OK...";
-  const std::string sending = "Status: Transmitting data...";
   const auto remove = [&] { fs::remove(file_); };
   const auto make_folder = [&] { remove(), fs::create_directory(file_); };
   const auto make_fifo = [&] { remove(), ::mkfifo(file_.c_str(), 0600); };
@@ -464,38 +417,33 @@ TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
     std::string status;
   };
   const Case cases[] = {
-      {settling, remove, {not_found, kUnable}, kValidating},
-      {settling, make_folder, {no_file, kUnable}, kValidating},
-      {settling, make_fifo, {no_file, kUnable}, kValidating},
-      {settling, [&] { write(""); }, {kWrongModel}, kValidating},
-      {settling, grow, {too_large}, valid},
-      {valid, remove, {deleted}, valid},
-      {valid, [&] { write("103A7" + bytes(600)); }, {replaced}, valid},
-      {sending, remove, {}, kOk},
-      {sending, [&] { write("003A7"); }, {}, kOk},
+      {kSettling, remove, {not_found, kUnable}, kValidating},
+      {kSettling, make_folder, {no_file, kUnable}, kValidating},
+      {kSettling, make_fifo, {no_file, kUnable}, kValidating},
+      {kSettling, [&] { writeFile(file_, ""); }, {kWrongModel}, kValidating},
+      {kSettling, grow, {{"cmdUpdate_Click() Error #: 7 :: Out of memory"}}, kValid},
+      {kValid, remove, {{"cmdUpdate_Click() Error #: 53 :: File not found"}}, kValid},
+      {kValid, [&] { writeFile(file_, "103A7" + bytes(600)); }, {replaced}, kValid},
+      {kSending, [&] { writeFile(file_, "003A7"); }, {}, kOk},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(&c - cases);
     fs::remove_all(file_);
-    openDialog();
-    choose("003A7" + bytes(600));
-    dialog_->on_status = [&](const std::string& status) {
-      if (status == c.when) c.change();
-    };
+    load("003A7" + bytes(600));
+    at(c.when, c.change);
     update(c.status, c.boxes);
-    EXPECT_EQ(unit_->model().image(), c.status == kOk ? bytes(600) : "");
+    EXPECT_EQ(unit_->unit(0).image(), c.status == kOk ? bytes(600) : "");
   }
 }
 
 TEST_F(UpdateTest, EndsAtOnceWhenTheWindowOrTheDeviceGoesAwayInAnyWait) {
-  write("003A7" + bytes(60));
+  writeFile(file_, "003A7" + bytes(60));
   // What is not answered, and until when something waits without a box to show.
   const std::pair<std::string, SimTime> cases[] = {{"\xAA", 5s}, {"T", 5s},       {"&", 10s},
                                                    {"!", 10s},   {"[40617", 25s}, {"piece", 17s}};
   const auto vanish = [&] {
     // While the line takes the last of the old rate, the opening at the new one notices it.
-    const bool draining = dialog_->statuses.back() == "Status: Negotiating baud rate..." &&
-                          !unit_->heard.ends_with("R\r");
+    const bool draining = dialog_->statuses.back() == kSettling && !unit_->heard.ends_with("R\r");
     const std::string no_port = "cmdUpdate_Click() Error #: 8002 :: Invalid port number";
     platform_.script().expectBox(draining ? no_port : kLineGone.text, 0);
     platform_.detach(3);
@@ -503,9 +451,8 @@ TEST_F(UpdateTest, EndsAtOnceWhenTheWindowOrTheDeviceGoesAwayInAnyWait) {
   for (const auto& [silent, end] : cases) {
     bool device = false;
     for (SimTime leaves = 333us; leaves < end; leaves += leaves < 40ms ? 333us : 97ms) {
-      openDialog({}, withFaults({{FaultKind::kSilent, 0, 5}}));
+      load({}, {.faults = {{FaultKind::kSilent, 0, 5}}});
       unit_->answers[silent] = "";
-      choose();
       platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
       device = !device;
       const SimTime start = platform_.now();
@@ -527,27 +474,27 @@ TEST_F(UpdateTest, LeavesADeviceThatCameBackToTheNextUpdate) {
   dialog_->baud = "9600";
   choose("003A7" + bytes(100));
   after(5200ms, [&] { platform_.detach(3); });
-  update("Status: Transmitting data...", {kLineGone});
-  unit_ = std::make_unique<Unit>(UnitOptions{}, BusOptions{});
+  update(kSending, {kLineGone});
+  plugIn();
   unit_->answers["&"] = "v7.01\r";
-  platform_.attach(3, *unit_);
   update(kOk);
 }
 
 TEST_F(UpdateTest, ReportsADeviceThatVanishesUnderAWriteOnce) {
-  for (const std::string command :
-       {"\xAA", "/1T\r", "/1b57600R\r", "/1&\r", "/1!\r", "/1[40617\r", "piece "}) {
-    openDialog();
-    choose("003A7piece ");
-    platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
-    const bool validating = command == "/1&\r" || command == "/1!\r";
-    platform_.script().expectBox(std::string(validating ? "validUpdateFile" : "cmdUpdate_Click") +
-                                     "() Error #: 57 :: Device I/O error",
-                                 validating ? 64 : 0, BoxButton::kOk, [&] { platform_.runFor(1); });
+  const std::pair<std::string, std::string> cases[] = {{"\xAA", "Loaded " + file_.string()},
+                                                       {"/1T\r", kTerminating},
+                                                       {"/1b57600R\r", kSettling},
+                                                       {"/1&\r", kValidating},
+                                                       {"/1!\r", kValidating},
+                                                       {"/1[40617\r", kEntering},
+                                                       {"piece ", kSending}};
+  for (const auto& [command, status] : cases) {
+    load("003A7piece ");
     platform_.socket(3).vanishes_at_write = command;
-    update_->cmdUpdate_Click();
-    EXPECT_TRUE(dialog_->update_enabled);
-    EXPECT_TRUE(platform_.problems().empty()) << command;
+    const bool validating = status == kValidating;
+    const std::string procedure = validating ? "validUpdateFile" : "cmdUpdate_Click";
+    update(status, {{procedure + "() Error #: 57 :: Device I/O error", validating ? 64 : 0,
+                     BoxButton::kOk, [&] { platform_.runFor(1); }}});
   }
 }
 
@@ -573,10 +520,9 @@ TEST_F(UpdateTest, ReportsWhatKeepsItFromStarting) {
   EXPECT_TRUE(dialog_->update_enabled);
   platform_.script().expectBox(kConfirm, 68, BoxButton::kNo);
   update_->cmdUpdate_Click();
-  EXPECT_EQ(dialog_->statuses.back(), "Status: None");
-  EXPECT_TRUE(dialog_->update_enabled);
+  EXPECT_EQ(dialog_->statuses.back(), kNone);
   platform_.detach(3);
-  update("Status: None", {{"cmdUpdate_Click() Error #: 8002 :: Invalid port number"}});
+  update(kNone, {{"cmdUpdate_Click() Error #: 8002 :: Invalid port number"}});
 }
 
 }  // namespace

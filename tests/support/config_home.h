@@ -24,7 +24,6 @@ class ConfigHome {
     const std::string application = QApplication::applicationName().toStdString();
     return path() / application / "ports" / ("com" + std::to_string(comm_port));
   }
-  /// Lets port `comm_port` stand for `device`.
   void link(int comm_port, const std::filesystem::path& device) const {
     std::filesystem::create_directories(portLink(comm_port).parent_path());
     std::filesystem::remove(portLink(comm_port));
