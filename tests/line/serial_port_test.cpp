@@ -21,6 +21,7 @@
 
 #include "platform/qt/qt_platform.h"
 #include "platform/qt/qt_serial_port.h"
+#include "settings/port_scan.h"
 #include "support/config_home.h"
 #include "support/fault_number.h"
 #include "support/files.h"
@@ -386,6 +387,7 @@ TEST_F(SerialPortTest, RefusesARateThatTheHardwareLacksAndKeepsTheOneItHas) {
   port_->setSettings("230400");
   EXPECT_EQ(openingError(), 380);
   EXPECT_EQ(platform_.portDetails(3).obstacle, "This port can't do 230400 baud.");
+  EXPECT_TRUE(PortAvailable(*port_, 3));
   port_->setSettings("9600");
   EXPECT_EQ(openingError(), 0);
   EXPECT_EQ(faultNumber([this] { port_->setSettings("19200"); }), 380);
@@ -404,7 +406,12 @@ TEST_F(SerialPortTest, ClosesAStuckAdapterWithoutWaitingForIt) {
   port_->Output("x");
   Driver driver;
   driver.stuck = true;
+  sigset_t alarm, before;
+  sigemptyset(&alarm);
+  sigaddset(&alarm, SIGALRM);
+  sigprocmask(SIG_BLOCK, &alarm, &before);
   port_->setPortOpen(false);
+  sigprocmask(SIG_SETMASK, &before, nullptr);
   EXPECT_EQ(driver.interrupted_closings, 1);
 }
 
@@ -456,8 +463,14 @@ TEST_F(PortDevicesTest, StaysWithTheLinkOfANumberUntilItIsToldToForget) {
   EXPECT_EQ(opened(), line_.path);
   unlink("com5");
   EXPECT_EQ(opened(), "8002");
+  link("com5", line_.path);
+  EXPECT_EQ(devices_.describe(5).obstacle, "") << "that is over";
+  unlink("com5");
   devices_.forgetLinks();
   EXPECT_EQ(opened(), other_line_.path);
+  std::filesystem::remove_all(home_.portLink(5).parent_path());
+  std::filesystem::create_directory_symlink("ports", home_.portLink(5).parent_path());
+  EXPECT_EQ(opened(), "8002") << "links that can't be looked at";
 }
 
 TEST_F(PortDevicesTest, FindsAnAdapterThatCameBackUnderAnotherName) {
@@ -467,7 +480,12 @@ TEST_F(PortDevicesTest, FindsAnAdapterThatCameBackUnderAnotherName) {
   EXPECT_EQ(opened(), "8002");
   link("ttyUSB1", other_line_.path);
   link("serial/by-id/usb-adapter", "../../ttyUSB1");
-  EXPECT_EQ(opened(), other_line_.path);
+  link("ttyUSB0", line_.path);
+  EXPECT_EQ(opened(), other_line_.path) << "though another adapter has its place";
+  unlink("serial/by-id/usb-adapter");
+  EXPECT_EQ(opened(), "8002");
+  devices_.forgetLinks();
+  EXPECT_EQ(opened(), line_.path);
 }
 
 TEST_F(PortDevicesTest, KeepsItsLockFileOverAReopeningAndRemovesItAtTheEnd) {
@@ -483,6 +501,11 @@ TEST_F(PortDevicesTest, KeepsItsLockFileOverAReopeningAndRemovesItAtTheEnd) {
   EXPECT_EQ(devices_.describe(5).obstacle, "It is in use by this program.");
   own_port_.setPortOpen(false);
   EXPECT_FALSE(std::filesystem::exists(lockFile()));
+  own_port_.setPortOpen(true);
+  std::filesystem::remove(lockFile());
+  writeFile(lockFile(), "another program's");
+  own_port_.setPortOpen(false);
+  EXPECT_TRUE(std::filesystem::exists(lockFile()));
 }
 
 TEST_F(PortDevicesTest, HonoursLockFilesOfOthersAndTakesWhatEndedProgramsLeft) {
@@ -512,11 +535,22 @@ TEST_F(PortDevicesTest, HonoursLockFilesOfOthersAndTakesWhatEndedProgramsLeft) {
     expectRefusal("What stands in place of its lock file is none.");
   }
   std::filesystem::remove(lockFile());
+  EXPECT_EQ(devices_.describe(5).obstacle, "") << "that is over";
 
   for (const pid_t left : {ended, getpid()}) {
     writeFile(lockFile(), std::to_string(left) + "\n");
     EXPECT_EQ(opened(), line_.path);
   }
+}
+
+TEST_F(PortDevicesTest, LeavesALockFileAloneThatAnotherProgramIsReplacing) {
+  writeFile(lockFile(), "2147483647\n");
+  const int other = open(lockFile().c_str(), O_RDONLY);
+  flock(other, LOCK_EX);
+  EXPECT_EQ(opened(), "8005");
+  EXPECT_TRUE(std::filesystem::exists(lockFile()));
+  close(other);
+  EXPECT_EQ(opened(), line_.path);
 }
 
 TEST_F(PortDevicesTest, NamesALockFileThatCanNotBeWritten) {
