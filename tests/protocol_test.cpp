@@ -24,12 +24,12 @@ class TransactionTest : public VirtualTest, protected Transaction::Rows {
   TransactionTest() {
     settings_.port = "1";
     platform_.attach(1, line_);
-    transaction_.tmrReceiveTimeOut().setInterval(1000);
+    timeOut().setInterval(1000);
   }
 
-  std::string StringToSend(int row) override { return rows_[row].command; }
+  std::string StringToSend(int) override { return command_; }
   void setReceiveString(int row, const std::string& text, const Exchange& exchange) override {
-    rows_[row].reply = text;
+    replies_[row] = text;
     last_ = exchange;
   }
   void setButtonShape(int row, LightColour colour) override {
@@ -38,30 +38,34 @@ class TransactionTest : public VirtualTest, protected Transaction::Rows {
                                                            {LightColour::kGreen, " (green)"},
                                                            {LightColour::kRed, " (red)"},
                                                            {LightColour::kYellow, " (yellow)"}};
-    rows_[row].light = kNames.at(colour);
+    lights_[row] = kNames.at(colour);
   }
   void startButtonTimer(int row) override { told_ += "timer " + std::to_string(row) + ", "; }
   void enableSendCommands(bool on) override { enabled_ = on; }
   void recordPress(int row) override { told_ += "press " + std::to_string(row) + ", "; }
   const WindowLife& life() const override { return life_; }
 
+  Timer& timeOut() { return transaction_.tmrReceiveTimeOut(); }
   bool portOpen() { return transaction_.link().MSComm1().PortOpen(); }
   /// Reply and light of `row`, and whether the next command can be sent.
   std::string shown(int row) {
-    const bool waiting = transaction_.tmrReceiveTimeOut().Enabled();
-    return rows_[row].reply + rows_[row].light + (enabled_ ? "" : " disabled") +
-           (waiting ? " waiting" : "");
+    return replies_[row] + lights_[row] + (enabled_ ? "" : " disabled") +
+           (timeOut().Enabled() ? " waiting" : "");
   }
 
-  /// Bytes that one press of `row` puts on the line.
-  std::string sentBy(int row) {
+  /// Bytes that `action` puts on the line.
+  std::string sentBy(const std::function<void()>& action) {
     socket_.sent.clear();
-    transaction_.SendCommand_Click(row);
+    action();
     platform_.runFor(500);
     return socket_.sent;
   }
+  /// The same of one press.
+  std::string sentBy(int row) {
+    return sentBy([&] { transaction_.SendCommand_Click(row); });
+  }
   std::string sentBy(int row, const std::string& command) {
-    rows_[row].command = command;
+    command_ = command;
     return sentBy(row);
   }
   void receive(const std::string& bytes) {
@@ -71,17 +75,15 @@ class TransactionTest : public VirtualTest, protected Transaction::Rows {
   /// Presses row 3 and lets `bytes` come in; "-" in what is shown then means that nothing was
   /// decoded.
   std::string replyTo(const std::string& bytes) {
-    transaction_.tmrReceiveTimeOut().setEnabled(false);
+    timeOut().setEnabled(false);
     sentBy(3);
-    rows_[3].reply = "-";
+    replies_[3] = "-";
     receive(bytes);
     return shown(3);
   }
 
-  struct Row {
-    std::string command = "/1A1000R", reply, light;
-  };
-  std::map<int, Row> rows_;
+  std::string command_ = "/1A1000R";
+  std::map<int, std::string> replies_, lights_;
   std::string told_;
   bool enabled_ = true, torn_ = false;
   Exchange last_;
@@ -101,18 +103,14 @@ std::string oemReply(const std::string& inner) {
 
 TEST_F(TransactionTest, PutsTheWorkedExamplesOnTheLine) {
   platform_.setRandomNumbers({0.0, 0.9999999, 0.5});
-  for (const auto& [command, bytes] :
-       {std::pair{"/1A1000R", "\x2F\x31\x41\x31\x30\x30\x30\x52\x0D"},
-        {"/\u00B51\u20AC", "/\xB5\x31?\r"},
-        {"/", "/\r"},
-        {"/1ARNDRrndMRndR", "/1A1R1000000M500001R\r"},
-        {"/1RDN", "/1RDN\r"}}) {
-    EXPECT_EQ(sentBy(0, command), bytes);
-  }
-  socket_.sent.clear();
-  transaction_.subSendToMV("RND/1ARND");
-  platform_.runFor(100);
-  EXPECT_EQ(socket_.sent, "RND/1ARND\r") << "none after one at the start";
+  const std::pair<const char*, const char*> examples[] = {
+      {"/1A1000R", "\x2F\x31\x41\x31\x30\x30\x30\x52\x0D"},
+      {"/\u00B51\u20AC", "/\xB5\x31?\r"},
+      {"/1ARNDRrndMRndR", "/1A1R1000000M500001R\r"},
+      {"/1RDN", "/1RDN\r"},
+      {"/", "/\r"}};
+  for (const auto& [command, bytes] : examples) EXPECT_EQ(sentBy(0, command), bytes);
+  EXPECT_EQ(sentBy([this] { transaction_.subSendToMV("RND/1ARND"); }), "RND/1ARND\r");
 
   settings_.oem = true;
   EXPECT_EQ(sentBy(0, "/1A1000R"), "\x02\x31\x32\x41\x31\x30\x30\x30\x52\x03\x10");
@@ -129,15 +127,11 @@ TEST_F(TransactionTest, PutsTheWorkedExamplesOnTheLine) {
 }
 
 TEST_F(TransactionTest, ClearsTheLineWithoutARow) {
-  transaction_.Command1_Click();
-  platform_.runFor(500);
-  EXPECT_EQ(socket_.sent, std::string(10, '\r'));
+  EXPECT_EQ(sentBy([this] { transaction_.Command1_Click(); }), std::string(10, '\r'));
   EXPECT_TRUE(enabled_);
   settings_.oem = true;
-  socket_.sent.clear();
-  transaction_.subSendToMV("  ");
-  platform_.runFor(100);
-  EXPECT_EQ(socket_.sent, "\x02\r2\r\r\r\r\r\r\r\x03\x33") << "the stored command again";
+  EXPECT_EQ(sentBy([this] { transaction_.subSendToMV("  "); }), "\x02\r2\r\r\r\r\r\r\r\x03\x33")
+      << "the stored command again";
 }
 
 TEST_F(TransactionTest, RefusesTextWithoutALeadingSlashAndChangesNothing) {
@@ -168,20 +162,23 @@ TEST_F(TransactionTest, ShowsADtReplyAndIsReadyForTheNext) {
 }
 
 TEST_F(TransactionTest, DecodesDtRepliesByTheirFixedPositionsAndShowsThemInGreen) {
-  for (const auto& [bytes, reply] :
-       {std::pair{"\xFF/0@\x03\r"s, " No Error"s},
-        {"\xFF/0b12\x03\r", "12 Invalid Command"},
-        {"\xFF/0o\x03\r", " Device is already executing a command"},
-        {"\xFF/0n7\x03\r", "7Flash CRC Error"},
-        {"\xFF/0`\xB5\x80\x03\r", "\u00B5\u0080 No Error"},
-        {"\xFF/0`a\nb\0c\x03\r"s, "a\nb\0c No Error"s},
-        {"/0c12\x03\r", "2 Invalid Operand"},  // no leading character: data still from position 5
-        {"0b123\x03\r", "3 Invalid Command"},
-        {"garb0a12\x03\r", "0a12 Initialization Error"},
-        {"\r", " Initialization Error"},  // no status: the last one holds
-        {"abcdefg\r", "ef Initialization Error"},
-        {"xyz0\r", " Initialization Error"},
-        {"\xFF/0d\r", " Error 4"}}) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"\xFF/0@\x03\r", " No Error"},
+      {"\xFF/0b12\x03\r", "12 Invalid Command"},
+      {"\xFF/0o\x03\r", " Device is already executing a command"},
+      {"\xFF/0n7\x03\r", "7Flash CRC Error"},
+      {"\xFF/0d\r", " Error 4"},
+      {"\xFF/0`\xB5\x80\x03\r", "\u00B5\u0080 No Error"},
+      {"\xFF/0`a\nb\0c\x03\r"s, "a\nb\0c No Error"s},
+      // No leading character: data still from position 5.
+      {"/0c12\x03\r", "2 Invalid Operand"},
+      {"0b123\x03\r", "3 Invalid Command"},
+      {"garb0a12\x03\r", "0a12 Initialization Error"},
+      // No status: the last one holds.
+      {"\r", " Initialization Error"},
+      {"abcdefg\r", "ef Initialization Error"},
+      {"xyz0\r", " Initialization Error"}};
+  for (const auto& [bytes, reply] : cases) {
     EXPECT_EQ(replyTo(bytes), reply + " (green)") << visibleControls(bytes);
   }
 }
@@ -257,7 +254,7 @@ TEST_F(TransactionTest, SurvivesSettingsThatOpenNoPort) {
     settings_.port = port;
     settings_.baud = baud;
     transaction_.link().close();
-    rows_.clear();
+    replies_.clear();
     sentBy(3);
     platform_.runFor(500);
     EXPECT_FALSE(portOpen()) << obstacle;
@@ -273,9 +270,9 @@ TEST_F(TransactionTest, ReportsAVanishedDeviceAndReopensItWhenItIsBack) {
   sentBy(3);
   platform_.detach(1);
   platform_.runFor(0);
-  EXPECT_EQ(rows_[3].reply, "Communications Error, no Movane found");
+  EXPECT_EQ(replies_[3], "Communications Error, no Movane found");
   platform_.runFor(500);
-  EXPECT_EQ(rows_[3].reply, kSilent);
+  EXPECT_EQ(replies_[3], kSilent);
   EXPECT_FALSE(portOpen());
   platform_.attach(1, line_);
   EXPECT_EQ(replyTo("\xFF/0`7\x03\r"), "7 No Error (green)");
@@ -285,7 +282,7 @@ TEST_F(TransactionTest, ReportsAVanishedDeviceAndReopensItWhenItIsBack) {
   platform_.script().expectBox("tmrReceiveTimeOut_Timer() Error #: 0 :: torn", box::kOkOnly);
   platform_.runFor(500);
   receive("\xFF/0`7\x03\r");
-  EXPECT_EQ(rows_[3].reply, "Communications Error, no Movane found") << "a fault of any kind";
+  EXPECT_EQ(replies_[3], "Communications Error, no Movane found") << "a fault of any kind";
 }
 
 TEST_F(TransactionTest, KeepsTheNewestOfAReplyWithoutEnd) {

@@ -96,11 +96,8 @@ class WindowTest : public VirtualTest {
         .toStdString();
   }
 
-  const std::string kVersion = "Movane Stepper v7.02";
   const std::string kVersionReply = "Movane Stepper v7.02 No Error";
   const std::string kSilent = "No Movane detected. Check connections";
-
-  const std::string kTooManyStrings = "Maximum number of strings allowed is 25";
 
   SimulatedBus bus_{{UnitOptions{}}};
   SimulatedBus silent_{{}};
