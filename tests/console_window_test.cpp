@@ -10,17 +10,15 @@ class ConsoleWindow : public WindowTest {
  protected:
   int shownRows() {
     int rows = 0;
-    while (onConsole("SendCommand(" + std::to_string(rows) + ")").isVisible()) ++rows;
+    while (onConsole("SendCommand", rows).isVisible()) ++rows;
     return rows;
   }
-  bool canSend(int row) {
-    return onConsole("SendCommand(" + std::to_string(row) + ")").isEnabled();
-  }
+  bool canSend(int row) { return onConsole("SendCommand", row).isEnabled(); }
   QRect place(const std::string& name) { return onConsole(name).geometry(); }
   std::string captions() {
     std::string captions;
     for (int index = 0; index < 8; ++index) {
-      const auto& button = onConsole<QPushButton>("LoadButton(" + std::to_string(index) + ")");
+      const auto& button = onConsole<QPushButton>("LoadButton", index);
       captions += (button.isEnabled() ? "" : "-") + button.text().toStdString() + "|";
     }
     return captions;
@@ -90,8 +88,7 @@ TEST_F(ConsoleWindow, SendsARowAndShowsTheReplyForHalfASecondInGreen) {
 TEST_F(ConsoleWindow, TellsWhyNothingWasSentAndWhatCantBe) {
   platform_.socket(1).details.obstacle = "There is no such device.";
   start();
-  press("SendCommand(0)");
-  platform_.runFor(1001);
+  press("SendCommand(0)", 1001);
   EXPECT_EQ(reply(0), kSilent);
   EXPECT_EQ(replyField(0).toolTip(), "Nothing was sent: There is no such device.\nAt 08:00:01");
   const std::pair<const char*, const char*> commands[] = {{"/1A\u22121000R\u20AC", "4, \"\u2212\""},
@@ -154,7 +151,7 @@ TEST_F(ConsoleWindow, LaysOutAnyRowCountTheSameWayTwice) {
     start();
     EXPECT_EQ(shownRows(), rows);
     const QRect first = place("SendCommand(0)");
-    const QRect last = place("SendCommand(" + std::to_string(rows - 1) + ")");
+    const QRect last = onConsole("SendCommand", rows - 1).geometry();
     const QRect frame = place("Frame1");
     EXPECT_NEAR(last.top() - first.top(), (rows - 1) * 1.25 * first.height(), 1);
     EXPECT_EQ(frame.top(), first.top() - first.height());
@@ -214,8 +211,7 @@ TEST_F(ConsoleWindow, LoadsTheStoredStringsAgainAndStartsTheSequenceOver) {
   commandField(3).setText("changed");
   find<QRadioButton>(settings(), "OEMProtocol").click();
   for (int round = 0; round < 2; ++round) {
-    press("SendCommand(0)");
-    platform_.runFor(100);
+    press("SendCommand(0)", 100);
     EXPECT_TRUE(port().PortOpen());
     press("LoadButton(6)");
     EXPECT_FALSE(port().PortOpen()) << "as every button of the bar does";
@@ -250,8 +246,7 @@ TEST_F(ConsoleWindow, PlaysPressesBackWithTheirTicksThoughTheUnitIsSilentByThen)
   platform_.runFor(1100);
   EXPECT_EQ(reply(9), kSilent);
   EXPECT_EQ(captions(), kAfterPlayback);
-  press("LoadButton(0)");
-  platform_.runFor(1600);
+  press("LoadButton(0)", 1600);
   EXPECT_EQ(sent(), "/1?0\r/1F\r/1?0\r/1F\r/1?0\r");
   press("LoadButton(1)");
   EXPECT_EQ(captions(), kAfterPlayback);
@@ -268,8 +263,7 @@ TEST_F(ConsoleWindow, KeepsStringsAndRecordingInACommandFile) {
   const std::string version_title = title();
   commandField(24).setText("/1\"a\", \u20AC");
   press("LoadButton(2)");
-  press("SendCommand(1)");
-  platform_.runFor(120);
+  press("SendCommand(1)", 120);
   press("LoadButton(2)");
   platform_.script().expectSaveFile(path("first"));
   press("LoadButton(4)");
@@ -277,8 +271,7 @@ TEST_F(ConsoleWindow, KeepsStringsAndRecordingInACommandFile) {
   EXPECT_TRUE(platform_.script().fileRequests().back().ask_before_overwriting);
 
   start();
-  press("SendCommand(1)");
-  platform_.runFor(100);
+  press("SendCommand(1)", 100);
   platform_.script().expectOpenFile(path("first"));
   press("LoadButton(5)");
   EXPECT_EQ(title(), "Current Command File: " + path("first"));

@@ -168,8 +168,7 @@ TEST_F(SettingsWindow, StoresOnOkAndAppliesAtTheNextSend) {
   EXPECT_EQ(takeSaves(), "MaxStrings=10 CommPortSetting=7 BaudRate=2 RCVTimeout=400 ");
   EXPECT_EQ(console().tmrReceiveTimeOut().Interval(), 400);
   EXPECT_FALSE(onConsole("SendCommand(10)").isVisible());
-  press("SendCommand(0)");
-  platform_.runFor(100);
+  press("SendCommand(0)", 100);
   EXPECT_EQ(reply(0), kVersionReply);
   press(settings(), "cmdOK");
   EXPECT_FALSE(port().PortOpen()) << "the layout closes the port";

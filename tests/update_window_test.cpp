@@ -12,8 +12,7 @@ class UpdateWindow : public WindowTest {
   void openWithImage(std::size_t size) {
     writeFile(image_, "103A7" + std::string(size, 'x'));
     startWithUnit();
-    press("SendCommand(0)");
-    platform_.runFor(100);
+    press("SendCommand(0)", 100);
     press("LoadButton(3)");
     press(settings(), "cmdUpdate");
     EXPECT_FALSE(settings().isVisible() || enabled("cmdUpdate"));
@@ -68,18 +67,15 @@ TEST_F(UpdateWindow, UpdatesAUnitUndisturbedAndGivesTheLineBack) {
   EXPECT_EQ(toolTip("cmdUpdate"), "For another update, close this dialog and open it again.");
 
   auto& traffic = find<QPlainTextEdit>(dialog(), "Traffic");
-  receive(std::string(600, 'x') + "\r");
-  platform_.runFor(100);
+  receive(std::string(600, 'x') + "\r", 100);
   EXPECT_TRUE(traffic.toPlainText().endsWith("\n" + QString(500, 'x')));
-  receive(std::string(1500, '\r'));
-  platform_.runFor(100);
+  receive(std::string(1500, '\r'), 100);
   EXPECT_EQ(traffic.toPlainText().size() / 1024, 255);
 
   press(dialog(), "cmdClose");
   EXPECT_TRUE(program_->update() == nullptr && settings().isVisible());
   platform_.runFor(10000);
-  press("SendCommand(0)");
-  platform_.runFor(100);
+  press("SendCommand(0)", 100);
   EXPECT_EQ(reply(0), kVersionReply);
 }
 

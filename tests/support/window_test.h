@@ -76,24 +76,26 @@ class WindowTest : public VirtualTest {
   void press(const QWidget& window, const std::string& name) {
     QTest::mouseClick(&find<QPushButton>(window, name), Qt::LeftButton);
   }
-  void press(const std::string& name) { press(console(), name); }
-  /// Lets `bytes` come in from the unit at once.
-  void receive(const std::string& bytes) {
+  /// Presses a button of the console and lets so much time pass.
+  void press(const std::string& name, int then_ms = 0) {
+    press(console(), name);
+    if (then_ms > 0) platform_.runFor(then_ms);
+  }
+  /// Lets `bytes` come in from the unit at once, and so much time pass.
+  void receive(const std::string& bytes, int then_ms = 0) {
     platform_.socket(1).deliver(bytes);
-    platform_.runFor(0);
+    platform_.runFor(then_ms);
   }
 
-  QLineEdit& commandField(int row) {
-    return onConsole<QLineEdit>("StringToSend(" + std::to_string(row) + ")");
+  template <class Control = QWidget>
+  Control& onConsole(const std::string& name, int index) {
+    return onConsole<Control>(name + "(" + std::to_string(index) + ")");
   }
-  QLineEdit& replyField(int row) {
-    return onConsole<QLineEdit>("ReceiveString(" + std::to_string(row) + ")");
-  }
+  QLineEdit& commandField(int row) { return onConsole<QLineEdit>("StringToSend", row); }
+  QLineEdit& replyField(int row) { return onConsole<QLineEdit>("ReceiveString", row); }
   std::string reply(int row) { return replyField(row).text().toStdString(); }
   std::string light(int row) {
-    return onConsole("ButtonShape(" + std::to_string(row) + ")")
-        .accessibleDescription()
-        .toStdString();
+    return onConsole("ButtonShape", row).accessibleDescription().toStdString();
   }
 
   const std::string kVersionReply = "Movane Stepper v7.02 No Error";
