@@ -125,27 +125,21 @@ TEST_F(ConsoleWindow, FindsAUnitWhoseAnswerTheTimeOutMeets) {
       SimulatedBus bus({UnitOptions{.address = '9'}}, {.faults = {{FaultKind::kLate, late_ms}}});
       platform_.attach(1, bus);
       start();
+      // Where the answer's first character came before the tick, a reset would lose the port.
+      after(999ms, [&] {
+        if (late_ms <= 32) platform_.socket(1).refusal = Fault::kPortAlreadyOpen;
+      });
+      after(1001ms, [&] { platform_.socket(1).refusal.reset(); });
       find<QRadioButton>(settings(), protocol).click();
       press(settings(), "AutoSetup");
+      platform_.runFor(100);
       ASSERT_EQ(commandField(0).text().toStdString() + reply(0), "/9&" + kVersionReply) << late_ms;
       platform_.detach(1);
     }
   }
 }
 
-TEST_F(ConsoleWindow, ScrollsWhereItIsSmallerThanItsRows) {
-  start();
-  const auto& area = *console().findChild<QScrollArea*>();
-  // A pixel can be missing at a fractional scale factor.
-  for (const auto& [missing, bars] : {std::pair{50, 2}, {0, 0}, {50, 2}, {1, 0}}) {
-    console().resize(console().controls().size() - QSize(missing, missing));
-    platform_.runFor(1);
-    EXPECT_EQ(area.horizontalScrollBar()->isVisible() + area.verticalScrollBar()->isVisible(),
-              bars);
-  }
-}
-
-TEST_F(ConsoleWindow, LaysOutAnyRowCountTheSameWayTwice) {
+TEST_F(ConsoleWindow, LaysOutAnyRowCountTheSameWayTwiceAndScrollsInASmallerWindow) {
   for (const int rows : {1, 10, 25}) {
     store("Settings", "MaxStrings", std::to_string(rows));
     start();
@@ -163,6 +157,14 @@ TEST_F(ConsoleWindow, LaysOutAnyRowCountTheSameWayTwice) {
     EXPECT_EQ(console().controls().height(), last.top() + 3 * first.height());
     console().SetupScreen();
     EXPECT_EQ(place("SendCommand(0)"), first);
+  }
+  const auto& area = *console().findChild<QScrollArea*>();
+  // A pixel can be missing at a fractional scale factor.
+  for (const auto& [missing, bars] : {std::pair{50, 2}, {0, 0}, {50, 2}, {1, 0}}) {
+    console().resize(console().controls().size() - QSize(missing, missing));
+    platform_.runFor(1);
+    EXPECT_EQ(area.horizontalScrollBar()->isVisible() + area.verticalScrollBar()->isVisible(),
+              bars);
   }
 }
 

@@ -124,24 +124,27 @@ TEST_F(TransactionTest, PutsTheWorkedExamplesOnTheLine) {
   EXPECT_EQ(sentBy(7, "/1"), "\x02\x31\x3A\x03\x0A"s) << "a repeat with an empty body";
   EXPECT_EQ(sentBy(8, "/"), "\x02\x33\x03\x32"s);
   EXPECT_EQ(sentBy(9, "/RNDA").substr(0, 10), "\x02R400001A\x03") << "the address as it was typed";
-}
-
-TEST_F(TransactionTest, ClearsTheLineWithoutARow) {
+  settings_.oem = false;
   EXPECT_EQ(sentBy([this] { transaction_.Command1_Click(); }), std::string(10, '\r'));
   EXPECT_TRUE(enabled_);
   settings_.oem = true;
-  EXPECT_EQ(sentBy([this] { transaction_.subSendToMV("  "); }), "\x02\r2\r\r\r\r\r\r\r\x03\x33")
+  EXPECT_EQ(sentBy([this] { transaction_.subSendToMV("  "); }), "\x02\r<\r\r\r\r\r\r\r\x03=")
       << "the stored command again";
 }
 
-TEST_F(TransactionTest, RefusesTextWithoutALeadingSlashAndChangesNothing) {
+TEST_F(TransactionTest, SendsNothingWithoutALeadingSlashOrWhenTheWindowLeaves) {
   for (const std::string text : {"", " /1&", "1&"}) {
     platform_.script().expectBox(
         "Please Enter Command Strings with a leading slash '/' followed by the unit address, such "
         "as '/1&'.",
         box::kOkOnly);
-    EXPECT_EQ(sentBy(3, text) + told_ + shown(3), "");
+    EXPECT_EQ(sentBy(3, text), "");
+    EXPECT_EQ(told_ + shown(3), "") << "nothing changes";
   }
+  after(SimTime(0), [this] { life_.leave(); });
+  EXPECT_EQ(sentBy(3, "/1&"), "");
+  EXPECT_EQ(shown(3), " (white) disabled");
+  EXPECT_FALSE(portOpen());
 }
 
 TEST_F(TransactionTest, ShowsADtReplyAndIsReadyForTheNext) {
@@ -181,6 +184,10 @@ TEST_F(TransactionTest, DecodesDtRepliesByTheirFixedPositionsAndShowsThemInGreen
   for (const auto& [bytes, reply] : cases) {
     EXPECT_EQ(replyTo(bytes), reply + " (green)") << visibleControls(bytes);
   }
+  const std::string newest = std::string(kReplyCapacity - 2, 'n') + "\x03";
+  EXPECT_EQ(replyTo("\xFF/0`old" + newest + "\r"),
+            std::string(4000, 'n') + "\u2026 Initialization Error (green)");
+  EXPECT_EQ(settings_.response, std::string(kReplyCapacity - 5, 'n')) << "of a reply without end";
 }
 
 TEST_F(TransactionTest, DecodesOemRepliesByTheReceiveRules) {
@@ -283,20 +290,6 @@ TEST_F(TransactionTest, ReportsAVanishedDeviceAndReopensItWhenItIsBack) {
   platform_.runFor(500);
   receive("\xFF/0`7\x03\r");
   EXPECT_EQ(replies_[3], "Communications Error, no Movane found") << "a fault of any kind";
-}
-
-TEST_F(TransactionTest, KeepsTheNewestOfAReplyWithoutEnd) {
-  const std::string newest = std::string(kReplyCapacity - 2, 'n') + "\x03";
-  EXPECT_EQ(replyTo("\xFF/0`old" + newest + "\r"),
-            std::string(4000, 'n') + "\u2026 No Error (green)");
-  EXPECT_EQ(settings_.response, std::string(kReplyCapacity - 5, 'n'));
-}
-
-TEST_F(TransactionTest, SendsNothingForAWindowThatLeavesDuringThePress) {
-  after(SimTime(0), [this] { life_.leave(); });
-  EXPECT_EQ(sentBy(3), "");
-  EXPECT_FALSE(portOpen());
-  EXPECT_EQ(shown(3), " (white) disabled") << "no wait has begun";
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ class SettingsWindow : public WindowTest {
   }
 };
 
-TEST_F(SettingsWindow, ShowsTheDefaultsOfAnEmptyStoreAndListsThePorts) {
+TEST_F(SettingsWindow, ShowsTheDefaultsOfAnEmptyStoreAndListsThePortsToPickFrom) {
   platform_.attach(2, silent_);
   platform_.attach(4, silent_);
   platform_.socket(4).refusal = Fault::kPortAlreadyOpen;
@@ -56,7 +56,7 @@ TEST_F(SettingsWindow, ShowsTheDefaultsOfAnEmptyStoreAndListsThePorts) {
   openDialog();
   EXPECT_EQ(settings().windowTitle(), "Communications");
   EXPECT_EQ(choices(), "11,1,1000,0,DT");
-  const auto& ports = list("lstPorts");
+  auto& ports = list("lstPorts");
   ASSERT_EQ(ports.count(), 16);
   EXPECT_EQ(ports.item(1)->text(), "COM2  available");
   EXPECT_EQ(ports.item(3)->text(), "COM4  (not available or no such port)");
@@ -68,6 +68,19 @@ TEST_F(SettingsWindow, ShowsTheDefaultsOfAnEmptyStoreAndListsThePorts) {
   EXPECT_EQ(tabOrder(settings()),
             "CommPortSetting lstBaudRate DTProtocol OEMProtocol FlowControl MaxStrings RCVTimeout "
             "lstPorts cmdRescanPorts AutoSetup ResponseString cmdUpdate cmdOK ");
+
+  const auto middleOf = [&](int row) { return ports.visualItemRect(ports.item(row)).center(); };
+  QTest::mouseClick(ports.viewport(), Qt::RightButton, {}, middleOf(5));
+  EXPECT_EQ(setting("CommPortSetting").text(), "1");
+  QTest::mousePress(ports.viewport(), Qt::LeftButton, {}, middleOf(2));
+  EXPECT_EQ(setting("CommPortSetting").text(), "3");
+  QTest::mouseMove(ports.viewport(), middleOf(7));
+  EXPECT_EQ(ports.currentRow(), 2) << "a drag picks nothing else";
+  QTest::mouseRelease(ports.viewport(), Qt::LeftButton, {}, middleOf(2));
+  ports.setFixedHeight(ports.height() + 50);
+  platform_.runFor(1);
+  QTest::mouseClick(ports.viewport(), Qt::LeftButton, {}, {5, ports.viewport()->height() - 2});
+  EXPECT_EQ(setting("CommPortSetting").text(), "16") << "below the last row the nearest counts";
 }
 
 TEST_F(SettingsWindow, FindsNoPortWhileTheConsoleHoldsOneAndSaysSo) {
@@ -111,24 +124,6 @@ TEST_F(SettingsWindow, FindsNoPortWhileTheConsoleHoldsOneAndSaysSo) {
     press(settings(), "AutoSetup");
   });
   search();
-}
-
-TEST_F(SettingsWindow, PicksThePortOfTheClickedRow) {
-  start();
-  openDialog();
-  auto& ports = list("lstPorts");
-  const auto middleOf = [&](int row) { return ports.visualItemRect(ports.item(row)).center(); };
-  QTest::mouseClick(ports.viewport(), Qt::RightButton, {}, middleOf(5));
-  EXPECT_EQ(setting("CommPortSetting").text(), "1");
-  QTest::mousePress(ports.viewport(), Qt::LeftButton, {}, middleOf(2));
-  EXPECT_EQ(setting("CommPortSetting").text(), "3");
-  QTest::mouseMove(ports.viewport(), middleOf(7));
-  EXPECT_EQ(ports.currentRow(), 2) << "a drag picks nothing else";
-  QTest::mouseRelease(ports.viewport(), Qt::LeftButton, {}, middleOf(2));
-  ports.setFixedHeight(ports.height() + 50);
-  platform_.runFor(1);
-  QTest::mouseClick(ports.viewport(), Qt::LeftButton, {}, {5, ports.viewport()->height() - 2});
-  EXPECT_EQ(setting("CommPortSetting").text(), "16") << "below the last row the nearest counts";
 }
 
 TEST_F(SettingsWindow, StopsLoadingSilentlyAtABadBaudRate) {

@@ -79,22 +79,13 @@ TEST_F(UpdateWindow, UpdatesAUnitUndisturbedAndGivesTheLineBack) {
   EXPECT_EQ(reply(0), kVersionReply);
 }
 
-TEST_F(UpdateWindow, TakesTheLineFromAPlaybackWhenItIsConfirmed) {
-  openWithImage(600);
+TEST_F(UpdateWindow, TakesTheLineFromAPlaybackAndTurnsTheSpinnerNoFasterThanOneSees) {
+  openWithImage(30000);
   console().LoadButton_Click(2);
   console().SendCommand_Click(1);
   platform_.runFor(100);
   console().LoadButton_Click(2);
   console().LoadButton_Click(0);
-  update([this] {
-    platform_.runFor(2000);
-    EXPECT_TRUE(port().PortOpen());
-  });
-  EXPECT_EQ(display("txtStatus").text(), "Status: OK");
-}
-
-TEST_F(UpdateWindow, TurnsTheSpinnerNoFasterThanOneSees) {
-  openWithImage(30000);
   find<QComboBox>(dialog(), "cboBaud").setCurrentText("57600");
   int turns = 0;
   SimTime next_turn{0};
@@ -103,7 +94,11 @@ TEST_F(UpdateWindow, TurnsTheSpinnerNoFasterThanOneSees) {
     EXPECT_TRUE(position == " " || platform_.now() >= next_turn);
     next_turn = platform_.now() + 130ms;
   });
-  update();
+  update([this] {
+    platform_.runFor(2000);
+    EXPECT_TRUE(port().PortOpen()) << "the playback holds it until the confirmation";
+  });
+  EXPECT_EQ(display("txtStatus").text(), "Status: OK");
   platform_.runFor(1000);
   EXPECT_EQ(display("txtSpinner").text(), " ");
   EXPECT_GT(turns, 30);
