@@ -170,23 +170,23 @@ TEST_F(TransactionTest, DecodesDtRepliesByTheirFixedPositionsAndShowsThemInGreen
       {"\xFF/0b12\x03\r", "12 Invalid Command"},
       {"\xFF/0o\x03\r", " Device is already executing a command"},
       {"\xFF/0n7\x03\r", "7Flash CRC Error"},
-      {"\xFF/0d\r", " Error 4"},
       {"\xFF/0`\xB5\x80\x03\r", "\u00B5\u0080 No Error"},
       {"\xFF/0`a\nb\0c\x03\r"s, "a\nb\0c No Error"s},
       // No leading character: data still from position 5.
       {"/0c12\x03\r", "2 Invalid Operand"},
       {"0b123\x03\r", "3 Invalid Command"},
       {"garb0a12\x03\r", "0a12 Initialization Error"},
+      {"\xFF/0d\r", " Error 4"},
       // No status: the last one holds.
-      {"\r", " Initialization Error"},
-      {"abcdefg\r", "ef Initialization Error"},
-      {"xyz0\r", " Initialization Error"}};
+      {"\r", " Error 4"},
+      {"abcdefg\r", "ef Error 4"},
+      {"xyz0\r", " Error 4"}};
   for (const auto& [bytes, reply] : cases) {
     EXPECT_EQ(replyTo(bytes), reply + " (green)") << visibleControls(bytes);
   }
   const std::string newest = std::string(kReplyCapacity - 2, 'n') + "\x03";
   EXPECT_EQ(replyTo("\xFF/0`old" + newest + "\r"),
-            std::string(4000, 'n') + "\u2026 Initialization Error (green)");
+            std::string(4000, 'n') + "\u2026 Error 4 (green)");
   EXPECT_EQ(settings_.response, std::string(kReplyCapacity - 5, 'n')) << "of a reply without end";
 }
 
