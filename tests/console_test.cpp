@@ -2,18 +2,12 @@
 #include <unistd.h>
 
 #include <array>
-#include <chrono>
-#include <filesystem>
-#include <functional>
-#include <string>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "console/command_file.h"
 #include "console/recorder.h"
-#include "platform/runtime_error.h"
 #include "support/fault_number.h"
 #include "support/files.h"
 #include "support/virtual_test.h"
@@ -25,27 +19,18 @@ namespace fs = std::filesystem;
 
 constexpr int kTickMs = 50;
 
-using Presses = std::vector<std::pair<int, int>>;  // (tick, row)
-
 struct RecorderTest : VirtualTest, Recorder::Bar {
   void setBarCaption(int, const std::string&) override {}
   void enableBarButton(int, bool) override {}
   void pressRow(int row) override {
-    pressed.emplace_back(now(), row);
+    const auto now = (platform_.now() - start) / std::chrono::milliseconds(kTickMs);
+    pressed += std::to_string(now) + ":" + std::to_string(row) + " ";
     recorder.recordPress(row);
     if (inside_press) std::exchange(inside_press, nullptr)();
   }
   const WindowLife& life() const override { return window; }
 
   void tick(int ticks = 1) { platform_.runFor(ticks * kTickMs); }
-  int now() const {
-    return static_cast<int>((platform_.now() - start) / std::chrono::milliseconds(kTickMs));
-  }
-  /// Forgets the presses so far, and counts ticks from here.
-  void startOver() {
-    pressed.clear();
-    start = platform_.now();
-  }
   /// Records presses of the rows 0, 1, 2, ..., each `delays[i]` ticks after the one before.
   void record(const std::vector<int>& delays, int end_delay) {
     recorder.clickRecord();
@@ -55,7 +40,14 @@ struct RecorderTest : VirtualTest, Recorder::Bar {
     }
     tick(end_delay);
     recorder.clickRecord();
-    startOver();
+  }
+  /// The presses, as "tick:row", of the first `ticks` ticks after a click on one of the buttons.
+  std::string played(int ticks, void (Recorder::*click)() = &Recorder::clickPlayback) {
+    pressed.clear();
+    start = platform_.now();
+    (recorder.*click)();
+    tick(ticks);
+    return pressed;
   }
   /// Puts loaded fields into the table: button, delay, button, delay, ...
   void load(const std::vector<std::string>& fields) {
@@ -67,68 +59,51 @@ struct RecorderTest : VirtualTest, Recorder::Bar {
 
   WindowLife window;
   std::function<void()> inside_press;
-  Presses pressed;
+  std::string pressed;
   SimTime start = platform_.now();
   Recorder recorder{platform_, *this};
 };
 
 TEST_F(RecorderTest, PlaysWithTheRecordedDistancesFromTheFirstTickOn) {
-  const auto played = [this](const std::vector<int>& delays) {
+  EXPECT_EQ(played(1), "");
+  EXPECT_FALSE(recorder.Playing()) << "over on the first tick when nothing was recorded";
+  const std::pair<std::vector<int>, const char*> cases[] = {
+      {{99, 1, 7, 2, 300}, "1:0 2:1 9:2 11:3 311:4 "},
+      {{5}, "1:0 "},
+      {{1, 2, 0, 2}, "1:0 3:1 "},    // cut at a delay of 0
+      {{1, 40000}, "1:0 32768:1 "},  // a pause past the largest count
+      {{}, ""}};
+  for (const auto& [delays, presses] : cases) {
     record(delays, 45);
-    recorder.clickPlayback();
-    tick(40000);
+    EXPECT_EQ(recorder.table().button(static_cast<int>(delays.size())).text(), "");
+    EXPECT_EQ(recorder.table().delay(static_cast<int>(delays.size())).number(), 45);
+    EXPECT_EQ(played(delays.empty() ? 1 : 40000), presses);
     EXPECT_FALSE(recorder.Playing());
-    return pressed;
-  };
-  EXPECT_EQ(played({99, 1, 7, 2, 300}), (Presses{{1, 0}, {2, 1}, {9, 2}, {11, 3}, {311, 4}}));
-  EXPECT_EQ(recorder.table().button(5).text(), "");
-  EXPECT_EQ(recorder.table().delay(5).number(), 45);
-  EXPECT_EQ(played({5}), (Presses{{1, 0}})) << "a recording replaces the one before";
-  EXPECT_EQ(played({1, 2, 0, 2}), (Presses{{1, 0}, {3, 1}})) << "cut at a delay of 0";
-  EXPECT_EQ(played({1, 40000}), (Presses{{1, 0}, {32768, 1}})) << "a pause past the largest count";
+  }
+  EXPECT_EQ(played(100, &Recorder::clickPlayEndless), "");
+  EXPECT_TRUE(recorder.Playing());
 }
 
 TEST_F(RecorderTest, PausesForTheEndEntryAndOneTickAfterEveryEndlessCycleOfADay) {
   record({5, 3}, 4);
-  recorder.clickPlayEndless();
-  constexpr int kTicksOfADay = 24 * 60 * 60 * 20;
-  while (now() < kTicksOfADay) {
+  EXPECT_EQ(played(8, &Recorder::clickPlayEndless), "1:0 4:1 ");
+  for (int cycle = 1; cycle < 24 * 60 * 60 * 20 / 8; ++cycle) {
     pressed.clear();
+    start = platform_.now();
     tick(8);
-    ASSERT_EQ(pressed, (Presses{{now() - 7, 0}, {now() - 4, 1}}));
+    ASSERT_EQ(pressed, "1:0 4:1 ") << cycle;
   }
   recorder.clickPlayback();
-  startOver();
-  recorder.clickPlayback();
-  tick(50);
-  EXPECT_EQ(pressed, (Presses{{1, 0}, {4, 1}})) << "a stop ends the endless mode too";
-}
-
-TEST_F(RecorderTest, EndsOnTheFirstTickWhenNothingWasRecorded) {
-  for (const char* recorded : {"never", "no press"}) {
-    recorder.clickPlayback();
-    tick();
-    EXPECT_FALSE(recorder.Playing()) << recorded;
-    record({}, 30);
-  }
-  recorder.clickPlayEndless();
-  tick(100);
-  EXPECT_TRUE(recorder.Playing());
-  EXPECT_TRUE(pressed.empty());
+  EXPECT_EQ(played(50), "1:0 4:1 ") << "a stop ends the endless mode too";
 }
 
 TEST_F(RecorderTest, KeepsItsCountersAtAStopAndStartsAfresh) {
   record({1, 10, 10}, 5);
-  recorder.clickPlayback();
-  tick(4);
-  recorder.clickPlayEndless();
-  EXPECT_FALSE(recorder.Playing()) << "while it plays, a stop like the other";
-  tick(30);
+  EXPECT_EQ(played(4), "1:0 ");
+  EXPECT_EQ(played(30, &Recorder::clickPlayEndless), "") << "while it plays, a stop";
   EXPECT_EQ(recorder.StepIndex(), 1);
   EXPECT_EQ(recorder.TickCount(), 6);
-  recorder.clickPlayback();
-  tick(100);
-  EXPECT_EQ(pressed, (Presses{{1, 0}, {35, 0}, {45, 1}, {55, 2}}));
+  EXPECT_EQ(played(100), "1:0 11:1 21:2 ");
 }
 
 TEST_F(RecorderTest, TogglesARecordingOverWhatTheTableHolds) {
@@ -152,16 +127,11 @@ TEST_F(RecorderTest, EndsAFullRecordingAtThePressThatHasNoRow) {
   }
   EXPECT_TRUE(recorder.Recording());
   tick(3);
-  platform_.script().expectBox("The recording is full: it holds 500 presses. It has been stopped.",
-                               box::kInformation);
+  expectBox("The recording is full: it holds 500 presses. It has been stopped.", box::kInformation);
   recorder.recordPress(7);
   EXPECT_FALSE(recorder.Recording());
-  startOver();
-  recorder.clickPlayEndless();
-  tick(504);
-  ASSERT_EQ(pressed.size(), 501U);
-  EXPECT_EQ(pressed[499], std::make_pair(500, 24));
-  EXPECT_EQ(pressed[500], std::make_pair(504, 0)) << "the end entry's 3 ticks and one";
+  EXPECT_TRUE(played(504, &Recorder::clickPlayEndless).ends_with(" 499:23 500:24 504:0 "))
+      << "the end entry's 3 ticks and one";
   recorder.clickPlayback();
   recorder.clickRecord();
   EXPECT_EQ(recorder.table().delay(499).number(), 0);
@@ -170,25 +140,19 @@ TEST_F(RecorderTest, EndsAFullRecordingAtThePressThatHasNoRow) {
 
 TEST_F(RecorderTest, PlaysLoadedTextUntilACellIsNoNumber) {
   load({"3", "", " 50 ", "2", "", "5", "0", "0"});
-  recorder.clickPlayback();
-  tick(50);
-  EXPECT_EQ(pressed, (Presses{{1, 3}, {3, 50}}));
-  const std::vector<std::pair<std::vector<std::string>, std::string>> broken{
-      {{"3", "0", "abc", "2"}, "13 :: Type mismatch"},
-      {{"3", "0", "4", "abc"}, "13 :: Type mismatch"},
-      {{"3", "0", "4", ""}, "13 :: Type mismatch"},
-      {{"3", "0", "51", "2"}, "9 :: Subscript out of range"},
-      {{"3", "0", "-1", "2"}, "9 :: Subscript out of range"},
-      {{"3", "0", "4", "32768"}, "6 :: Overflow"},
-      {{"3", "0"}, "0 :: torn"}};
-  for (const auto& [fields, fault] : broken) {
-    startOver();
-    load(fields);
-    if (fields.size() == 2) inside_press = [] { throw std::runtime_error("torn"); };
-    platform_.script().expectBox("RecordPlayTimer_Timer() Error #: " + fault, box::kOkOnly);
-    recorder.clickPlayEndless();
-    tick(50);
-    EXPECT_EQ(pressed.size(), 1U);
+  EXPECT_EQ(played(50), "1:3 3:50 ");
+  const std::array<std::string, 3> broken[] = {{"abc", "2", "13 :: Type mismatch"},
+                                               {"4", "abc", "13 :: Type mismatch"},
+                                               {"4", "", "13 :: Type mismatch"},
+                                               {"51", "2", "9 :: Subscript out of range"},
+                                               {"-1", "2", "9 :: Subscript out of range"},
+                                               {"4", "32768", "6 :: Overflow"},
+                                               {"4", "2", "0 :: torn"}};
+  for (const auto& [button, delay, fault] : broken) {
+    load({"3", "0", button, delay});
+    if (fault == "0 :: torn") inside_press = [] { throw std::runtime_error("torn"); };
+    expectBox("RecordPlayTimer_Timer() Error #: " + fault);
+    EXPECT_EQ(played(50, &Recorder::clickPlayEndless), "1:3 ");
     EXPECT_FALSE(recorder.Playing() || recorder.PlayEndless());
   }
 }
@@ -196,21 +160,17 @@ TEST_F(RecorderTest, PlaysLoadedTextUntilACellIsNoNumber) {
 TEST_F(RecorderTest, LeavesWhatTheBarDidInsideAPressAlone) {
   record({1, 3, 3}, 5);
   const auto playWith = [this](std::function<void()> action) {
-    startOver();
     inside_press = std::move(action);
-    recorder.clickPlayback();
-    tick(200);
+    return played(200);
   };
-  playWith([this] { recorder.clickPlayback(); });
-  EXPECT_EQ(pressed.size(), 1U) << "stopped";
+  EXPECT_EQ(playWith([this] { recorder.clickPlayback(); }), "1:0 ") << "stopped";
   EXPECT_EQ(recorder.StepIndex(), 0);
-  playWith([this] {
+  const auto restart = [this] {
     recorder.clickPlayback();
     recorder.clickPlayback();
-  });
-  EXPECT_EQ(pressed, (Presses{{1, 0}, {2, 0}, {5, 1}, {8, 2}})) << "started again";
-  playWith([this] { tick(100); });
-  EXPECT_EQ(pressed, (Presses{{1, 0}, {104, 1}, {107, 2}})) << "waited for the user";
+  };
+  EXPECT_EQ(playWith(restart), "1:0 2:0 5:1 8:2 ");
+  EXPECT_EQ(playWith([this] { tick(100); }), "1:0 104:1 107:2 ") << "waited for the user";
   playWith([this] { window.leave(); });
   EXPECT_EQ(recorder.StepIndex(), 0) << "the window went away";
 }
@@ -226,14 +186,14 @@ struct CommandFileTest : testing::Test {
   }
   /// Writing and reading return the fault's number, 0 for none.
   int write(const fs::path& file) const {
-    const auto string_to_send = [this](int row) { return strings.at(index(row)); };
+    const auto string_to_send = [this](int row) { return strings[static_cast<unsigned>(row)]; };
     return faultNumber([&] { writeCommandFile(file.string(), string_to_send, table); });
   }
   int read(const fs::path& file) {
     taken = 0;
     const auto take_string = [this](int row, const std::string& text) {
       EXPECT_EQ(row, taken++);
-      strings.at(index(row)) = text;
+      strings.at(static_cast<unsigned>(row)) = text;
     };
     return faultNumber([&] { readCommandFile(file.string(), take_string, table); });
   }
@@ -241,7 +201,6 @@ struct CommandFileTest : testing::Test {
     writeFile(path, bytes);
     return read(path);
   }
-  static std::size_t index(int row) { return static_cast<std::size_t>(row); }
 
   TemporaryFolder temporary;
   fs::path folder = temporary.path;
@@ -326,21 +285,17 @@ TEST_F(CommandFileTest, RefusesAtOnceWhatItCantReadOrWrite) {
   writeFile(path, "\"");
   fs::resize_file(path, std::uintmax_t{1} << 40);
   EXPECT_EQ(read(path), 6) << "a line of 1 TiB";
-  const fs::path pipe = folder / "pipe";
-  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-  for (const fs::path& no_file : {pipe, folder}) {
-    EXPECT_EQ(read(no_file), 75) << no_file;
-    EXPECT_EQ(write(no_file), 75) << no_file;
-  }
-  EXPECT_EQ(read("/dev/zero"), 75);
-  EXPECT_EQ(read(folder / "none"), 53);
-  EXPECT_EQ(write(folder / "none" / "file"), 53);
-  EXPECT_EQ(write("/dev/full"), 61);
-  EXPECT_EQ(write("/dev/null"), 0);
   fs::permissions(path, fs::perms::none);
   const int forbidden = ::geteuid() == 0 ? 0 : 70;
-  EXPECT_EQ(write(path), forbidden);
-  EXPECT_EQ(read(path), forbidden);
+  const fs::path pipe = folder / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const std::tuple<fs::path, int, int> cases[] = {
+      {pipe, 75, 75},        {folder, 75, 75},     {folder / "none" / "file", 53, 53},
+      {"/dev/full", 61, 75}, {"/dev/zero", 0, 75}, {path, forbidden, forbidden}};
+  for (const auto& [file, written, taken_in] : cases) {
+    EXPECT_EQ(write(file), written) << file;
+    EXPECT_EQ(read(file), taken_in) << file;
+  }
 }
 
 }  // namespace

@@ -81,6 +81,13 @@ std::unique_ptr<SerialPort> VirtualPlatform::makeSerialPort(std::function<void()
 
 PortDetails VirtualPlatform::portDetails(int comm_port) { return socket(comm_port).details; }
 
+double VirtualPlatform::random() {
+  if (random_numbers_.empty()) return 0.5;
+  const double number = random_numbers_.front();
+  random_numbers_.pop_front();
+  return number;
+}
+
 std::string VirtualPlatform::timeOfDay() {
   const std::chrono::hh_mm_ss time(duration_cast<std::chrono::seconds>(queue_.now()) %
                                    std::chrono::hours(24));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -34,6 +35,9 @@ class VirtualPlatform : public Platform, private EventLoop {
   MemoryStore& store() { return store_; }
   ScriptedDialogs& script() { return dialogs_; }
 
+  /// The random numbers to come, in order; after the last, and when there is none, 0.5.
+  void setRandomNumbers(std::deque<double> numbers) { random_numbers_ = std::move(numbers); }
+
   /// Runs whenever events are about to be handled, for events that are not this machine's own.
   std::function<void()> onRunPending;
 
@@ -61,7 +65,7 @@ class VirtualPlatform : public Platform, private EventLoop {
   std::unique_ptr<SerialPort> makeSerialPort(std::function<void()> on_comm) override;
   PortDetails portDetails(int comm_port) override;
   void forgetPortLinks() override { ++times_links_forgotten; }
-  double random() override { return 0.5; }
+  double random() override;
   std::string timeOfDay() override;
 
  private:
@@ -79,6 +83,7 @@ class VirtualPlatform : public Platform, private EventLoop {
   std::vector<std::unique_ptr<VirtualSocket>> sockets_;
   MemoryStore store_;
   ScriptedDialogs dialogs_;
+  std::deque<double> random_numbers_;
   std::vector<std::string> problems_;
 };
 

@@ -21,6 +21,10 @@ class VirtualTest : public ::testing::Test {
     platform_.queue().post(platform_.now() + delay, {"the test acts"}, std::move(action));
   }
 
+  void expectBox(std::string text, int style = box::kOkOnly) {
+    platform_.script().expectBox(std::move(text), style);
+  }
+
   VirtualPlatform platform_;
 };
 

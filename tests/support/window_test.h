@@ -1,14 +1,10 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
-#include <utility>
 
-#include <QApplication>
-#include <QLineEdit>
-#include <QPushButton>
 #include <QTest>
+#include <QtWidgets>
 
 #include "app/program.h"
 #include "core/stored_settings.h"
@@ -36,19 +32,20 @@ class WindowTest : public VirtualTest {
     program_ = std::make_unique<Program>(platform_, [this] { ended_ = true; });
     program_->start();
   }
-
   void startWithUnit() {
     platform_.attach(1, bus_);
     start();
   }
 
+  StringFun& console() { return program_->console(); }
+  Settings& settings() { return program_->settings(); }
+  SerialPort& port() { return console().MSComm1(); }
+
   void store(const std::string& section, const std::string& key, const std::string& value) {
     platform_.store().values[{kApplicationName, section, key}] = value;
   }
   std::string stored(const std::string& section, const std::string& key) {
-    const auto& values = platform_.store().values;
-    const auto found = values.find({kApplicationName, section, key});
-    return found == values.end() ? "(none)" : found->second;
+    return platform_.store().get(kApplicationName, section, key, "(none)");
   }
 
   template <class Control>
@@ -57,10 +54,12 @@ class WindowTest : public VirtualTest {
     if (control == nullptr) throw std::logic_error("no control " + name);
     return *control;
   }
-  template <class Control>
+  template <class Control = QWidget>
   Control& onConsole(const std::string& name) {
-    return find<Control>(program_->console(), name);
+    return find<Control>(console(), name);
   }
+  /// A text field of the settings.
+  QLineEdit& setting(const std::string& name) { return find<QLineEdit>(settings(), name); }
 
   /// The controls that the Tab key goes through in `window`, by name.
   static std::string tabOrder(QWidget& window) {
@@ -77,22 +76,33 @@ class WindowTest : public VirtualTest {
   void press(const QWidget& window, const std::string& name) {
     QTest::mouseClick(&find<QPushButton>(window, name), Qt::LeftButton);
   }
-  void press(const std::string& name) { press(program_->console(), name); }
+  /// Presses a button of the console and lets so much time pass.
+  void press(const std::string& name, int then_ms = 0) {
+    press(console(), name);
+    if (then_ms > 0) platform_.runFor(then_ms);
+  }
+  /// Lets `bytes` come in from the unit at once, and so much time pass.
+  void receive(const std::string& bytes, int then_ms = 0) {
+    platform_.socket(1).deliver(bytes);
+    platform_.runFor(then_ms);
+  }
 
-  QLineEdit& commandField(int row) {
-    return onConsole<QLineEdit>("StringToSend(" + std::to_string(row) + ")");
+  template <class Control = QWidget>
+  Control& onConsole(const std::string& name, int index) {
+    return onConsole<Control>(name + "(" + std::to_string(index) + ")");
   }
-  QLineEdit& replyField(int row) {
-    return onConsole<QLineEdit>("ReceiveString(" + std::to_string(row) + ")");
-  }
+  QLineEdit& commandField(int row) { return onConsole<QLineEdit>("StringToSend", row); }
+  QLineEdit& replyField(int row) { return onConsole<QLineEdit>("ReceiveString", row); }
   std::string reply(int row) { return replyField(row).text().toStdString(); }
   std::string light(int row) {
-    return onConsole<QWidget>("ButtonShape(" + std::to_string(row) + ")")
-        .accessibleDescription()
-        .toStdString();
+    return onConsole("ButtonShape", row).accessibleDescription().toStdString();
   }
 
+  const std::string kVersionReply = "Movane Stepper v7.02 No Error";
+  const std::string kSilent = "No Movane detected. Check connections";
+
   SimulatedBus bus_{{UnitOptions{}}};
+  SimulatedBus silent_{{}};
   std::unique_ptr<Program> program_;
   bool ended_ = false;
 };
