@@ -207,7 +207,7 @@ TEST_F(UpdateTest, SendsEverythingInOrderAtTheRightRate) {
 TEST_F(UpdateTest, DeliversThePayloadAtEveryRate) {
   const std::string rates[] = {"9600", "19200", "38400", "57600"};
   int round = 0;
-  for (const std::size_t length : {5, 6, 7, 11, 12, 13, 65536, 1048576}) {
+  for (const std::size_t length : {5U, 6U, 7U, 11U, 12U, 13U, 65536U, 1048576U}) {
     for (const std::string start : {"103A7", "003A7", "603A7", "1103"}) {
       std::string content = start + bytes(length);
       content.resize(length);

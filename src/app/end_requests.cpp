@@ -19,9 +19,9 @@ sigset_t endSignals() {
   return set;
 }
 
-int openSignalDescriptor() {
+Descriptor openSignalDescriptor() {
   const sigset_t set = endSignals();
-  return signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+  return Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
 }  // namespace
@@ -34,15 +34,13 @@ void EndRequests::blockSignals() {
 EndRequests::EndRequests(std::function<void()> on_request)
     : on_request_(std::move(on_request)),
       descriptor_(openSignalDescriptor()),
-      notifier_(descriptor_, QSocketNotifier::Read) {
+      notifier_(descriptor_.number(), QSocketNotifier::Read) {
   qApp->installEventFilter(this);
   connect(&notifier_, &QSocketNotifier::activated, this, [this] {
     signalfd_siginfo received;
-    if (read(descriptor_, &received, sizeof received) > 0) on_request_();
+    if (read(descriptor_.number(), &received, sizeof received) > 0) on_request_();
   });
 }
-
-EndRequests::~EndRequests() { close(descriptor_); }
 
 bool EndRequests::eventFilter(QObject* watched, QEvent* event) {
   const bool quit = watched == qApp && event->type() == QEvent::Quit;

@@ -5,6 +5,8 @@
 #include <QObject>
 #include <QSocketNotifier>
 
+#include "platform/descriptor.h"
+
 namespace mvdirigo {
 
 /// Turns what asks a program to end into calls from the event loop, so that pressing Ctrl-C or
@@ -19,13 +21,12 @@ class EndRequests : public QObject {
 
   /// To be made after the application object.
   explicit EndRequests(std::function<void()> on_request);
-  ~EndRequests() override;
 
   bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
   std::function<void()> on_request_;
-  int descriptor_;
+  Descriptor descriptor_;
   QSocketNotifier notifier_;
 };
 

@@ -395,7 +395,7 @@ TEST_F(SerialPortTest, RefusesARateThatTheHardwareLacksAndKeepsTheOneItHas) {
   EXPECT_EQ(line_.settings().c_cflag & CBAUD, unsigned{B9600});
   // Adapters that divide their clock.
   for (const auto& [asked, taken] :
-       {std::pair{"57600", 57554}, {"115200", 115385}, {"230400", 230769}}) {
+       {std::pair{"57600", 57554U}, {"115200", 115385U}, {"230400", 230769U}}) {
     driver.only_rate = taken;
     EXPECT_NO_THROW(port_->setSettings(asked)) << asked;
   }

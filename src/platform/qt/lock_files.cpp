@@ -20,20 +20,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A file descriptor of a lock file, closed at the end of the scope; -1 when it could not be
-/// opened.
-struct Descriptor {
-  Descriptor(const fs::path& file, int flags)
-      : number(::open(file.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644)) {
-  }
-  ~Descriptor() {
-    if (number >= 0) ::close(number);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int number;
-};
+Descriptor openLockFile(const fs::path& file, int flags) {
+  return Descriptor(
+      ::open(file.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644));
+}
 
 /// The process number at the start of a lock file, in decimal or, of old, as four bytes; 0 for
 /// something else.
@@ -50,10 +40,12 @@ pid_t holderIn(std::string_view content) {
   return parsed.ec == std::errc() ? std::max(holder, 0) : 0;
 }
 
-/// The file of that name, not followed if it is a link; 0 for none.
-ino_t inodeOf(const fs::path& file) {
-  struct stat status {};
-  return lstat(file.c_str(), &status) == 0 ? status.st_ino : 0;
+/// Whether `file` is the very file that `descriptor` stands for.
+bool isFileOf(const Descriptor& descriptor, const fs::path& file) {
+  struct stat own {
+  }, named{};
+  return fstat(descriptor.number(), &own) == 0 && lstat(file.c_str(), &named) == 0 &&
+         own.st_dev == named.st_dev && own.st_ino == named.st_ino;
 }
 
 bool isAlive(pid_t process) { return kill(process, 0) == 0 || errno == EPERM; }
@@ -87,18 +79,15 @@ std::string inUseText(pid_t holder) {
   return "It is in use by " + (name.empty() ? "another program" : "the program " + name) + '.';
 }
 
-HeldLock::HeldLock(LockFiles& files, fs::path file)
-    : files_(&files), file_(std::move(file)), inode_(inodeOf(file_)) {
-  if (!file_.empty()) files_->held_.insert(file_);
+HeldLock::HeldLock(LockFiles& files, fs::path file, Descriptor descriptor)
+    : files_(&files), file_(std::move(file)), descriptor_(std::move(descriptor)) {
+  if (descriptor_.isOpen()) files_->held_.insert(file_);
 }
 
-HeldLock::HeldLock(HeldLock&& other) noexcept
-    : files_(other.files_), file_(std::exchange(other.file_, {})), inode_(other.inode_) {}
-
 HeldLock::~HeldLock() {
-  if (file_.empty()) return;
+  if (!descriptor_.isOpen()) return;
   // What another program put in its place is that program's.
-  if (inodeOf(file_) == inode_) ::unlink(file_.c_str());
+  if (isFileOf(descriptor_, file_)) ::unlink(file_.c_str());
   files_->held_.erase(file_);
 }
 
@@ -109,8 +98,8 @@ fs::path LockFiles::fileOf(const fs::path& device) const {
 }
 
 std::string LockFiles::obstacle(const fs::path& file) const {
-  const Descriptor lock(file, O_RDONLY);
-  if (lock.number < 0) {
+  const Descriptor lock = openLockFile(file, O_RDONLY);
+  if (!lock.isOpen()) {
     if (errno == ENOENT || errno == ENOTDIR) return {};
     if (errno != ELOOP) {
       return "Its lock file can't be read (" + std::string(std::strerror(errno)) + ")." +
@@ -118,11 +107,11 @@ std::string LockFiles::obstacle(const fs::path& file) const {
     }
   }
   struct stat status {};
-  if (lock.number < 0 || fstat(lock.number, &status) != 0 || !S_ISREG(status.st_mode)) {
+  if (!lock.isOpen() || fstat(lock.number(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return "What stands in place of its lock file is none." + removalAdvice(file);
   }
   std::array<char, 64> content;
-  const ssize_t size = read(lock.number, content.data(), content.size());
+  const ssize_t size = read(lock.number(), content.data(), content.size());
   const pid_t holder =
       holderIn({content.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0))});
   if (holder == 0) return "Its lock file doesn't tell who uses it." + removalAdvice(file);
@@ -134,10 +123,9 @@ std::string LockFiles::obstacle(const fs::path& file) const {
 // Of two programs that both judge a file left behind, the second would remove the lock that the
 // first has made meanwhile. So the file is locked itself, and looked at again.
 void LockFiles::removeLeftBehind(const fs::path& file) const {
-  const Descriptor stale(file, O_RDONLY);
-  struct stat status {};
-  const bool alone = stale.number >= 0 && flock(stale.number, LOCK_EX | LOCK_NB) == 0 &&
-                     fstat(stale.number, &status) == 0 && status.st_ino == inodeOf(file);
+  const Descriptor stale = openLockFile(file, O_RDONLY);
+  const bool alone =
+      stale.isOpen() && flock(stale.number(), LOCK_EX | LOCK_NB) == 0 && isFileOf(stale, file);
   if (alone && obstacle(file).empty()) ::unlink(file.c_str());
 }
 
@@ -145,17 +133,18 @@ HeldLock LockFiles::take(const fs::path& device) {
   const fs::path file = fileOf(device);
   constexpr int kAttempts = 3;
   for (int attempt = 1;; ++attempt) {
-    const Descriptor lock(file, O_WRONLY | O_CREAT | O_EXCL);
-    if (lock.number >= 0) {
-      HeldLock held(*this, file);
+    Descriptor lock = openLockFile(file, O_WRONLY | O_CREAT | O_EXCL);
+    if (lock.isOpen()) {
+      const int number = lock.number();
+      HeldLock held(*this, file, std::move(lock));
       // Whatever this user hides by default: the others must see who holds the port.
-      fchmod(lock.number, 0644);
+      fchmod(number, 0644);
       const std::string content = contentOfOwnLock();
-      const ssize_t written = write(lock.number, content.data(), content.size());
+      const ssize_t written = write(number, content.data(), content.size());
       if (written == static_cast<ssize_t>(content.size())) return held;
       throw notWritten(written < 0 ? errno : ENOSPC, file);
     }
-    if (errno == ENOENT || errno == ENOTDIR) return {*this, {}};
+    if (errno == ENOENT || errno == ENOTDIR) return {*this, {}, Descriptor()};
     if (errno != EEXIST) throw notWritten(errno, file);
     if (std::string text = obstacle(file); !text.empty()) {
       throw PortRefused(Fault::kPortAlreadyOpen, std::move(text));

@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 
+#include "platform/descriptor.h"
 #include "platform/qt/port_refused.h"
 
 namespace mvdirigo {
@@ -15,17 +16,19 @@ class LockFiles;
 /// A lock file that this program holds; letting go of it is its destruction.
 class HeldLock {
  public:
-  HeldLock(LockFiles& files, std::filesystem::path file);
-  HeldLock(HeldLock&& other) noexcept;
+  /// `descriptor` is that of `file`, or none where nothing is locked this way.
+  HeldLock(LockFiles& files, std::filesystem::path file, Descriptor descriptor);
+  HeldLock(HeldLock&& other) noexcept = default;
   HeldLock& operator=(HeldLock&&) = delete;
   ~HeldLock();
 
-  const std::filesystem::path& file() const { return file_; }
+  [[nodiscard]] const std::filesystem::path& file() const { return file_; }
 
  private:
   LockFiles* files_;
   std::filesystem::path file_;
-  ino_t inode_ = 0;
+  /// Kept open, so that no other file can look like this one.
+  Descriptor descriptor_;
 };
 
 /// The lock files by which programs for serial ports have always told each other what they use:
@@ -38,15 +41,15 @@ class LockFiles {
   LockFiles(const LockFiles&) = delete;
   LockFiles& operator=(const LockFiles&) = delete;
 
-  std::filesystem::path fileOf(const std::filesystem::path& device) const;
+  [[nodiscard]] std::filesystem::path fileOf(const std::filesystem::path& device) const;
 
   /// Why `file` keeps this program from its device; empty when it doesn't. A file that can't be
   /// understood might be somebody's, so it does.
-  std::string obstacle(const std::filesystem::path& file) const;
+  [[nodiscard]] std::string obstacle(const std::filesystem::path& file) const;
 
   /// Takes the lock file of `device`, also one that an ended program left behind. Throws
   /// `PortRefused`. On a system without the folder nothing is locked this way.
-  HeldLock take(const std::filesystem::path& device);
+  [[nodiscard]] HeldLock take(const std::filesystem::path& device);
 
  private:
   friend class HeldLock;

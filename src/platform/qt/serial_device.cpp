@@ -133,27 +133,22 @@ bool SerialDevice::isOne(const fs::path& device) {
 SerialDevice::SerialDevice(const fs::path& device, HeldLock lock)
     : path_(device),
       lock_(std::move(lock)),
-      handle_(open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
-  if (handle_ < 0) throw notTaken(errno);
-  try {
-    takeForItself();
-  } catch (const PortRefused&) {
-    ::close(handle_);
-    throw;
-  }
-  preferLowLatency(handle_);
+      descriptor_(open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
+  if (!descriptor_.isOpen()) throw notTaken(errno);
+  takeForItself();
+  preferLowLatency(handle());
 }
 
 void SerialDevice::takeForItself() {
   struct stat node {};
-  if (fstat(handle_, &node) != 0 || !isSerial(node) || isatty(handle_) != 1) {
+  if (fstat(handle(), &node) != 0 || !isSerial(node) || isatty(handle()) != 1) {
     throw PortRefused(Fault::kInvalidPortNumber, {});
   }
   int exclusive = 0;
   // The system itself turns only ordinary users away from a port in exclusive use.
-  if (ioctl(handle_, TIOCGEXCL, &exclusive) == 0 && exclusive != 0) throw notTaken(EBUSY);
-  if (flock(handle_, LOCK_EX | LOCK_NB) != 0) throw notTaken(errno);
-  ioctl(handle_, TIOCEXCL);
+  if (ioctl(handle(), TIOCGEXCL, &exclusive) == 0 && exclusive != 0) throw notTaken(EBUSY);
+  if (flock(handle(), LOCK_EX | LOCK_NB) != 0) throw notTaken(errno);
+  ioctl(handle(), TIOCEXCL);
 }
 
 SerialDevice::~SerialDevice() { close(); }
@@ -164,16 +159,16 @@ HeldLock SerialDevice::closeButKeepLock() && {
 }
 
 void SerialDevice::close() {
-  if (handle_ < 0) return;
+  if (!descriptor_.isOpen()) return;
   // Others may have the device open as well, and the mark would outlast this opening.
-  ioctl(handle_, TIOCNXCL);
+  ioctl(handle(), TIOCNXCL);
   const WaitLimit limit;
-  ::close(std::exchange(handle_, -1));
+  descriptor_.close();
 }
 
 void SerialDevice::apply(const LineSettings& line) {
   termios2 settings{};
-  ioctl(handle_, TCGETS2, &settings);
+  ioctl(handle(), TCGETS2, &settings);
   settings.c_iflag = settings.c_oflag = settings.c_lflag = 0;
   // Whether the modem lines drop at the closing is the owner's choice.
   settings.c_cflag = (settings.c_cflag & HUPCL) | CREAD | CLOCAL | controlFlags(line);
@@ -181,7 +176,7 @@ void SerialDevice::apply(const LineSettings& line) {
   // A read that returns nothing means that the device is gone.
   settings.c_cc[VMIN] = 1;
   termios2 taken{};
-  if (ioctl(handle_, TCSETS2, &settings) != 0 || ioctl(handle_, TCGETS2, &taken) != 0) {
+  if (ioctl(handle(), TCSETS2, &settings) != 0 || ioctl(handle(), TCGETS2, &taken) != 0) {
     throw PortRefused(Fault::kDeviceIo, "It does not work as a serial port.");
   }
   // Hardware that lacks a rate gets another from its driver, without an error. Adapters divide
@@ -194,19 +189,19 @@ void SerialDevice::apply(const LineSettings& line) {
 }
 
 SerialDevice::Transfer SerialDevice::read(std::span<char> buffer) {
-  return transferred(::read(handle_, buffer.data(), buffer.size()));
+  return transferred(::read(handle(), buffer.data(), buffer.size()));
 }
 
 SerialDevice::Transfer SerialDevice::write(std::string_view bytes) {
-  return bytes.empty() ? Transfer{} : transferred(::write(handle_, bytes.data(), bytes.size()));
+  return bytes.empty() ? Transfer{} : transferred(::write(handle(), bytes.data(), bytes.size()));
 }
 
 int SerialDevice::count(unsigned long queue) const {
   int bytes = 0;
-  return ioctl(handle_, queue, &bytes) == 0 ? bytes : 0;
+  return ioctl(handle(), queue, &bytes) == 0 ? bytes : 0;
 }
 
-void SerialDevice::discardInput() { ioctl(handle_, TCFLSH, TCIFLUSH); }
-void SerialDevice::discardOutput() { ioctl(handle_, TCFLSH, TCOFLUSH); }
+void SerialDevice::discardInput() { ioctl(handle(), TCFLSH, TCIFLUSH); }
+void SerialDevice::discardOutput() { ioctl(handle(), TCFLSH, TCOFLUSH); }
 
 }  // namespace mvdirigo

@@ -36,7 +36,7 @@ class SerialDevice {
   HeldLock closeButKeepLock() &&;
 
   /// A non-blocking file descriptor.
-  int handle() const { return handle_; }
+  int handle() const { return descriptor_.number(); }
 
   enum class State { kPresent, kGone };
   struct Transfer {
@@ -61,7 +61,7 @@ class SerialDevice {
 
   std::filesystem::path path_;
   HeldLock lock_;
-  int handle_;
+  Descriptor descriptor_;
 };
 
 }  // namespace mvdirigo
