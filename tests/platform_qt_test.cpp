@@ -231,6 +231,7 @@ TEST_F(StoreTest, KeepsWhatSeveralConsolesWrite) {
   second.save("app", "Strings", "Own", "second's");
   second.save("app", "Strings", "Row", "second's");
   second.flush();
+  EXPECT_EQ(first.get("app", "Strings", "Own", ""), "second's");
   first.save("app", "Strings", "Row", "first's");
   first.flush();
   EXPECT_EQ(get("Row") + get("Own"), "first'ssecond's");
@@ -242,6 +243,15 @@ TEST_F(StoreTest, GoesOnWithoutAFileThatCanNotBeWritten) {
   IniSettingsStore store;
   store.save("app", "Strings", "Row", "value");
   EXPECT_EQ(store.get("app", "Strings", "Row", "default"), "value");
+  // QSettings would work in the present folder then, and wait for its lock without end.
+  const auto folder_before = std::filesystem::current_path();
+  std::filesystem::current_path(home_.path());
+  qputenv("TMPDIR", "/no-such-folder");
+  writeFile(".lock", std::to_string(getppid()));
+  store.flush();
+  EXPECT_FALSE(std::filesystem::exists(home_.path() / "store.ini"));
+  qunsetenv("TMPDIR");
+  std::filesystem::current_path(folder_before);
 }
 
 class DialogTest : public ::testing::Test {

@@ -250,7 +250,7 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
   start();
   const struct {
     int after_ms, port, rate;
-  } stages[] = {{1, 1, 0}, {119, 1, 0}, {1921, 1, 1}, {5761, 2, 0}, {92000, 16, 2}};
+  } stages[] = {{0, 1, 0}, {1, 1, 0}, {119, 1, 0}, {1921, 1, 1}, {5761, 2, 0}, {92000, 16, 2}};
   for (const auto& stage : stages) {
     for (const std::string by : {"AutoSetup", "cmdOK", "Escape", "cmdUpdate"}) {
       openDialog();
@@ -269,7 +269,13 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
     }
   }
   openDialog();
+  after(50ms, [] { throw std::runtime_error("torn"); });
+  expectBox("AutoSetup_Click() Error #: 0 :: torn");
+  search();
+  EXPECT_EQ(searchCaption(), "Auto Set Comm");
+  openDialog();
   after(50ms, [&] {
+    EXPECT_EQ(searchCaption(), "Stop Auto Set");
     press(settings(), "AutoSetup");
     press(settings(), "AutoSetup");
   });

@@ -347,6 +347,15 @@ TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
   });
   update(kLineTimeout, {kPieceTimeout});
   EXPECT_EQ(platform_.now(), timed_out);
+
+  platform_.socket(3).refusal.reset();
+  chosen_.timeout = "15000";
+  load("003A7" + bytes(100), {.faults = {{FaultKind::kSilent, 0, 5}}});
+  dialog_->baud = "9600";
+  update(kSending, {kPieceTimeout});
+  update_->close();
+  plugIn();
+  update(kOk);
 }
 
 TEST_F(UpdateTest, DropsACharacterThatCameWhileTheUnitSettled) {
@@ -503,8 +512,16 @@ TEST_F(UpdateTest, ReportsWhatKeepsItFromStarting) {
       "Communication Settings are incompatible with update mode. Please lower the baud rate.";
   for (std::string* setting : {&chosen_.port, &chosen_.baud, &chosen_.timeout}) {
     const std::string suitable = std::exchange(*setting, "x");
+    const bool is_rate = setting == &chosen_.baud;
     platform_.script().expectBox(unsuitable, 0);
-    openDialog();
+    load("603A7");
+    SimulatedBus of_another_port{{UnitOptions{}}};
+    platform_.attach(1, of_another_port);
+    update("Loaded " + file_.string(),
+           {{std::string("cmdUpdate_Click() Error #: ") +
+             (is_rate ? "380 :: Invalid property value" : "13 :: Type mismatch")}});
+    EXPECT_EQ(platform_.socket(1).sent + platform_.socket(3).sent, "");
+    platform_.detach(1);
     *setting = suitable;
   }
   openDialog();
