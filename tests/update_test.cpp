@@ -355,6 +355,7 @@ TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
   update(kSending, {kPieceTimeout});
   update_->close();
   plugIn();
+  unit_->answers["&"] = "v7.01\r";
   update(kOk);
 }
 
