@@ -37,6 +37,7 @@ class Program : private StringFun::Neighbours {
 
   Platform& platform_;
   std::function<void()> on_end_;
+  /// Made first and destroyed last: the other windows hold on to it.
   StringFun console_;
   std::unique_ptr<Settings> settings_;
   std::unique_ptr<StringFunHelp> help_;

@@ -30,6 +30,8 @@ class Recorder {
   };
 
   Recorder(Platform& platform, Bar& bar);
+  Recorder(const Recorder&) = delete;
+  Recorder& operator=(const Recorder&) = delete;
 
   /// The bar's record button: starts recording, or stops it and writes the end entry.
   void clickRecord();

@@ -25,6 +25,8 @@ class SerialLink {
   };
 
   SerialLink(Platform& platform, LiveSettingsSource settings, Listener& listener);
+  SerialLink(const SerialLink&) = delete;
+  SerialLink& operator=(const SerialLink&) = delete;
 
   /// Opens the port with the live settings unless it is open. Never reports: a port that stays
   /// closed shows as a missing reply, and `obstacle` tells why.

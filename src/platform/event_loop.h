@@ -9,8 +9,13 @@ namespace mvdirigo {
 /// watches it, so that a handler never goes on working for a window that was closed under it.
 class WindowLife {
  public:
+  WindowLife() = default;
+  /// A copy would never learn that the window leaves.
+  WindowLife(const WindowLife&) = delete;
+  WindowLife& operator=(const WindowLife&) = delete;
+
   void leave() { leaving_ = true; }
-  bool leaving() const { return leaving_; }
+  [[nodiscard]] bool leaving() const { return leaving_; }
 
  private:
   bool leaving_ = false;

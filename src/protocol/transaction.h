@@ -50,6 +50,8 @@ class Transaction : private SerialLink::Listener {
   };
 
   Transaction(Platform& platform, LiveSettingsSource settings, Rows& rows);
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
 
   /// Puts the OEM sequence back to what it is at start.
   void resetSequence() { framing_.reset(); }

@@ -32,6 +32,8 @@ class AutoSearch {
   };
 
   AutoSearch(Platform& platform, Bench& bench);
+  AutoSearch(const AutoSearch&) = delete;
+  AutoSearch& operator=(const AutoSearch&) = delete;
 
   /// Starts a search, or stops the running one. Returns when the search has ended.
   void AutoSetup_Click();

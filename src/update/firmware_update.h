@@ -32,6 +32,8 @@ class FirmwareUpdate {
 
   /// `life` is that of the dialog: once it leaves, an update ends at once and without a word.
   FirmwareUpdate(Platform& platform, Window& window, const WindowLife& life);
+  FirmwareUpdate(const FirmwareUpdate&) = delete;
+  FirmwareUpdate& operator=(const FirmwareUpdate&) = delete;
 
   /// Sets the serial line up for the dialog. Reports settings that don't suit it.
   void Form_Load(LiveSettings& settings);

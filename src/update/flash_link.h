@@ -42,6 +42,8 @@ class FlashLink {
   struct Over {};
 
   FlashLink(Platform& platform, Window& window, const WindowLife& life);
+  FlashLink(const FlashLink&) = delete;
+  FlashLink& operator=(const FlashLink&) = delete;
 
   /// Sets the closed port and the receive time-out up from the settings in force; throws
   /// `RuntimeError` at the first setting that is refused, and so does every opening afterwards.
