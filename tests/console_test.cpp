@@ -215,6 +215,7 @@ TEST_F(CommandFileTest, SavesNumbersBareAndEveryLoadedCellInQuotes) {
   table.setButton(0, Cell::ofNumber(24));
   table.setDelay(0, Cell::ofNumber(7));
   table.setButton(1, Cell::ofText(""));
+  writeFile(path, std::string(9000, 'x'));
   write(path);
   std::vector<std::string> lines{R"("/1A1,2R")", R"("""")", R"("say ""hi""")", "\"\u00E9\u20AC\""};
   lines.resize(25, R"("")");

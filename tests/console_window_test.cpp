@@ -277,7 +277,7 @@ TEST_F(ConsoleWindow, KeepsStringsAndRecordingInACommandFile) {
   platform_.script().expectOpenFile(path("first"));
   press("LoadButton(5)");
   EXPECT_EQ(title(), "Current Command File: " + path("first"));
-  EXPECT_EQ(reply(1), "");
+  EXPECT_EQ(reply(1) + replyField(1).toolTip().toStdString(), "");
   EXPECT_EQ(commandField(24).text(), "/1\"a\", \u20AC");
   press("LoadButton(1)");
   sent().clear();

@@ -12,7 +12,7 @@
 namespace mvdirigo {
 
 /// The console's serial port: opened when a command needs it, reset after a time-out, and gathering
-/// what is received into one complete reply.
+/// what is received into one complete reply by the rules of docs/PROTOCOLS.md.
 class SerialLink {
  public:
   class Listener {

@@ -15,7 +15,8 @@ std::string substituteRandom(const std::string& command, const std::function<dou
 /// The unit address of `command`: its second character; empty when it has none.
 std::string unitAddressOf(std::string_view command);
 
-/// Frames of the OEM protocol: STX, unit address, sequence character, body, ETX, checksum.
+/// Frames of the OEM protocol (docs/PROTOCOLS.md): STX, unit address, sequence character, body,
+/// ETX, checksum.
 class OemFraming {
  public:
   /// Puts the sequence back to what it is at start.

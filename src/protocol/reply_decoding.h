@@ -11,7 +11,7 @@ namespace mvdirigo {
 /// Code 14 has none, and index 16 can't arise from a four-bit code.
 extern const std::array<const char*, 17> ErrorTable;
 
-/// A reply taken apart. Positions below are 1-based, as in the protocol's descriptions.
+/// A reply taken apart. Positions below are 1-based, as in docs/PROTOCOLS.md.
 struct DecodedReply {
   /// The status character; none when the reply is too short to hold one.
   std::optional<char> status;

@@ -10,6 +10,7 @@
 namespace mvdirigo {
 namespace {
 
+// The waits and the access code are those of the table in docs/PROTOCOLS.md.
 constexpr int kAnswerTimeoutMs = 5000;
 /// One character at 9600 bit/s takes 1 ms, and common adapters hold it back for up to 16 ms.
 constexpr int kRestOfAnswerMs = 20;

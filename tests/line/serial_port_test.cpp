@@ -65,9 +65,9 @@ extern "C" int ioctl(int handle, unsigned long request, ...) noexcept {
   if (driver && driver->stuck && request == TCFLSH) return 0;
   const auto result = static_cast<int>(syscall(SYS_ioctl, handle, request, argument));
   if (!driver || result != 0) return result;
-  auto& settings = *static_cast<termios2*>(argument);
-  if (request == TCSETS2) driver->flags_asked = settings.c_cflag;
-  if (request == TCGETS2 && driver->only_rate != 0) settings.c_ospeed = driver->only_rate;
+  auto* const settings = static_cast<termios2*>(argument);
+  if (request == TCSETS2) driver->flags_asked = settings->c_cflag;
+  if (request == TCGETS2 && driver->only_rate != 0) settings->c_ospeed = driver->only_rate;
   return result;
 }
 
