@@ -72,8 +72,7 @@ class ChosenProtocol : public LiveSettings {
   std::string MaxStrings() override { return "11"; }
   std::string RCVTimeout() override { return "1000"; }
   bool searching() override { return false; }
-  void setResponseString(const std::string&) override {}
-  void stopScanTimer() override {}
+  void takeReply(const std::string&) override {}
 
   bool oem = false;
 };
@@ -151,7 +150,7 @@ class Console {
     reply_to_text_.add(reply_shown_ - notes_.reply.get());
     settle();
   }
-  void close() { program_.console().MSComm1().setPortOpen(false); }
+  void close() { program_.console().closePort(); }
   std::string replyText() { return reply().text().toStdString(); }
 
   void print() {
@@ -160,8 +159,8 @@ class Console {
   }
 
  private:
-  QPushButton& button() { return *program_.console().controls().SendCommand[0]; }
-  QLineEdit& reply() { return *program_.console().controls().ReceiveString[0]; }
+  QPushButton& button() { return find<QPushButton>(program_.console(), "SendCommand(0)"); }
+  QLineEdit& reply() { return find<QLineEdit>(program_.console(), "ReceiveString(0)"); }
 
   Platform& platform_;
   const PeerNotes& notes_;

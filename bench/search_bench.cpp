@@ -68,7 +68,7 @@ class Searches {
 
   bool findUnit(Microseconds delay) {
     notes_.delay_us = static_cast<std::int64_t>(delay.count());
-    if (program_.console().MSComm1().PortOpen()) program_.console().MSComm1().setPortOpen(false);
+    program_.console().closePort();
     button().click();
     const QString response = find<QLineEdit>(settings(), "ResponseString").text();
     if (response == kVersion) return true;

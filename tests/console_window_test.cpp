@@ -154,14 +154,14 @@ TEST_F(ConsoleWindow, LaysOutAnyRowCountTheSameWayTwiceAndScrollsInASmallerWindo
     EXPECT_NEAR(place("LoadButton(4)").right(), place("ReceiveString(0)").right(), 1);
     EXPECT_LT(place("LoadButton(0)").bottom(), frame.top());
     EXPECT_GE(place("LoadButton(3)").top(), 0);
-    EXPECT_EQ(console().controls().height(), last.top() + 3 * first.height());
+    EXPECT_EQ(onConsole("ConsoleScreen").height(), last.top() + 3 * first.height());
     console().SetupScreen();
     EXPECT_EQ(place("SendCommand(0)"), first);
   }
   const auto& area = *console().findChild<QScrollArea*>();
   // A pixel can be missing at a fractional scale factor.
   for (const auto& [missing, bars] : {std::pair{50, 2}, {0, 0}, {50, 2}, {1, 0}}) {
-    console().resize(console().controls().size() - QSize(missing, missing));
+    console().resize(onConsole("ConsoleScreen").size() - QSize(missing, missing));
     platform_.runFor(1);
     EXPECT_EQ(area.horizontalScrollBar()->isVisible() + area.verticalScrollBar()->isVisible(),
               bars);
@@ -179,8 +179,8 @@ TEST_F(ConsoleWindow, TakesOddRowCountsAndTimeOutsAsTheyStand) {
     store("Settings", "RCVTimeout", c.timeout);
     start();
     EXPECT_EQ(shownRows(), c.rows) << c.count;
-    EXPECT_GT(console().controls().height(), 200) << c.count;
-    EXPECT_EQ(console().tmrReceiveTimeOut().Interval(), c.interval) << c.timeout;
+    EXPECT_GT(onConsole("ConsoleScreen").height(), 200) << c.count;
+    EXPECT_EQ(console().replyTimeOutMs(), c.interval) << c.timeout;
   }
 }
 
@@ -195,7 +195,7 @@ TEST_F(ConsoleWindow, SavesAllRowsAndClosesThePortInEveryState) {
     if (state == "timed out") platform_.runFor(1001);
     if (state == "vanished") platform_.detach(1);
     console().close();
-    EXPECT_TRUE(ended_ && !port().PortOpen());
+    EXPECT_TRUE(ended_ && !portOpen());
     ASSERT_EQ(platform_.store().saves.size(), 26U);
     EXPECT_EQ(platform_.store().saves[0].address.key, "StringToSend0");
     EXPECT_EQ(stored("Strings", "StringToSend24"), "/1hidden,\"\u20AC\"");
@@ -214,9 +214,9 @@ TEST_F(ConsoleWindow, LoadsTheStoredStringsAgainAndStartsTheSequenceOver) {
   find<QRadioButton>(settings(), "OEMProtocol").click();
   for (int round = 0; round < 2; ++round) {
     press("SendCommand(0)", 100);
-    EXPECT_TRUE(port().PortOpen());
+    EXPECT_TRUE(portOpen());
     press("LoadButton(6)");
-    EXPECT_FALSE(port().PortOpen()) << "as every button of the bar does";
+    EXPECT_FALSE(portOpen()) << "as every button of the bar does";
   }
   EXPECT_EQ(commandField(2).text(), "/2stored");
   EXPECT_EQ(commandField(2).cursorPosition(), 0) << "the head of a long command shows";

@@ -46,7 +46,7 @@ class TransactionTest : public VirtualTest, protected Transaction::Rows {
   const WindowLife& life() const override { return life_; }
 
   Timer& timeOut() { return transaction_.tmrReceiveTimeOut(); }
-  bool portOpen() { return transaction_.link().MSComm1().PortOpen(); }
+  bool portOpen() { return transaction_.link().PortOpen(); }
   /// Reply and light of `row`, and whether the next command can be sent.
   std::string shown(int row) {
     return replies_[row] + lights_[row] + (enabled_ ? "" : " disabled") +
@@ -152,8 +152,7 @@ TEST_F(TransactionTest, ShowsADtReplyAndIsReadyForTheNext) {
   EXPECT_EQ(shown(3), " (white) disabled waiting");
   receive("\xFF/0`2000\x03\r");
   EXPECT_EQ(shown(3), "2000 No Error (green)");
-  EXPECT_EQ(settings_.response, "2000");
-  EXPECT_EQ(settings_.scan_timer_stops, 1);
+  EXPECT_EQ(settings_.replies, "[2000]");
   EXPECT_EQ(transaction_.DecodeSettingsResponse(), "2000");
   EXPECT_EQ(last_.raw, "\xFF/0`2000\x03\r");
   EXPECT_EQ(last_.elapsed_ms, 500);
@@ -184,10 +183,11 @@ TEST_F(TransactionTest, DecodesDtRepliesByTheirFixedPositionsAndShowsThemInGreen
   for (const auto& [bytes, reply] : cases) {
     EXPECT_EQ(replyTo(bytes), reply + " (green)") << visibleControls(bytes);
   }
+  settings_.replies.clear();
   const std::string newest = std::string(BoundedText::kCapacity - 2, 'n') + "\x03";
   EXPECT_EQ(replyTo("\xFF/0`old" + newest + "\r"),
             std::string(4000, 'n') + "\u2026 Error 4 (green)");
-  EXPECT_EQ(settings_.response, std::string(BoundedText::kCapacity - 5, 'n'))
+  EXPECT_EQ(settings_.replies, "[" + std::string(BoundedText::kCapacity - 5, 'n') + "]")
       << "of a reply without end";
 }
 

@@ -115,7 +115,7 @@ TEST_F(SettingsWindow, FindsNoPortWhileTheConsoleHoldsOneAndSaysSo) {
   EXPECT_EQ(hints(), "Press Re-Scan Ports to look again.|||");
   platform_.runFor(1000);
   EXPECT_EQ(reply(3), kSilent);
-  EXPECT_FALSE(port().PortOpen()) << "closed by the bar, so not reopened";
+  EXPECT_FALSE(portOpen()) << "closed by the bar, so not reopened";
   press(settings(), "cmdRescanPorts");
   EXPECT_EQ(ports.item(0)->text(), "COM1  available");
   EXPECT_EQ(platform_.times_links_forgotten, 2);
@@ -133,7 +133,7 @@ TEST_F(SettingsWindow, StopsLoadingSilentlyAtABadBaudRate) {
     store("Settings", "CommPortSetting", "5");
     start();
     EXPECT_EQ(choices(), "11,5,3000,-1,DT") << row;
-    EXPECT_EQ(console().tmrReceiveTimeOut().Interval(), 3000) << "as the field shows";
+    EXPECT_EQ(console().replyTimeOutMs(), 3000) << "as the field shows";
   }
 }
 
@@ -161,12 +161,12 @@ TEST_F(SettingsWindow, StoresOnOkAndAppliesAtTheNextSend) {
   EXPECT_EQ(platform_.times_links_forgotten, 1);
   EXPECT_FALSE(settings().isVisible());
   EXPECT_EQ(takeSaves(), "MaxStrings=10 CommPortSetting=7 BaudRate=2 RCVTimeout=400 ");
-  EXPECT_EQ(console().tmrReceiveTimeOut().Interval(), 400);
+  EXPECT_EQ(console().replyTimeOutMs(), 400);
   EXPECT_FALSE(onConsole("SendCommand(10)").isVisible());
   press("SendCommand(0)", 100);
   EXPECT_EQ(reply(0), kVersionReply);
   press(settings(), "cmdOK");
-  EXPECT_FALSE(port().PortOpen()) << "the layout closes the port";
+  EXPECT_FALSE(portOpen()) << "the layout closes the port";
   start();
   EXPECT_EQ(choices(), "10,7,400,2,DT");
 }
@@ -183,7 +183,7 @@ TEST_F(SettingsWindow, TakesBackOnEscapeWhatWasNotStored) {
       [this] { find<QRadioButton>(settings(), "OEMProtocol").click(); },
       [this] {
         press("SendCommand(0)");
-        EXPECT_TRUE(port().PortOpen()) << "to try the port";
+        EXPECT_TRUE(portOpen()) << "to try the port";
       },
       [this] { settings().hide(); },
       [this] {
@@ -197,7 +197,7 @@ TEST_F(SettingsWindow, TakesBackOnEscapeWhatWasNotStored) {
     settings().show();
     escape();
     EXPECT_EQ(choices(), "11,9,1000,0,DT");
-    EXPECT_FALSE(settings().isVisible() || port().PortOpen());
+    EXPECT_FALSE(settings().isVisible() || portOpen());
   }
   EXPECT_EQ(takeSaves(), "");
 }
@@ -215,7 +215,7 @@ TEST_F(SettingsWindow, FindsAUnitAnywhereInTheSearchSpace) {
         ASSERT_EQ(commandField(0).text(), QString("/") + address + "&");
         ASSERT_EQ(takeSaves(), savesAt(number, row));
         ASSERT_EQ(setting("ResponseString").text(), "Movane Stepper v7.02");
-        ASSERT_TRUE(port().PortOpen());
+        ASSERT_TRUE(portOpen());
         platform_.detach(number);
         platform_.runFor(1);
       }
@@ -264,7 +264,7 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
       EXPECT_EQ(searchCaption(), "Auto Set Comm");
       EXPECT_EQ(settings().isVisible(), by == "AutoSetup");
       platform_.runFor(2000);
-      EXPECT_EQ(port().PortOpen(), by == "AutoSetup") << "the update dialog owns the line";
+      EXPECT_EQ(portOpen(), by == "AutoSetup") << "the update dialog owns the line";
       if (by == "cmdUpdate") press(*program_->update(), "cmdClose");
     }
   }
@@ -285,7 +285,7 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
   after(300ms, [this] { console().close(); });
   EXPECT_LE(search(), 300);
   EXPECT_TRUE(takeSaves().find("FirstTimeStartup") == std::string::npos);
-  EXPECT_TRUE(ended_ && !port().PortOpen());
+  EXPECT_TRUE(ended_ && !portOpen());
 }
 
 }  // namespace

@@ -96,7 +96,7 @@ TEST_F(UpdateWindow, TakesTheLineFromAPlaybackAndTurnsTheSpinnerNoFasterThanOneS
   });
   update([this] {
     platform_.runFor(2000);
-    EXPECT_TRUE(port().PortOpen()) << "the playback holds it until the confirmation";
+    EXPECT_TRUE(portOpen()) << "the playback holds it until the confirmation";
   });
   EXPECT_EQ(display("txtStatus").text(), "Status: OK");
   platform_.runFor(1000);
@@ -113,8 +113,7 @@ TEST_F(UpdateWindow, EndsCleanlyWhenItOrTheConsoleIsClosedInAnyWait) {
       update();
       EXPECT_EQ(settings().isVisible(), !whole) << after_ms;
       EXPECT_EQ(ended_, whole);
-      port().setCommPort(1);
-      port().setPortOpen(true);
+      EXPECT_TRUE(console().PortAvailable(1)) << after_ms;
       program_.reset();
       platform_.detach(1);
       bus_ = SimulatedBus({UnitOptions{}});

@@ -77,8 +77,6 @@ class VirtualSerialPort : public SerialPort {
   void setRThreshold(int characters) override;
   int InputLen() const override { return input_len_; }
   void setInputLen(int characters) override;
-  Mode InputMode() const override { return mode_; }
-  void setInputMode(Mode mode) override { mode_ = mode; }
   std::string Input() override;
   void Output(const std::string& bytes) override;
   int InBufferCount() const override { return static_cast<int>(received_.size()); }
@@ -104,7 +102,6 @@ class VirtualSerialPort : public SerialPort {
   int baud_ = 9600;
   int receive_threshold_ = 0;
   int input_len_ = 0;
-  Mode mode_ = Mode::kText;
 
   VirtualSocket* socket_ = nullptr;
   bool device_gone_ = false;

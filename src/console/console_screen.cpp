@@ -82,6 +82,7 @@ QString unsendable(const QString& command) {
 
 ConsoleScreen::ConsoleScreen(int row_count, QWidget* parent)
     : QWidget(parent), sized_for_rows_(std::min(kInitialRows, row_count)) {
+  setObjectName("ConsoleScreen");
   // The frame's outline would cut through the last row, which its height ends in; its top line
   // alone parts the bar from the rows.
   auto* frame = new QFrame(this);

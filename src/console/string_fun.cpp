@@ -85,7 +85,7 @@ void StringFun::Form_Load() {
 
 void StringFun::LoadSettings() {
   readRows(platform_.settingsStore(),
-           [this](int row, const std::string& text) { setString(row, text); });
+           [this](int row, const std::string& text) { setCommand(row, text); });
   transaction_.resetSequence();
 }
 
@@ -97,7 +97,7 @@ void StringFun::SetupScreen() {
   NumStrings = kRowsWithoutSetting;
   skipOnError([&] { NumStrings = textToInt16(settings.MaxStrings()); });
   enableSendCommands(idle);
-  transaction_.link().close();
+  closePort();
   screen_->layOutRows(NumStrings);
   for (int row = 0; row < std::min(NumStrings, kRows); ++row) {
     ButtonTimer[at(row)]->setInterval(kLightTimeMs);
@@ -143,7 +143,7 @@ bool StringFun::eventFilter(QObject* watched, QEvent* event) {
 
 void StringFun::LoadButton_Click(int Index) {
   atHandlerEdge(platform_.dialogs(), "LoadButton_Click", [&] {
-    transaction_.link().close();
+    closePort();
     switch (Index) {
       case bar::kPlayEndless:
         return recorder_.clickPlayEndless();
@@ -168,7 +168,7 @@ void StringFun::LoadButton_Click(int Index) {
 }
 
 void StringFun::openSettings() {
-  const QRect button = screen_->LoadButton[bar::kSettings]->geometry();
+  const QRect button = barButtonPlace(bar::kSettings);
   neighbours_.showSettings(pos() + button.topLeft() - QPoint(button.width() / 2, 0));
 }
 
@@ -193,7 +193,7 @@ void StringFun::loadStrings() {
   });
   if (!chosen || life_.leaving()) return;
   const auto take_string = [this](int row, const std::string& text) {
-    setString(row, text);
+    setCommand(row, text);
     screen_->ReceiveString[at(row)]->clear();
     setPlainToolTip(*screen_->ReceiveString[at(row)], {});
   };
@@ -220,7 +220,7 @@ void StringFun::Form_Unload() {
     transaction_.tmrReceiveTimeOut().setEnabled(false);
     platform_.eventLoop().runPending();
     saveRows();
-    transaction_.link().close();
+    closePort();
     platform_.eventLoop().runPending();
   });
   neighbours_.unloadAll();
@@ -235,9 +235,13 @@ std::string StringFun::StringToSend(int row) {
   return screen_->StringToSend[at(row)]->text().toStdString();
 }
 
-void StringFun::setString(int row, const std::string& text) {
+void StringFun::setCommand(int row, const std::string& text) {
   screen_->StringToSend[at(row)]->setText(QString::fromStdString(text));
   screen_->StringToSend[at(row)]->setCursorPosition(0);
+}
+
+QRect StringFun::barButtonPlace(int button) const {
+  return screen_->LoadButton[at(button)]->geometry();
 }
 
 void StringFun::setReceiveString(int row, const std::string& text, const Exchange& exchange) {

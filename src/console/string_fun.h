@@ -46,13 +46,21 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   /// Hands the rows to the settings store.
   void saveRows();
 
-  SerialPort& MSComm1() { return transaction_.link().MSComm1(); }
-  const Timer& tmrReceiveTimeOut() { return transaction_.tmrReceiveTimeOut(); }
+  [[nodiscard]] bool PortOpen() const { return transaction_.link().PortOpen(); }
+  void closePort() { transaction_.link().close(); }
+  /// Whether the port of that number can be opened: opens it and closes it again. False while the
+  /// console holds any port open.
+  [[nodiscard]] bool PortAvailable(int port) { return transaction_.link().PortAvailable(port); }
+
+  void setCommand(int row, const std::string& text);
+  /// In the console; `button` is one of `bar`.
+  [[nodiscard]] QRect barButtonPlace(int button) const;
+
+  [[nodiscard]] int replyTimeOutMs() const { return transaction_.tmrReceiveTimeOut().Interval(); }
   /// Sets the interval of `tmrReceiveTimeOut` to `text`, in ms; 0 or less leaves it as it is.
   /// Throws RuntimeError for text that is no number.
   void setReplyTimeOut(const std::string& text);
-  ConsoleScreen& controls() { return *screen_; }
-  const WindowLife& life() const override { return life_; }
+  [[nodiscard]] const WindowLife& life() const override { return life_; }
 
  protected:
   void closeEvent(QCloseEvent* event) override;
@@ -67,7 +75,6 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   void loadStrings();
   void fitToScreen();
   void showScrollBarsAsNeeded();
-  void setString(int row, const std::string& text);
 
   std::string StringToSend(int row) override;
   void setReceiveString(int row, const std::string& text, const Exchange& exchange) override;

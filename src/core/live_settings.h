@@ -6,7 +6,7 @@
 namespace mvdirigo {
 
 /// The communication settings in force, as the console reads them at every transmission and
-/// whenever it lays out its rows, and the two places that a decoded reply feeds.
+/// whenever it lays out its rows, and hears of every decoded reply.
 /// Texts are UTF-8 and stand as the user typed them.
 class LiveSettings {
  public:
@@ -24,8 +24,7 @@ class LiveSettings {
   virtual bool searching() = 0;
 
   /// Takes the data part of a decoded reply (Latin-1).
-  virtual void setResponseString(const std::string& data) = 0;
-  virtual void stopScanTimer() = 0;
+  virtual void takeReply(const std::string& data) = 0;
 };
 
 /// Gives the live settings, making the window that holds them at the first call.

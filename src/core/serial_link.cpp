@@ -17,13 +17,13 @@ SerialLink::SerialLink(Platform& platform, LiveSettingsSource settings, Listener
     : platform_(platform),
       settings_(std::move(settings)),
       listener_(listener),
-      port_(platform.makeSerialPort([this] {
+      MSComm1(platform.makeSerialPort([this] {
         atHandlerEdge(platform_.dialogs(), "MSComm1_OnComm", [this] { MSComm1_OnComm(); });
       })) {}
 
 void SerialLink::openOnDemand() {
   obstacle_.clear();
-  if (!port_->PortOpen()) tryToOpen();
+  if (!MSComm1->PortOpen()) tryToOpen();
 }
 
 // A setting that is refused leaves the port closed: a command is not to reach another unit.
@@ -33,33 +33,39 @@ void SerialLink::tryToOpen() {
   const auto quoted = [](const std::string& utf8) {
     return '"' + shortVisibleText(latin1FromUtf8(utf8)) + '"';
   };
-  port_->setRThreshold(1);
-  port_->setInputLen(1);
-  if (!skipOnError([&] { port_->setCommPort(textToInt16(port)); })) {
+  MSComm1->setRThreshold(1);
+  MSComm1->setInputLen(1);
+  if (!skipOnError([&] { MSComm1->setCommPort(textToInt16(port)); })) {
     obstacle_ = quoted(port) + " is no port number from 1 to 16.";
-  } else if (!skipOnError([&] { port_->setSettings(rate); })) {
+  } else if (!skipOnError([&] { MSComm1->setSettings(rate); })) {
     obstacle_ = rate.empty() ? "No baud rate is chosen." : quoted(rate) + " is no baud rate.";
-  } else if (!skipOnError([&] { port_->setPortOpen(true); })) {
-    obstacle_ = platform_.portDetails(port_->CommPort()).obstacle;
+  } else if (!skipOnError([&] { MSComm1->setPortOpen(true); })) {
+    obstacle_ = platform_.portDetails(MSComm1->CommPort()).obstacle;
     if (obstacle_.empty()) obstacle_ = "The port can't be opened.";
   }
 }
 
 void SerialLink::reset() {
   // Whoever closed the port meanwhile did so for new settings or for another owner of the line.
-  if (!port_->PortOpen()) return;
-  skipOnError([&] { port_->Input(); });
-  skipOnError([&] { port_->reopen(); });
+  if (!MSComm1->PortOpen()) return;
+  skipOnError([&] { MSComm1->Input(); });
+  skipOnError([&] { MSComm1->reopen(); });
 }
 
-bool SerialLink::receiving() const { return !raw_reply_.empty() || port_->InBufferCount() > 0; }
+bool SerialLink::receiving() const { return !raw_reply_.empty() || MSComm1->InBufferCount() > 0; }
 
-void SerialLink::close() {
-  if (port_->PortOpen()) port_->setPortOpen(false);
+bool SerialLink::PortAvailable(int port) {
+  return skipOnError([&] {
+    MSComm1->setCommPort(port);
+    // Whatever rate was tried last: the port may be one that lacks it.
+    MSComm1->setSettings("9600");
+    MSComm1->setPortOpen(true);
+    MSComm1->setPortOpen(false);
+  });
 }
 
 void SerialLink::transmit(const std::string& bytes) {
-  skipOnError([&] { port_->Output(bytes); });
+  skipOnError([&] { MSComm1->Output(bytes); });
 }
 
 std::string SerialLink::takeRawReply() {
@@ -70,7 +76,7 @@ std::string SerialLink::takeRawReply() {
 
 void SerialLink::MSComm1_OnComm() {
   try {
-    const std::string input = port_->Input();
+    const std::string input = MSComm1->Input();
     if (input.empty()) return;
     const char ch = input.front();
     raw_reply_.append(ch);

@@ -32,18 +32,19 @@ class SerialLink {
   /// closed shows as a missing reply, and `obstacle` tells why.
   void openOnDemand();
   /// Why the last `openOnDemand` left the port closed (UTF-8); empty when it did not.
-  const std::string& obstacle() const { return obstacle_; }
+  [[nodiscard]] const std::string& obstacle() const { return obstacle_; }
   /// Empties the receive buffer of an open port, closes it and opens it again; failing steps are
   /// skipped.
   void reset();
   /// Whether characters have come in since `takeRawReply`, read or not.
-  bool receiving() const;
-  /// Closes the port if it is open.
-  void close();
+  [[nodiscard]] bool receiving() const;
+  [[nodiscard]] bool PortOpen() const { return MSComm1->PortOpen(); }
+  void close() { MSComm1->closeIfOpen(); }
+  /// Whether the port of that number can be opened: opens it and closes it again. False while any
+  /// port is held open. Leaves `port` as the port number, at 9600.
+  [[nodiscard]] bool PortAvailable(int port);
   /// Writes `bytes` to the port; a write to a closed or vanished port is ignored.
   void transmit(const std::string& bytes);
-
-  SerialPort& MSComm1() { return *port_; }
 
   /// What was gathered of a reply: `rxBuffer`, valid until the next character comes in.
   [[nodiscard]] std::string_view reply() const { return rxBuffer.view(); }
@@ -64,7 +65,7 @@ class SerialLink {
   Platform& platform_;
   LiveSettingsSource settings_;
   Listener& listener_;
-  std::unique_ptr<SerialPort> port_;
+  std::unique_ptr<SerialPort> MSComm1;
   BoundedText rxBuffer;
   BoundedText raw_reply_;
   std::string obstacle_;

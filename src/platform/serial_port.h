@@ -15,8 +15,6 @@ namespace mvdirigo {
 /// Texts on the line are bytes, one a character (Latin-1).
 class SerialPort {
  public:
-  enum class Mode { kText, kBinary };
-
   static constexpr int kLowestPort = 1;
   static constexpr int kHighestPort = 16;
 
@@ -37,6 +35,9 @@ class SerialPort {
   /// Closing throws `kDeviceNotOpen` when closed. Closing discards what was received and not read.
   virtual bool PortOpen() const = 0;
   virtual void setPortOpen(bool open) = 0;
+  void closeIfOpen() {
+    if (PortOpen()) setPortOpen(false);
+  }
 
   /// Closes the open port and opens it again as it was, without letting a program that honours lock
   /// files take it in between. Throws as closing and opening do; a port that can't be opened again
@@ -50,9 +51,6 @@ class SerialPort {
   /// Characters that one read of `Input` returns at the most; 0 for all that were received.
   virtual int InputLen() const = 0;
   virtual void setInputLen(int characters) = 0;
-
-  virtual Mode InputMode() const = 0;
-  virtual void setInputMode(Mode mode) = 0;
 
   /// Takes received characters, up to `InputLen`; empty when none wait.
   /// Throws `kPortMustBeOpen` when closed, `kDeviceIo` once after the device vanished.

@@ -80,8 +80,7 @@ void Transaction::DecodeResponse() {
   const char* status_text = ErrorTable[static_cast<std::size_t>(status_code_)];
   rows_.setReceiveString(currentRow, shownReply(reply.data) + status_text, exchangeUntilNow());
   link_.keepData(reply.data);
-  settings.setResponseString(reply.data);
-  settings.stopScanTimer();
+  settings.takeReply(reply.data);
   const bool ready = reply.status && (*reply.status & kStatusReadyBit) != 0;
   rows_.setButtonShape(currentRow, ready ? kReadyColour : kBusyColour);
   rows_.enableSendCommands(true);

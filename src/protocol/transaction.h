@@ -70,7 +70,9 @@ class Transaction : private SerialLink::Listener {
   void ResetResponse() { link_.clearReply(); }
 
   Timer& tmrReceiveTimeOut() { return *tmrReceiveTimeOut_; }
+  [[nodiscard]] const Timer& tmrReceiveTimeOut() const { return *tmrReceiveTimeOut_; }
   SerialLink& link() { return link_; }
+  [[nodiscard]] const SerialLink& link() const { return link_; }
 
  private:
   void DecodeResponse() override;

@@ -70,6 +70,7 @@ std::optional<AutoSearch::Outcome> AutoSearch::searchPort(int port) {
 
 std::optional<AutoSearch::Outcome> AutoSearch::query(int address) {
   bench_.clearResponseString();
+  answered_ = false;
   ScanTimer_->setInterval(kReplyWaitMs);
   ScanTimer_->setEnabled(true);
   bench_.setFirstString(versionQuery(address));
@@ -80,9 +81,14 @@ std::optional<AutoSearch::Outcome> AutoSearch::query(int address) {
     return Outcome::kWindowGone;
   }
   if (!searching_) return Outcome::kFoundOrStopped;
-  if (!bench_.hasResponse()) return std::nullopt;
+  if (!answered_) return std::nullopt;
   bench_.setFirstString(versionQuery(address));
   return Outcome::kFoundOrStopped;
+}
+
+void AutoSearch::takeReply(std::string_view data) {
+  answered_ = !data.empty();
+  ScanTimer_->setEnabled(false);
 }
 
 void AutoSearch::finish() {

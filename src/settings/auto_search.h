@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/platform.h"
 
@@ -25,7 +26,6 @@ class AutoSearch {
     virtual void sendFirstString() = 0;
     virtual void closeConsolePort() = 0;
     virtual void clearResponseString() = 0;
-    virtual bool hasResponse() = 0;
     virtual void setSearchCaption(const std::string& caption) = 0;
     virtual void SaveAppSettings() = 0;
     virtual const WindowLife& life() const = 0;
@@ -40,9 +40,11 @@ class AutoSearch {
 
   /// Lets a running search stop at its next check.
   void requestStop() { searching_ = false; }
-  bool searching() const { return searching_; }
+  [[nodiscard]] bool searching() const { return searching_; }
 
-  Timer& ScanTimer() { return *ScanTimer_; }
+  /// A reply with that data part was decoded: it ends the wait of a query, which is answered by any
+  /// data.
+  void takeReply(std::string_view data);
 
  private:
   enum class Outcome { kFoundOrStopped, kNothingFound, kWindowGone };
@@ -58,6 +60,7 @@ class AutoSearch {
   Bench& bench_;
   /// Enabled while a query waits for its reply.
   std::unique_ptr<Timer> ScanTimer_;
+  bool answered_ = false;
   bool searching_ = false;
   /// A search is on the call stack, though it may already have been told to stop.
   bool running_ = false;

@@ -17,7 +17,6 @@
 #include "core/stored_settings.h"
 #include "platform/handler_edge.h"
 #include "platform/text.h"
-#include "settings/port_scan.h"
 
 namespace mvdirigo {
 namespace {
@@ -25,6 +24,12 @@ namespace {
 constexpr int kMostStrings = 25;
 constexpr const char* kStringsWhenEmpty = "10";
 constexpr const char* kBaudRates[] = {"9600", "19200", "38400", "57600", "115200", "230400"};
+
+/// The row of the port list that tells of `port`.
+std::string portRowText(int port, bool available) {
+  return "COM" + std::to_string(port) +
+         (available ? "  available" : "  (not available or no such port)");
+}
 
 QString text(const std::string& utf8) { return QString::fromStdString(utf8); }
 
@@ -185,7 +190,7 @@ void Settings::Form_Load() {
     RCVTimeout_->setText(text(readSetting(store, stored::kRCVTimeout)));
     // The button's own place in the console serves as the place on the screen until the dialog is
     // first shown.
-    move(console_.controls().LoadButton[bar::kSettings]->pos());
+    move(console_.barButtonPlace(bar::kSettings).topLeft());
     console_.setReplyTimeOut(RCVTimeout());
     setWindowFlag(Qt::WindowStaysOnTopHint, true);
     FirstTimeStartup = readSetting(store, stored::kFirstTimeStartup);
@@ -227,7 +232,7 @@ void Settings::SaveAppSettings() {
 void Settings::ScanPorts() {
   lstPorts->clear();
   for (int port = SerialPort::kLowestPort; port <= SerialPort::kHighestPort; ++port) {
-    const bool available = PortAvailable(console_.MSComm1(), port);
+    const bool available = portAvailable(port);
     lstPorts->addItem(new PortRow(text(portRowText(port, available)), [this, port, available] {
       return portToolTip(port, available);
     }));
@@ -235,7 +240,7 @@ void Settings::ScanPorts() {
 }
 
 QString Settings::scanObstacle() {
-  if (search_.searching() || !console_.MSComm1().PortOpen()) return {};
+  if (search_.searching() || !console_.PortOpen()) return {};
   return "Finds nothing while the console holds a port open. Press Settings on the console first: "
          "that closes it.";
 }
@@ -371,19 +376,16 @@ bool Settings::OEMProtocol() { return OEMProtocol_->isChecked(); }
 std::string Settings::MaxStrings() { return MaxStrings_->text().toStdString(); }
 std::string Settings::RCVTimeout() { return RCVTimeout_->text().toStdString(); }
 
-void Settings::setResponseString(const std::string& latin1) {
+void Settings::takeReply(const std::string& latin1) {
   ResponseString->setText(text(shownReply(latin1)));
+  search_.takeReply(latin1);
 }
-
-bool Settings::portAvailable(int port) { return PortAvailable(console_.MSComm1(), port); }
 
 void Settings::setCommPortSetting(int port) { CommPortSetting_->setText(QString::number(port)); }
 
 void Settings::selectBaudRate(int row) { lstBaudRate->setCurrentRow(row); }
 
-void Settings::setFirstString(const std::string& query) {
-  console_.controls().StringToSend[0]->setText(text(query));
-}
+void Settings::setFirstString(const std::string& query) { console_.setCommand(0, query); }
 
 void Settings::sendFirstString() {
   const bool shown = isVisible();
@@ -392,12 +394,7 @@ void Settings::sendFirstString() {
   if (shown && !isVisible()) closeConsolePort();
 }
 
-void Settings::closeConsolePort() {
-  if (console_.MSComm1().PortOpen()) console_.MSComm1().setPortOpen(false);
-}
-
 void Settings::clearResponseString() { ResponseString->clear(); }
-bool Settings::hasResponse() { return !ResponseString->text().isEmpty(); }
 
 void Settings::setSearchCaption(const std::string& caption) { AutoSetup->setText(text(caption)); }
 

@@ -31,7 +31,7 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   void Form_Unload();
   void SaveAppSettings() override;
 
-  void closeConsolePort() override;
+  void closeConsolePort() override { console_.closePort(); }
   /// Takes the dialog out of the layer above all windows.
   void leaveTopmostLayer();
 
@@ -42,8 +42,7 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   std::string MaxStrings() override;
   std::string RCVTimeout() override;
   bool searching() override { return search_.searching(); }
-  void setResponseString(const std::string& data) override;
-  void stopScanTimer() override { search_.ScanTimer().setEnabled(false); }
+  void takeReply(const std::string& latin1) override;
 
  protected:
   void changeEvent(QEvent* event) override;
@@ -77,13 +76,12 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   void MaxStrings_Change();
   void lstPorts_MouseDown(QPoint position);
 
-  bool portAvailable(int port) override;
+  bool portAvailable(int port) override { return console_.PortAvailable(port); }
   void setCommPortSetting(int port) override;
   void selectBaudRate(int row) override;
   void setFirstString(const std::string& query) override;
   void sendFirstString() override;
   void clearResponseString() override;
-  bool hasResponse() override;
   void setSearchCaption(const std::string& caption) override;
   const WindowLife& life() const override { return life_; }
 

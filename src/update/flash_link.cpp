@@ -38,8 +38,8 @@ FlashLink::FlashLink(Platform& platform, Window& window, const WindowLife& life)
 }
 
 void FlashLink::setUp(LiveSettings& settings) {
-  reply = {};
-  AbortTransfer = false;
+  reply_ = {};
+  AbortTransfer_ = false;
   try {
     tmrMSCommFlash_->setInterval(textToInt32(settings.RCVTimeout()));
     tmrMSCommFlash_->setEnabled(false);
@@ -48,7 +48,6 @@ void FlashLink::setUp(LiveSettings& settings) {
     MSCommFlash_->setInputLen(1);
     MSCommFlash_->setCommPort(textToInt16(settings.CommPortSetting()));
     MSCommFlash_->setSettings(settings.BaudRate());
-    MSCommFlash_->setInputMode(SerialPort::Mode::kText);
   } catch (const RuntimeError& refusal) {
     refusal_ = refusal;
     throw;
@@ -61,9 +60,7 @@ void FlashLink::startAnew() {
   tmrMSCommFlash_->setEnabled(false);
 }
 
-void FlashLink::close() {
-  if (MSCommFlash_->PortOpen()) MSCommFlash_->setPortOpen(false);
-}
+void FlashLink::close() { MSCommFlash_->closeIfOpen(); }
 
 void FlashLink::reopen(const std::string& settings) {
   close();
@@ -111,26 +108,24 @@ void FlashLink::print(std::string_view bytes) {
   if (window_.verbose()) window_.printTraffic(bytes);
 }
 
-void FlashLink::sendFlashtoMV(const std::string& text) {
+void FlashLink::prepareSending(const std::string& text) {
   if (window_.verbose()) {
     window_.printTraffic(text);
     yield();
   }
   if (!MSCommFlash_->PortOpen()) open();
-  reply.clear();
+  reply_.clear();
   yield();
-  if (sending_piece_) reply.ReplyDone = false;
-  use([&](SerialPort& port) { port.Output(text); });
-  // What follows a piece is the wait for its acknowledgement, which lets events run as well. A turn
-  // of the event loop more would hold up every piece.
-  if (!sending_piece_) yield();
 }
 
-void FlashLink::sendPiece(const std::string& text) {
-  sending_piece_ = true;
-  const AtExit sent([this] { sending_piece_ = false; });
-  sendFlashtoMV(text);
-  WaitOutputDrained();
+void FlashLink::output(const std::string& text) {
+  use([&](SerialPort& port) { port.Output(text); });
+}
+
+void FlashLink::sendFlashtoMV(const std::string& text) {
+  prepareSending(text);
+  output(text);
+  yield();
 }
 
 void FlashLink::WaitOutputDrained() {
@@ -158,22 +153,49 @@ std::string FlashLink::read() {
 
 void FlashLink::discardInput() { read(); }
 
-bool FlashLink::waitFor(const bool& flag, int timeout_ms) {
+bool FlashLink::waitFor(const std::function<bool()>& done, int timeout_ms) {
   DoLoopTimer_->setEnabled(false);
   DoLoopTimer_->setInterval(timeout_ms);
   DoLoopTimer_->setEnabled(true);
-  waitUntil([&] { return flag || !DoLoopTimer_->Enabled(); });
+  waitUntil([&] { return done() || !DoLoopTimer_->Enabled(); });
   return DoLoopTimer_->Enabled();
 }
 
-void FlashLink::pause(int duration_ms) { waitFor(false, duration_ms); }
+bool FlashLink::waitForReply(int timeout_ms) {
+  return waitFor([this] { return reply_.ReplyDone; }, timeout_ms);
+}
 
-bool FlashLink::waitForAcknowledgement(int timeout_ms) {
-  if (reply.ReplyDone) return true;
-  tmrMSCommFlash_->setEnabled(true);
-  if (!waitFor(reply.ReplyDone, timeout_ms)) return false;
-  DoLoopTimer_->setEnabled(false);
-  tmrMSCommFlash_->setEnabled(false);
+bool FlashLink::waitForPrompt(int timeout_ms) {
+  return waitFor([this] { return reply_.PromptSeen; }, timeout_ms);
+}
+
+bool FlashLink::waitForNumber(int timeout_ms) {
+  return waitFor([this] { return reply_.NumericSeen; }, timeout_ms);
+}
+
+void FlashLink::pause(int duration_ms) {
+  waitFor([] { return false; }, duration_ms);
+}
+
+FlashLink::Piece::Piece(FlashLink& link) : link_(link) { link_.piece_ = this; }
+
+FlashLink::Piece::~Piece() { link_.piece_ = nullptr; }
+
+// What follows the sending is the wait for the acknowledgement, which lets events run as well. A
+// turn of the event loop more would hold up every piece.
+void FlashLink::Piece::send(const std::string& bytes) {
+  link_.prepareSending(bytes);
+  link_.reply_.ReplyDone = false;
+  link_.output(bytes);
+  link_.WaitOutputDrained();
+}
+
+bool FlashLink::Piece::waitForAcknowledgement(int timeout_ms) {
+  if (link_.reply_.ReplyDone) return true;
+  link_.tmrMSCommFlash_->setEnabled(true);
+  if (!link_.waitForReply(timeout_ms)) return false;
+  link_.DoLoopTimer_->setEnabled(false);
+  link_.tmrMSCommFlash_->setEnabled(false);
   return true;
 }
 
@@ -181,15 +203,15 @@ void FlashLink::MSCommFlash_OnComm() {
   atHandlerEdge(dialogs_, "MSComm_OnComm", [this] {
     const std::string character = read();
     if (character == "\r") {
-      const bool too_early = sending_piece_ && MSCommFlash_->OutBufferCount() > 0;
-      if (!too_early) reply.ReplyDone = true;
-      print(reply.UpdateRxBuffer());
+      const bool too_early = piece_ != nullptr && MSCommFlash_->OutBufferCount() > 0;
+      if (!too_early) reply_.ReplyDone = true;
+      print(reply_.UpdateRxBuffer());
     }
     if (character == "?") {
-      reply.PromptSeen = true;
-      print(reply.UpdateRxBuffer());
+      reply_.PromptSeen = true;
+      print(reply_.UpdateRxBuffer());
     }
-    if (!character.empty()) reply.append(character[0]);
+    if (!character.empty()) reply_.append(character[0]);
   });
 }
 
@@ -202,7 +224,7 @@ void FlashLink::tmrMSCommFlash_Timer() {
     yield();
     window_.enableUpdate(true);
     window_.setProgress(0);
-    AbortTransfer = true;
+    AbortTransfer_ = true;
     skipOnError([this] { MSCommFlash_->Input(); });
     const bool reopened = skipOnError([this] { MSCommFlash_->reopen(); });
     // On a closed port no acknowledgement comes any more.

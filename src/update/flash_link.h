@@ -60,42 +60,70 @@ class FlashLink {
   void yield();
   void throwIfOver() const;
 
-  /// Sends `text` as it stands, after opening the port if needed and emptying `reply`.
+  /// Sends `text` as it stands, after opening the port if needed and emptying the reply.
   void sendFlashtoMV(const std::string& text);
-
-  /// Sends `text` and waits until it is on the line. A carriage return heard before that repeats an
-  /// earlier answer, because the unit answers only what it has heard: it is not taken for the
-  /// answer to `text`. Otherwise the acknowledgements would run ahead of the pieces from there on.
-  void sendPiece(const std::string& text);
 
   void WaitOutputDrained();
 
   /// Waits for `count` unread characters, then returns one read of the port without blanks at its
   /// ends. After a fault, which it reports, the text is empty.
-  std::string getRXBuffer(int count);
+  [[nodiscard]] std::string getRXBuffer(int count);
 
   /// Drops one read of the port.
   void discardInput();
 
-  /// Waits until `flag` holds. Returns false when the time was up first; otherwise the wait's timer
-  /// runs on, which ends nothing but a wait.
-  bool waitFor(const bool& flag, int timeout_ms);
+  /// What was heard since the last sending or emptying.
+  [[nodiscard]] const FlashReply& reply() const { return reply_; }
+  void clearReply() { reply_.clear(); }
+  void forgetPrompt() { reply_.PromptSeen = false; }
+  /// Whether the next reply is searched for a number.
+  void wantNumber(bool wanted) { reply_.WantNumeric = wanted; }
+
+  /// Each of these returns false when the time was up first.
+  [[nodiscard]] bool waitForReply(int timeout_ms);
+  /// A prompt counts from `forgetPrompt` on.
+  [[nodiscard]] bool waitForPrompt(int timeout_ms);
+  /// A number that an earlier reply held counts for good.
+  [[nodiscard]] bool waitForNumber(int timeout_ms);
   void pause(int duration_ms);
 
-  /// Waits for the carriage return that acknowledges a piece, under both time-outs.
-  bool waitForAcknowledgement(int timeout_ms);
-
-  FlashReply reply;
   /// Set by the receive time-out; ends this transfer, and every later one of the dialog.
-  bool AbortTransfer = false;
+  [[nodiscard]] bool AbortTransfer() const { return AbortTransfer_; }
+
+  /// A piece of an image, from its sending to its acknowledgement. While it exists, the link takes
+  /// a carriage return that is heard before the piece is on the line for the repetition of an
+  /// earlier answer, because the unit answers only what it has heard. Otherwise the
+  /// acknowledgements would run ahead of the pieces from there on.
+  class Piece {
+   public:
+    explicit Piece(FlashLink& link);
+    ~Piece();
+    Piece(const Piece&) = delete;
+    Piece& operator=(const Piece&) = delete;
+
+    /// Sends `bytes` and waits until they are on the line.
+    void send(const std::string& bytes);
+    /// Waits for the carriage return, under the receive time-out as well. Returns false when
+    /// `timeout_ms` was over first.
+    [[nodiscard]] bool waitForAcknowledgement(int timeout_ms);
+
+   private:
+    FlashLink& link_;
+  };
 
  private:
   void open();
+  /// Opens the port if needed, empties the reply and lets what came for an earlier one pass.
+  void prepareSending(const std::string& text);
+  void output(const std::string& text);
   /// Uses the open port. A fault closes it, so that its report is the only one.
   template <class Action>
   auto use(Action action);
   std::string read();
   void waitUntil(const std::function<bool()>& done);
+  /// Returns false when the time was up first; otherwise the wait's timer runs on, which ends
+  /// nothing but a wait.
+  bool waitFor(const std::function<bool()>& done, int timeout_ms);
   void print(std::string_view bytes);
 
   void MSCommFlash_OnComm();
@@ -105,7 +133,10 @@ class FlashLink {
   Dialogs& dialogs_;
   Window& window_;
   const WindowLife& life_;
-  bool sending_piece_ = false;
+  FlashReply reply_;
+  /// The piece on its way, or null.
+  const Piece* piece_ = nullptr;
+  bool AbortTransfer_ = false;
   bool lost_ = false;
   /// Why the port was not set up.
   std::optional<RuntimeError> refusal_;

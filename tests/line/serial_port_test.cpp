@@ -18,9 +18,10 @@
 #include <QEventLoop>
 #include <gtest/gtest.h>
 
+#include "core/serial_link.h"
 #include "platform/qt/qt_platform.h"
 #include "platform/qt/qt_serial_port.h"
-#include "settings/port_scan.h"
+#include "support/chosen_settings.h"
 #include "support/config_home.h"
 #include "support/fault_number.h"
 #include "support/port_refusals.h"
@@ -385,7 +386,17 @@ TEST_F(SerialPortTest, RefusesARateThatTheHardwareLacksAndKeepsTheOneItHas) {
   port_->setSettings("230400");
   EXPECT_EQ(openingError(), 380);
   EXPECT_EQ(platform_.portDetails(3).obstacle, "This port can't do 230400 baud.");
-  EXPECT_TRUE(PortAvailable(*port_, 3));
+  struct : SerialLink::Listener {
+    void DecodeResponse() override {}
+    void communicationsFailed() override {}
+  } nobody;
+  ChosenSettings fast;
+  fast.baud = "230400";
+  SerialLink link(
+      platform_, [&]() -> LiveSettings& { return fast; }, nobody);
+  link.openOnDemand();
+  EXPECT_FALSE(link.PortOpen());
+  EXPECT_TRUE(link.PortAvailable(3)) << "at another rate";
   port_->setSettings("9600");
   EXPECT_EQ(openingError(), 0);
   EXPECT_EQ(faultNumber([this] { port_->setSettings("19200"); }), 380);

@@ -15,13 +15,11 @@ struct ChosenSettings : LiveSettings {
   std::string MaxStrings() override { return "11"; }
   std::string RCVTimeout() override { return timeout; }
   bool searching() override { return search_runs; }
-  void setResponseString(const std::string& latin1) override { response = latin1; }
-  void stopScanTimer() override { ++scan_timer_stops; }
+  void takeReply(const std::string& latin1) override { replies += "[" + latin1 + "]"; }
 
   std::string port = "3", baud = "9600", timeout = "1000";
   bool oem = false, search_runs = false;
-  std::string response = "untouched";
-  int scan_timer_stops = 0;
+  std::string replies;
 };
 
 }  // namespace mvdirigo

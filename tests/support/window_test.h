@@ -39,7 +39,7 @@ class WindowTest : public VirtualTest {
 
   StringFun& console() { return program_->console(); }
   Settings& settings() { return program_->settings(); }
-  SerialPort& port() { return console().MSComm1(); }
+  bool portOpen() { return console().PortOpen(); }
 
   void store(const std::string& section, const std::string& key, const std::string& value) {
     platform_.store().values[{kApplicationName, section, key}] = value;

@@ -42,8 +42,6 @@ class QtSerialPort : public SerialPort, private QtEventLoop::Listener {
   void setRThreshold(int characters) override;
   int InputLen() const override { return input_len_; }
   void setInputLen(int characters) override;
-  Mode InputMode() const override { return mode_; }
-  void setInputMode(Mode mode) override { mode_ = mode; }
   std::string Input() override;
   void Output(const std::string& bytes) override;
   int InBufferCount() const override;
@@ -81,7 +79,6 @@ class QtSerialPort : public SerialPort, private QtEventLoop::Listener {
   LineSettings line_;
   int receive_threshold_ = 0;
   int input_len_ = 0;
-  Mode mode_ = Mode::kText;
 
   State state_ = State::kClosed;
   /// Replaced at every opening, so that what an earlier one left behind can tell.
