@@ -65,13 +65,13 @@ void answer(int line, PeerNotes& notes) {
 
 class ChosenProtocol : public LiveSettings {
  public:
-  std::string CommPortSetting() override { return "1"; }
-  std::string BaudRate() override { return "9600"; }
-  bool DTProtocol() override { return !oem; }
-  bool OEMProtocol() override { return oem; }
-  std::string MaxStrings() override { return "11"; }
-  std::string RCVTimeout() override { return "1000"; }
-  bool searching() override { return false; }
+  std::string CommPortSetting() const override { return "1"; }
+  std::string BaudRate() const override { return "9600"; }
+  bool DTProtocol() const override { return !oem; }
+  bool OEMProtocol() const override { return oem; }
+  std::string MaxStrings() const override { return "11"; }
+  std::string RCVTimeout() const override { return "1000"; }
+  bool searching() const override { return false; }
   void takeReply(const std::string&) override {}
 
   bool oem = false;
@@ -80,7 +80,7 @@ class ChosenProtocol : public LiveSettings {
 /// Rows that show nothing and know when the last reply came.
 class PlainRows : public Transaction::Rows {
  public:
-  std::string StringToSend(int) override { return kCommand; }
+  std::string StringToSend(int) const override { return kCommand; }
   void setReceiveString(int, const std::string&, const Exchange&) override {
     replied_at = Clock::now();
   }

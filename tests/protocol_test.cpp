@@ -27,7 +27,7 @@ class TransactionTest : public VirtualTest, protected Transaction::Rows {
     timeOut().setInterval(1000);
   }
 
-  std::string StringToSend(int) override { return command_; }
+  std::string StringToSend(int) const override { return command_; }
   void setReceiveString(int row, const std::string& text, const Exchange& exchange) override {
     replies_[row] = text;
     last_ = exchange;

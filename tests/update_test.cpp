@@ -62,7 +62,7 @@ class DialogDouble : public FirmwareUpdate::Window {
   int unit = 1;
   std::function<void(const std::string&)> on_status;
 
-  bool verbose() override { return verbose_checked; }
+  bool verbose() const override { return verbose_checked; }
   void printTraffic(std::string_view bytes) override {
     touch(), traffic += "[" + std::string(bytes) + "]";
   }
@@ -73,15 +73,15 @@ class DialogDouble : public FirmwareUpdate::Window {
     if (on_status) on_status(statuses.back());
   }
   void setSpinner(const std::string& text) override { touch(), spins += text; }
-  int progress() override { return steps.back(); }
+  int progress() const override { return steps.back(); }
   void setProgress(int percent) override { touch(), steps.push_back(percent); }
   void enableUpdate(bool enabled) override { touch(), update_enabled = enabled; }
   void enlarge() override { touch(), enlarged = true; }
   void enablePause(bool enabled) override { touch(), pause_enabled = enabled; }
   void showEndOfStatus() override { touch(); }
   void closeConsolePort() override { touch(); }
-  int unitNumber() override { return unit; }
-  std::string baudText() override { return baud; }
+  int unitNumber() const override { return unit; }
+  std::string baudText() const override { return baud; }
   void selectFirstBaud() override { touch(), baud = "9600"; }
 
  private:

@@ -122,7 +122,8 @@ void StringFun::fitToScreen() {
 }
 
 void StringFun::showScrollBarsAsNeeded() {
-  // At fractional scale factors a window of the very size could still seem a pixel too small.
+  // At a scale factor such as 1.25 the window manager rounds the window to whole pixels of the
+  // device, which can make it one logical pixel smaller than asked: too little to scroll for.
   const QSize enough = screen_->size() - QSize(1, 1);
   const bool whole = size().expandedTo(enough) == size();
   const auto bars = whole ? Qt::ScrollBarAlwaysOff : Qt::ScrollBarAsNeeded;
@@ -230,7 +231,7 @@ void StringFun::saveRows() {
   writeRows(platform_.settingsStore(), [this](int row) { return StringToSend(row); });
 }
 
-std::string StringFun::StringToSend(int row) {
+std::string StringFun::StringToSend(int row) const {
   if (row < 0 || row >= kRows) return {};
   return screen_->StringToSend[at(row)]->text().toStdString();
 }

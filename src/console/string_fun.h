@@ -76,7 +76,7 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   void fitToScreen();
   void showScrollBarsAsNeeded();
 
-  std::string StringToSend(int row) override;
+  std::string StringToSend(int row) const override;
   void setReceiveString(int row, const std::string& text, const Exchange& exchange) override;
   void setButtonShape(int row, LightColour colour) override;
   void startButtonTimer(int row) override;

@@ -12,16 +12,16 @@ class LiveSettings {
  public:
   virtual ~LiveSettings() = default;
 
-  virtual std::string CommPortSetting() = 0;
+  [[nodiscard]] virtual std::string CommPortSetting() const = 0;
   /// Text of the selected row of the baud rates; empty when none is selected.
-  virtual std::string BaudRate() = 0;
-  virtual bool DTProtocol() = 0;
-  virtual bool OEMProtocol() = 0;
-  virtual std::string MaxStrings() = 0;
+  [[nodiscard]] virtual std::string BaudRate() const = 0;
+  [[nodiscard]] virtual bool DTProtocol() const = 0;
+  [[nodiscard]] virtual bool OEMProtocol() const = 0;
+  [[nodiscard]] virtual std::string MaxStrings() const = 0;
   /// Reply time-out in ms, as text.
-  virtual std::string RCVTimeout() = 0;
+  [[nodiscard]] virtual std::string RCVTimeout() const = 0;
   /// Whether an automatic search runs: the tag of `AutoSetup` as a number is not 0.
-  virtual bool searching() = 0;
+  [[nodiscard]] virtual bool searching() const = 0;
 
   /// Takes the data part of a decoded reply (Latin-1).
   virtual void takeReply(const std::string& data) = 0;

@@ -38,7 +38,7 @@ class Transaction : private SerialLink::Listener {
   class Rows {
    public:
     virtual ~Rows() = default;
-    virtual std::string StringToSend(int row) = 0;
+    [[nodiscard]] virtual std::string StringToSend(int row) const = 0;
     virtual void setReceiveString(int row, const std::string& text, const Exchange& exchange) = 0;
     virtual void setButtonShape(int row, LightColour colour) = 0;
     virtual void startButtonTimer(int row) = 0;

@@ -359,9 +359,9 @@ void Settings::restore(const Choices& choices) {
   (choices.oem ? OEMProtocol_ : DTProtocol_)->setChecked(true);
 }
 
-std::string Settings::CommPortSetting() { return CommPortSetting_->text().toStdString(); }
+std::string Settings::CommPortSetting() const { return CommPortSetting_->text().toStdString(); }
 
-std::string Settings::BaudRate() {
+std::string Settings::BaudRate() const {
   const int row = selectedBaudRow();
   return row >= 0 ? lstBaudRate->item(row)->text().toStdString() : std::string();
 }
@@ -371,10 +371,10 @@ int Settings::selectedBaudRow() const {
   return selected.isEmpty() ? -1 : lstBaudRate->row(selected.front());
 }
 
-bool Settings::DTProtocol() { return DTProtocol_->isChecked(); }
-bool Settings::OEMProtocol() { return OEMProtocol_->isChecked(); }
-std::string Settings::MaxStrings() { return MaxStrings_->text().toStdString(); }
-std::string Settings::RCVTimeout() { return RCVTimeout_->text().toStdString(); }
+bool Settings::DTProtocol() const { return DTProtocol_->isChecked(); }
+bool Settings::OEMProtocol() const { return OEMProtocol_->isChecked(); }
+std::string Settings::MaxStrings() const { return MaxStrings_->text().toStdString(); }
+std::string Settings::RCVTimeout() const { return RCVTimeout_->text().toStdString(); }
 
 void Settings::takeReply(const std::string& latin1) {
   ResponseString->setText(text(shownReply(latin1)));

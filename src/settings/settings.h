@@ -35,13 +35,13 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   /// Takes the dialog out of the layer above all windows.
   void leaveTopmostLayer();
 
-  std::string CommPortSetting() override;
-  std::string BaudRate() override;
-  bool DTProtocol() override;
-  bool OEMProtocol() override;
-  std::string MaxStrings() override;
-  std::string RCVTimeout() override;
-  bool searching() override { return search_.searching(); }
+  std::string CommPortSetting() const override;
+  std::string BaudRate() const override;
+  bool DTProtocol() const override;
+  bool OEMProtocol() const override;
+  std::string MaxStrings() const override;
+  std::string RCVTimeout() const override;
+  bool searching() const override { return search_.searching(); }
   void takeReply(const std::string& latin1) override;
 
  protected:

@@ -22,7 +22,7 @@ class FlashLink {
     virtual ~Window() = default;
 
     /// Whether traffic is to be printed.
-    virtual bool verbose() = 0;
+    [[nodiscard]] virtual bool verbose() const = 0;
     /// Prints bytes of the line, control characters included.
     virtual void printTraffic(std::string_view bytes) = 0;
 
@@ -30,7 +30,7 @@ class FlashLink {
     /// One character: the spinner's position, or a blank.
     virtual void setSpinner(const std::string& text) = 0;
     /// 0 to 100.
-    virtual int progress() = 0;
+    [[nodiscard]] virtual int progress() const = 0;
     virtual void setProgress(int percent) = 0;
     virtual void enableUpdate(bool enabled) = 0;
     /// Makes the console let go of the serial port.

@@ -22,8 +22,8 @@ namespace mvdirigo {
 namespace {
 
 constexpr int kUnits = 15;
-/// At no rate of the line is that mostly a multiple of four turns, after which the spinner would
-/// look the same.
+/// The spinner has four positions. At each rate of the line the number of turns in this time is
+/// mostly no multiple of four, so that it is seen to move.
 constexpr int kSpinnerPauseMs = 130;
 /// Size of the dialog with the traffic beside its controls.
 constexpr QSize kVerboseSize(static_cast<int>(10000 / kTwipsPerPixel),
@@ -199,7 +199,7 @@ void frmFlash::reject() {
   if (!busy()) cmdClose_Click();
 }
 
-bool frmFlash::verbose() { return Verbose->isChecked(); }
+bool frmFlash::verbose() const { return Verbose->isChecked(); }
 
 void frmFlash::printTraffic(std::string_view bytes) {
   if (traffic_->isHidden()) enlarge();
@@ -231,7 +231,7 @@ void frmFlash::onSpinnerPause() {
   }
 }
 
-int frmFlash::progress() { return pgbUpdate->value(); }
+int frmFlash::progress() const { return pgbUpdate->value(); }
 
 void frmFlash::setProgress(int percent) {
   pgbUpdate->setValue(std::clamp(percent, pgbUpdate->minimum(), pgbUpdate->maximum()));
@@ -253,9 +253,9 @@ void frmFlash::enable(QWidget* control, bool enabled) {
   control->setEnabled(enabled);
 }
 
-int frmFlash::unitNumber() { return cboID->currentData().toInt(); }
+int frmFlash::unitNumber() const { return cboID->currentData().toInt(); }
 
-std::string frmFlash::baudText() { return cboBaud->currentText().toStdString(); }
+std::string frmFlash::baudText() const { return cboBaud->currentText().toStdString(); }
 
 void frmFlash::selectFirstBaud() { cboBaud->setCurrentIndex(0); }
 

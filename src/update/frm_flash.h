@@ -46,19 +46,19 @@ class frmFlash : public QDialog, private FirmwareUpdate::Window {
   void enable(QWidget* control, bool enabled);
   void onSpinnerPause();
 
-  bool verbose() override;
+  bool verbose() const override;
   void printTraffic(std::string_view bytes) override;
   void setStatus(const std::string& text) override;
   void setSpinner(const std::string& text) override;
-  int progress() override;
+  int progress() const override;
   void setProgress(int percent) override;
   void enableUpdate(bool enabled) override;
   void showEndOfStatus() override;
   void closeConsolePort() override { settings_.closeConsolePort(); }
   void enlarge() override;
   void enablePause(bool enabled) override;
-  int unitNumber() override;
-  std::string baudText() override;
+  int unitNumber() const override;
+  std::string baudText() const override;
   void selectFirstBaud() override;
 
   Platform& platform_;

@@ -22,9 +22,9 @@ class UpdateRun {
     virtual void enablePause(bool enabled) = 0;
 
     /// 1 to 15.
-    virtual int unitNumber() = 0;
+    [[nodiscard]] virtual int unitNumber() const = 0;
     /// The selected baud rate, for example "57600".
-    virtual std::string baudText() = 0;
+    [[nodiscard]] virtual std::string baudText() const = 0;
     virtual void selectFirstBaud() = 0;
   };
 

@@ -8,13 +8,13 @@ namespace mvdirigo {
 
 /// Settings that a test chooses, and what a reply did to them.
 struct ChosenSettings : LiveSettings {
-  std::string CommPortSetting() override { return port; }
-  std::string BaudRate() override { return baud; }
-  bool DTProtocol() override { return !oem; }
-  bool OEMProtocol() override { return oem; }
-  std::string MaxStrings() override { return "11"; }
-  std::string RCVTimeout() override { return timeout; }
-  bool searching() override { return search_runs; }
+  std::string CommPortSetting() const override { return port; }
+  std::string BaudRate() const override { return baud; }
+  bool DTProtocol() const override { return !oem; }
+  bool OEMProtocol() const override { return oem; }
+  std::string MaxStrings() const override { return "11"; }
+  std::string RCVTimeout() const override { return timeout; }
+  bool searching() const override { return search_runs; }
   void takeReply(const std::string& latin1) override { replies += "[" + latin1 + "]"; }
 
   std::string port = "3", baud = "9600", timeout = "1000";
