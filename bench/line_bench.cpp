@@ -87,6 +87,7 @@ class PlainRows : public Transaction::Rows {
   void setButtonShape(int, LightColour) override {}
   void startButtonTimer(int) override {}
   void enableSendCommands(bool) override {}
+  void lineChanged() override {}
   void recordPress(int) override {}
   const WindowLife& life() const override { return life_; }
 

@@ -22,6 +22,7 @@ constexpr int kTickMs = 50;
 struct RecorderTest : VirtualTest, Recorder::Bar {
   void setBarCaption(int, const std::string&) override {}
   void enableBarButton(int, bool) override {}
+  void activityChanged() override {}
   void pressRow(int row) override {
     const auto now = (platform_.now() - start) / std::chrono::milliseconds(kTickMs);
     pressed += std::to_string(now) + ":" + std::to_string(row) + " ";

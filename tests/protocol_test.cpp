@@ -42,6 +42,7 @@ class TransactionTest : public VirtualTest, protected Transaction::Rows {
   }
   void startButtonTimer(int row) override { told_ += "timer " + std::to_string(row) + ", "; }
   void enableSendCommands(bool on) override { enabled_ = on; }
+  void lineChanged() override {}
   void recordPress(int row) override { told_ += "press " + std::to_string(row) + ", "; }
   const WindowLife& life() const override { return life_; }
 

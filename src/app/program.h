@@ -32,6 +32,7 @@ class Program : private StringFun::Neighbours {
   LiveSettings& liveSettings() override { return settings(); }
   void showSettings(QPoint anchor) override;
   void showHelp() override;
+  void showLineTraffic() override {}
   void unloadAll() override;
   void showUpdate();
 

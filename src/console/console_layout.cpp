@@ -67,6 +67,16 @@ TwipsRect ConsoleLayout::logo() const {
   return {windowWidth() / 2 - metrics_.logo_width / 2, top, metrics_.logo_width, bottom - top};
 }
 
+// Rows scroll out of sight a little above the place of row 0, and as much below the last one.
+TwipsRect ConsoleLayout::head() const {
+  return {0, 0, windowWidth(), firstTop() - metrics_.button_height / 8};
+}
+
+TwipsRect ConsoleLayout::foot(int rows) const {
+  const float top = rowTop(rows - 1) + metrics_.button_height + metrics_.button_height / 8;
+  return {0, top, windowWidth(), windowHeight(rows - 1) - top};
+}
+
 float ConsoleLayout::windowWidth() const {
   const TwipsRect receive = receiveString(0);
   return receive.left + receive.width + kRightMargin;

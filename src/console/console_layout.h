@@ -34,6 +34,9 @@ class ConsoleLayout {
   /// Two columns of four above the rows: 0 to 3 at the left, 4 to 7 at the right, the lowest first.
   TwipsRect loadButton(int index) const;
   TwipsRect logo() const;
+  /// What stands still above the rows, and below `rows` rows.
+  TwipsRect head() const;
+  TwipsRect foot(int rows) const;
   float windowWidth() const;
   /// Height of a window whose last row is `last_row`: to two button heights under that row.
   float windowHeight(int last_row) const;

@@ -11,6 +11,17 @@ namespace {
 constexpr int kTickMs = 50;
 constexpr std::int16_t kLastTick = std::numeric_limits<std::int16_t>::max();
 
+/// How many presses a playback of `table` makes, as far as its cells are numbers.
+int pressesIn(const RecordTable& table) {
+  int presses = 0;
+  std::int16_t delay = 1;
+  for (int step = 0; delay != 0; ++step) {
+    if (!table.button(step).text().empty()) ++presses;
+    if (!skipOnError([&] { delay = table.delay(step + 1).number(); })) break;
+  }
+  return presses;
+}
+
 }  // namespace
 
 Recorder::Recorder(Platform& platform, Bar& bar)
@@ -21,9 +32,21 @@ Recorder::Recorder(Platform& platform, Bar& bar)
   RecordPlayTimer_->setEnabled(true);
 }
 
-void Recorder::clickRecord() { Recording_ ? stopRecording() : startRecording(); }
+void Recorder::clickRecord() {
+  if (Recording_) {
+    stopRecording();
+  } else {
+    startRecording();
+  }
+}
 
-void Recorder::clickPlayback() { Playing_ ? stopPlayback() : startPlayback(); }
+void Recorder::clickPlayback() {
+  if (Playing_) {
+    stopPlayback();
+  } else {
+    startPlayback();
+  }
+}
 
 void Recorder::clickPlayEndless() {
   if (Playing_) {
@@ -56,6 +79,8 @@ void Recorder::recordPress(int row) {
   table_.setDelay(StepIndex_, Cell::ofNumber(TickCount_));
   TickCount_ = 0;
   ++StepIndex_;
+  ++presses_;
+  bar_.activityChanged();
 }
 
 void Recorder::RecordPlayTimer_Timer() {
@@ -74,6 +99,7 @@ void Recorder::RecordPlayTimer_Timer() {
 
 void Recorder::playStep() {
   if (TickCount_ == 0) {
+    if (StepIndex_ == 0) presses_ = 0;
     const Cell& button = table_.button(StepIndex_);
     if (!button.text().empty() && !pressAndKeepRunning(button)) return;
     ++StepIndex_;
@@ -90,6 +116,8 @@ bool Recorder::pressAndKeepRunning(const Cell& button) {
   const int row = button.number();
   if (row < 0 || row >= kRows) throw RuntimeError(Fault::kSubscriptOutOfRange);
   const auto run = run_;
+  ++presses_;
+  bar_.activityChanged();
   bar_.pressRow(row);
   return !bar_.life().leaving() && Playing_ && run_ == run;
 }
@@ -109,6 +137,9 @@ void Recorder::startRun(bool recording) {
   TickCount_ = 0;
   StepIndex_ = 0;
   RecordPlayTimer_->setEnabled(true);
+  presses_ = 0;
+  presses_of_all_ = recording ? 0 : pressesIn(table_);
+  bar_.activityChanged();
 }
 
 void Recorder::startRecording() {
@@ -126,6 +157,7 @@ void Recorder::stopRecording() {
   ++StepIndex_;
   bar_.setBarCaption(bar::kRecord, "Record");
   enableOthers(bar::kRecord, true);
+  bar_.activityChanged();
 }
 
 void Recorder::startPlayback() {
@@ -135,14 +167,15 @@ void Recorder::startPlayback() {
 }
 
 void Recorder::stopPlayback() {
-  endPlayback();
   PlayEndless_ = false;
+  endPlayback();
 }
 
 void Recorder::endPlayback() {
   Playing_ = false;
   bar_.setBarCaption(bar::kPlayback, "Play");
   enableOthers(bar::kPlayback, true);
+  bar_.activityChanged();
 }
 
 /// "Load Default" and "Help" stay usable while a recording or playback runs.

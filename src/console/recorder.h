@@ -26,6 +26,8 @@ class Recorder {
     /// Runs the click handler of a row's send button. Inside it events may be handled, a message
     /// box may wait for the user, and the bar may be clicked.
     virtual void pressRow(int row) = 0;
+    /// A recording or playback began, ended, or got on by a press.
+    virtual void activityChanged() = 0;
     virtual const WindowLife& life() const = 0;
   };
 
@@ -56,6 +58,11 @@ class Recorder {
   /// The row of the table to fill or to play next.
   int StepIndex() const { return StepIndex_; }
 
+  /// Presses recorded so far, or played in this round.
+  int presses() const { return presses_; }
+  /// Presses of a whole round of the playback.
+  int pressesOfAll() const { return presses_of_all_; }
+
   RecordTable& table() { return table_; }
 
  private:
@@ -80,6 +87,8 @@ class Recorder {
   bool PlayEndless_ = false;
   std::int16_t TickCount_ = 0;
   int StepIndex_ = 0;
+  int presses_ = 0;
+  int presses_of_all_ = 0;
 
   /// Counts the starts: a step whose press handled events learns whether its own run goes on.
   std::uint64_t run_ = 0;

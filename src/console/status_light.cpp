@@ -1,7 +1,11 @@
 #include "console/status_light.h"
 
+#include <algorithm>
+
 #include <QAccessibleWidget>
 #include <QPainter>
+
+#include "console/mark_shapes.h"
 
 namespace mvdirigo {
 namespace {
@@ -23,6 +27,11 @@ Meaning meaningOf(LightColour colour) {
       return {"yellow", "Searching: no reply from this unit"};
   }
   return {"", ""};
+}
+
+QPainterPath shapeOf(LightColour colour) {
+  if (colour == LightColour::kGreen) return checkShape();
+  return colour == LightColour::kRed ? crossShape() : dotsShape();
 }
 
 QColor shown(LightColour colour) {
@@ -62,6 +71,13 @@ void StatusLight::paintEvent(QPaintEvent*) {
   // Filled twice, because an outline would be cut at fractional scale factors.
   painter.fillRect(rect(), palette().color(QPalette::Dark));
   painter.fillRect(rect().adjusted(1, 1, -1, -1), shown(colour_));
+  if (colour_ == LightColour::kWhite) return;
+  // In the lower third, so that the middle shows nothing but the colour.
+  const double side = std::min(width() - 4.0, height() / 3.0);
+  painter.setRenderHint(QPainter::Antialiasing);
+  painter.translate((width() - side) / 2, height() - side - 2);
+  painter.scale(side, side);
+  painter.fillPath(shapeOf(colour_), Qt::black);
 }
 
 }  // namespace mvdirigo

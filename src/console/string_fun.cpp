@@ -1,12 +1,14 @@
 #include "console/string_fun.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <QApplication>
+#include <QClipboard>
 #include <QCloseEvent>
+#include <QMenu>
 #include <QScreen>
-#include <QScrollArea>
-#include <QStyle>
+#include <QShortcut>
 #include <QVBoxLayout>
 
 #include "console/button_bar.h"
@@ -32,34 +34,28 @@ std::string storyOf(const Exchange& exchange, const std::string& time) {
          time + ", " + std::to_string(exchange.elapsed_ms) + " ms after sending";
 }
 
+ReplyMark markOf(const Exchange& exchange) {
+  if (exchange.outcome != Exchange::Outcome::kAnswered) return ReplyMark::kNoAnswer;
+  return exchange.status_code == 0 ? ReplyMark::kAnswered : ReplyMark::kAnsweredWithError;
+}
+
 }  // namespace
 
 StringFun::StringFun(Platform& platform, Neighbours& neighbours)
     : platform_(platform),
       neighbours_(neighbours),
-      scroll_area_(new QScrollArea(this)),
-      screen_(new ConsoleScreen(kRows, nullptr)),
+      strip_(new StatusStrip([this] { neighbours_.showLineTraffic(); })),
+      screen_(new ConsoleScreen(kRows, strip_, this)),
       transaction_(
           platform, [this]() -> LiveSettings& { return neighbours_.liveSettings(); }, *this),
       recorder_(platform, *this) {
   setObjectName("StringFun");
-  scroll_area_->setFrameShape(QFrame::NoFrame);
-  scroll_area_->setFocusPolicy(Qt::NoFocus);
-  scroll_area_->setWidget(screen_);
-  screen_->installEventFilter(this);
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
-  layout->addWidget(scroll_area_);
+  layout->addWidget(screen_);
+  connectRows();
+  makeShortcuts();
 
-  for (int row = 0; row < kRows; ++row) {
-    connect(screen_->SendCommand[at(row)], &QPushButton::clicked, this, [this, row] {
-      atHandlerEdge(platform_.dialogs(), "SendCommand_Click", [&] { SendCommand_Click(row); });
-    });
-    ButtonTimer.push_back(platform_.makeTimer([this, row] {
-      atHandlerEdge(platform_.dialogs(), "ButtonTimer_Timer",
-                    [&] { setButtonShape(row, LightColour::kWhite); });
-    }));
-  }
   for (int index = 0; index < ConsoleScreen::kBarButtons; ++index) {
     connect(screen_->LoadButton[at(index)], &QPushButton::clicked, this,
             [this, index] { LoadButton_Click(index); });
@@ -70,6 +66,38 @@ StringFun::StringFun(Platform& platform, Neighbours& neighbours)
   connect(Command1, &QPushButton::clicked, this, [this] {
     atHandlerEdge(platform_.dialogs(), "Command1_Click", [this] { transaction_.Command1_Click(); });
   });
+}
+
+void StringFun::connectRows() {
+  for (int row = 0; row < kRows; ++row) {
+    connect(screen_->SendCommand[at(row)], &QPushButton::clicked, this, [this, row] {
+      atHandlerEdge(platform_.dialogs(), "SendCommand_Click", [&] { SendCommand_Click(row); });
+    });
+    screen_->ReceiveString[at(row)]->extendMenu(
+        [this, row](QMenu& menu) { extendReplyMenu(menu, row); });
+    ButtonTimer.push_back(platform_.makeTimer([this, row] {
+      atHandlerEdge(platform_.dialogs(), "ButtonTimer_Timer",
+                    [&] { setButtonShape(row, LightColour::kWhite); });
+    }));
+  }
+  keys_ = std::make_unique<RowKeys>(*screen_,
+                                    [this](int row) { screen_->SendCommand[at(row)]->click(); });
+}
+
+void StringFun::makeShortcuts() {
+  const std::pair<QKeySequence, int> buttons[] = {{Qt::Key_F1, bar::kHelp},
+                                                  {Qt::CTRL | Qt::Key_S, bar::kSaveStrings},
+                                                  {Qt::CTRL | Qt::Key_O, bar::kLoadStrings},
+                                                  {Qt::CTRL | Qt::Key_Comma, bar::kSettings}};
+  for (const auto& [keys, button] : buttons) {
+    connect(new QShortcut(keys, this), &QShortcut::activated, screen_->LoadButton[at(button)],
+            &QPushButton::click);
+  }
+  connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, this, [this] {
+    if (recorder_.Playing()) LoadButton_Click(bar::kPlayback);
+  });
+  connect(new QShortcut(Qt::Key_F12, this), &QShortcut::activated, this,
+          [this] { neighbours_.showLineTraffic(); });
 }
 
 StringFun::~StringFun() = default;
@@ -104,6 +132,7 @@ void StringFun::SetupScreen() {
   }
   fitToScreen();
   setWindowTitle("Dirigo Version " MVDIRIGO_VERSION);
+  showStripSoon();
   skipOnError([&] { setReplyTimeOut(settings.RCVTimeout()); });
 }
 
@@ -113,33 +142,16 @@ void StringFun::setReplyTimeOut(const std::string& text) {
 }
 
 void StringFun::fitToScreen() {
-  const QSize room = screen()->availableSize() - QSize(40, 60);
-  QSize size = screen_->size();
-  const bool fits = size.boundedTo(room) == size;
-  if (!fits) size += QSize(1, 1) * style()->pixelMetric(QStyle::PM_ScrollBarExtent);
-  resize(size.boundedTo(room));
-  showScrollBarsAsNeeded();
-}
-
-void StringFun::showScrollBarsAsNeeded() {
-  // At a scale factor such as 1.25 the window manager rounds the window to whole pixels of the
-  // device, which can make it one logical pixel smaller than asked: too little to scroll for.
-  const QSize enough = screen_->size() - QSize(1, 1);
-  const bool whole = size().expandedTo(enough) == size();
-  const auto bars = whole ? Qt::ScrollBarAlwaysOff : Qt::ScrollBarAsNeeded;
-  scroll_area_->setHorizontalScrollBarPolicy(bars);
-  scroll_area_->setVerticalScrollBarPolicy(bars);
-}
-
-void StringFun::resizeEvent(QResizeEvent* event) {
-  QWidget::resizeEvent(event);
-  showScrollBarsAsNeeded();
+  fitted_size_ = screen_->sizeHint();
+  const QSize frame_and_panels(40, 60);
+  resize(screen_->sizeWithin(screen()->availableSize() - frame_and_panels));
 }
 
 // Another font or style changes the size of the controls.
-bool StringFun::eventFilter(QObject* watched, QEvent* event) {
-  if (watched == screen_ && event->type() == QEvent::Resize) fitToScreen();
-  return QWidget::eventFilter(watched, event);
+bool StringFun::event(QEvent* event) {
+  const bool handled = QWidget::event(event);
+  if (event->type() == QEvent::LayoutRequest && screen_->sizeHint() != fitted_size_) fitToScreen();
+  return handled;
 }
 
 void StringFun::LoadButton_Click(int Index) {
@@ -195,8 +207,7 @@ void StringFun::loadStrings() {
   if (!chosen || life_.leaving()) return;
   const auto take_string = [this](int row, const std::string& text) {
     setCommand(row, text);
-    screen_->ReceiveString[at(row)]->clear();
-    setPlainToolTip(*screen_->ReceiveString[at(row)], {});
+    screen_->ReceiveString[at(row)]->clearReply();
   };
   if (skipOnError([&] { readCommandFile(path, take_string, recorder_.table()); })) {
     // "[*]" in a title stands for a mark of unsaved changes; doubled, it stands for itself.
@@ -246,17 +257,25 @@ QRect StringFun::barButtonPlace(int button) const {
 }
 
 void StringFun::setReceiveString(int row, const std::string& text, const Exchange& exchange) {
-  QLineEdit* field = screen_->ReceiveString[at(row)];
-  field->setText(QString::fromStdString(text));
-  field->setCursorPosition(0);
-  setPlainToolTip(*field, QString::fromStdString(storyOf(exchange, platform_.timeOfDay())));
+  screen_->ReceiveString[at(row)]->showReply(
+      QString::fromStdString(text), markOf(exchange),
+      QString::fromStdString(storyOf(exchange, platform_.timeOfDay())));
+  last_row_ = row;
+  last_exchange_ = exchange;
+  waiting_ = false;
+  showStripSoon();
 }
 
 void StringFun::setButtonShape(int row, LightColour colour) {
   screen_->ButtonShape[at(row)]->setFillColor(colour);
 }
 
-void StringFun::startButtonTimer(int row) { ButtonTimer[at(row)]->setEnabled(true); }
+void StringFun::startButtonTimer(int row) {
+  ButtonTimer[at(row)]->setEnabled(true);
+  last_row_ = row;
+  waiting_ = true;
+  showStripSoon();
+}
 
 void StringFun::enableSendCommands(bool enabled) {
   const int last = std::clamp(NumStrings, -1, kRows - 1);
@@ -265,12 +284,14 @@ void StringFun::enableSendCommands(bool enabled) {
   auto* focused = qobject_cast<QPushButton*>(focusWidget());
   if (!enabled && focused != nullptr && std::ranges::count(screen_->SendCommand, focused) > 0) {
     focused_before_ = focused;
+    screen_->setAccessibleName("Waiting for the reply");
     screen_->setFocus();
   }
   for (int row = 0; row <= last; ++row) screen_->SendCommand[at(row)]->setEnabled(enabled);
   if (enabled && focused_before_ != nullptr && focusWidget() == screen_) {
     focused_before_->setFocus();
   }
+  if (enabled) screen_->setAccessibleName("Console");
 }
 
 void StringFun::setBarCaption(int button, const std::string& caption) {
@@ -279,6 +300,104 @@ void StringFun::setBarCaption(int button, const std::string& caption) {
 
 void StringFun::enableBarButton(int button, bool enabled) {
   screen_->LoadButton[at(button)]->setEnabled(enabled);
+}
+
+void StringFun::extendReplyMenu(QMenu& menu, int row) {
+  menu.addAction("Copy Command and &Reply", this, [this, row] {
+    QApplication::clipboard()->setText(screen_->StringToSend[at(row)]->text() + '\t' +
+                                       screen_->ReceiveString[at(row)]->text());
+  });
+  menu.addAction("Copy &All Rows", this, [this] { copyAllRows(); });
+  menu.addSeparator();
+  menu.addAction("C&lear Replies", this, [this] { clearReplies(); });
+}
+
+void StringFun::copyAllRows() {
+  QString rows;
+  for (int row = 0; row < std::min(NumStrings, kRows); ++row) {
+    rows += QString::number(row) + '\t' + screen_->StringToSend[at(row)]->text() + '\t' +
+            screen_->ReceiveString[at(row)]->text() + '\n';
+  }
+  QApplication::clipboard()->setText(rows);
+}
+
+void StringFun::clearReplies() {
+  for (ReplyField* reply : screen_->ReceiveString) reply->clearReply();
+}
+
+void StringFun::lineSettingsChanged() {
+  transaction_.link().forgetObstacle();
+  showStripSoon();
+}
+
+// Once for all that happens in a turn of the event loop, and after what is to be quick: the first
+// byte on the line and the reply in its field.
+void StringFun::showStripSoon() {
+  if (std::exchange(strip_due_, true)) return;
+  QMetaObject::invokeMethod(
+      this, [this] { showStrip(); }, Qt::QueuedConnection);
+}
+
+void StringFun::showStrip() {
+  strip_due_ = false;
+  if (life_.leaving()) return;
+  strip_->showLine(lineText());
+  const QString presses = QString::number(recorder_.presses());
+  if (recorder_.Recording()) {
+    strip_->showActivity("Recording: " + presses + (presses == "1" ? " press" : " presses"),
+                         StatusStrip::Sign::kRecording);
+  } else if (recorder_.Playing()) {
+    strip_->showActivity(QStringLiteral("Playing%1: press %2 of %3")
+                             .arg(recorder_.PlayEndless() ? ", endless" : "", presses)
+                             .arg(recorder_.pressesOfAll()),
+                         StatusStrip::Sign::kPlaying);
+  } else {
+    strip_->showActivity(exchangeText(), StatusStrip::Sign::kNone);
+  }
+}
+
+QString StringFun::lineText() {
+  LiveSettings& settings = neighbours_.liveSettings();
+  const SerialLink& link = transaction_.link();
+  std::string port = settings.CommPortSetting();
+  std::string rate = settings.BaudRate();
+  if (link.PortOpen()) {
+    port = std::to_string(link.CommPort());
+    rate = link.Settings();
+  }
+  PortDetails details;
+  skipOnError([&] { details = platform_.portDetails(textToInt16(port)); });
+  const std::string& obstacle = link.obstacle().empty() ? details.obstacle : link.obstacle();
+  const auto shown = [](const std::string& utf8) {
+    return QString::fromStdString(shortVisibleText(latin1FromUtf8(utf8)));
+  };
+  QStringList parts{"COM" + shown(port) + (details.device.empty() ? "" : "  ") +
+                    QString::fromStdString(details.device)};
+  if (!rate.empty()) parts << shown(rate) + " baud";
+  parts << (settings.DTProtocol() ? "DT" : "OEM");
+  if (link.PortOpen()) {
+    parts << "open";
+  } else {
+    parts << (obstacle.empty() ? "closed" : QString::fromStdString(obstacle));
+  }
+  return parts.join(QStringLiteral(" \u00B7 "));
+}
+
+QString StringFun::exchangeText() {
+  if (last_row_ < 0) return {};
+  const QString row = QStringLiteral("Row %1").arg(last_row_);
+  if (waiting_) return row + ": waiting for the reply";
+  switch (last_exchange_.outcome) {
+    case Exchange::Outcome::kAnswered:
+      return row + QStringLiteral(" answered in %1 ms").arg(last_exchange_.elapsed_ms);
+    case Exchange::Outcome::kNoReply:
+      return row + QStringLiteral(": no reply in %1 ms").arg(replyTimeOutMs());
+    case Exchange::Outcome::kNothingSent:
+      return row + ": nothing was sent: " + QString::fromStdString(last_exchange_.obstacle);
+    case Exchange::Outcome::kLineFailed:
+      return row + ": the line failed";
+  }
+  return {};
 }
 
 }  // namespace mvdirigo

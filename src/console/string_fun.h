@@ -8,11 +8,13 @@
 
 #include "console/console_screen.h"
 #include "console/recorder.h"
+#include "console/row_keys.h"
+#include "console/status_strip.h"
 #include "core/live_settings.h"
 #include "platform/platform.h"
 #include "protocol/transaction.h"
 
-class QScrollArea;
+class QMenu;
 
 namespace mvdirigo {
 
@@ -29,6 +31,7 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
     /// `anchor`; in logical pixels of the screen.
     virtual void showSettings(QPoint anchor) = 0;
     virtual void showHelp() = 0;
+    virtual void showLineTraffic() = 0;
     /// Ends every other window and, with them, the program.
     virtual void unloadAll() = 0;
   };
@@ -43,6 +46,8 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   void SetupScreen();
   void SendCommand_Click(int Index) { transaction_.SendCommand_Click(Index); }
   void LoadButton_Click(int Index);
+  /// Shows the line settings that are now chosen, if the port is closed.
+  void lineSettingsChanged();
   /// Hands the rows to the settings store.
   void saveRows();
 
@@ -64,8 +69,7 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
 
  protected:
   void closeEvent(QCloseEvent* event) override;
-  void resizeEvent(QResizeEvent* event) override;
-  bool eventFilter(QObject* watched, QEvent* event) override;
+  bool event(QEvent* event) override;
 
  private:
   void LoadSettings();
@@ -74,7 +78,15 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   void saveStrings();
   void loadStrings();
   void fitToScreen();
-  void showScrollBarsAsNeeded();
+  void connectRows();
+  void makeShortcuts();
+  void extendReplyMenu(QMenu& menu, int row);
+  void copyAllRows();
+  void clearReplies();
+  void showStripSoon();
+  void showStrip();
+  [[nodiscard]] QString lineText();
+  [[nodiscard]] QString exchangeText();
 
   std::string StringToSend(int row) const override;
   void setReceiveString(int row, const std::string& text, const Exchange& exchange) override;
@@ -82,22 +94,34 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   void startButtonTimer(int row) override;
   void enableSendCommands(bool enabled) override;
   void recordPress(int row) override { recorder_.recordPress(row); }
+  void lineChanged() override { showStripSoon(); }
 
   void setBarCaption(int button, const std::string& caption) override;
   void enableBarButton(int button, bool enabled) override;
   void pressRow(int row) override { SendCommand_Click(row); }
+  void activityChanged() override { showStripSoon(); }
 
   Platform& platform_;
   Neighbours& neighbours_;
   WindowLife life_;
-  QScrollArea* scroll_area_;
+  StatusStrip* strip_;
   ConsoleScreen* screen_;
   Transaction transaction_;
   Recorder recorder_;
+  std::unique_ptr<RowKeys> keys_;
   std::vector<std::unique_ptr<Timer>> ButtonTimer;
   int NumStrings = 0;
   /// The send button that had the keyboard focus when the buttons were disabled.
   QPushButton* focused_before_ = nullptr;
+  /// The size that the screen last asked for.
+  QSize fitted_size_;
+
+  /// What the strip tells of: the row whose command was sent last, whether its reply is still to
+  /// come, and how it came.
+  int last_row_ = -1;
+  bool waiting_ = false;
+  Exchange last_exchange_;
+  bool strip_due_ = false;
 };
 
 }  // namespace mvdirigo

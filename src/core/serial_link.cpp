@@ -23,7 +23,9 @@ SerialLink::SerialLink(Platform& platform, LiveSettingsSource settings, Listener
 
 void SerialLink::openOnDemand() {
   obstacle_.clear();
-  if (!MSComm1->PortOpen()) tryToOpen();
+  if (MSComm1->PortOpen()) return;
+  tryToOpen();
+  listener_.lineChanged();
 }
 
 // A setting that is refused leaves the port closed: a command is not to reach another unit.
@@ -50,6 +52,13 @@ void SerialLink::reset() {
   if (!MSComm1->PortOpen()) return;
   skipOnError([&] { MSComm1->Input(); });
   skipOnError([&] { MSComm1->reopen(); });
+  listener_.lineChanged();
+}
+
+void SerialLink::close() {
+  if (!MSComm1->PortOpen()) return;
+  MSComm1->setPortOpen(false);
+  listener_.lineChanged();
 }
 
 bool SerialLink::receiving() const { return !raw_reply_.empty() || MSComm1->InBufferCount() > 0; }
@@ -87,6 +96,7 @@ void SerialLink::MSComm1_OnComm() {
     }
   } catch (const std::exception&) {
     listener_.communicationsFailed();
+    listener_.lineChanged();
   }
 }
 

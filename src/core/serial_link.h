@@ -22,6 +22,8 @@ class SerialLink {
     virtual void DecodeResponse() = 0;
     /// Receiving failed, for example because the device vanished.
     virtual void communicationsFailed() = 0;
+    /// The port was opened, closed or refused.
+    virtual void lineChanged() = 0;
   };
 
   SerialLink(Platform& platform, LiveSettingsSource settings, Listener& listener);
@@ -31,15 +33,20 @@ class SerialLink {
   /// Opens the port with the live settings unless it is open. Never reports: a port that stays
   /// closed shows as a missing reply, and `obstacle` tells why.
   void openOnDemand();
-  /// Why the last `openOnDemand` left the port closed (UTF-8); empty when it did not.
+  /// Why the last `openOnDemand` left the port closed (UTF-8); empty when it did not, or after
+  /// `forgetObstacle`.
   [[nodiscard]] const std::string& obstacle() const { return obstacle_; }
+  void forgetObstacle() { obstacle_.clear(); }
   /// Empties the receive buffer of an open port, closes it and opens it again; failing steps are
   /// skipped.
   void reset();
   /// Whether characters have come in since `takeRawReply`, read or not.
   [[nodiscard]] bool receiving() const;
   [[nodiscard]] bool PortOpen() const { return MSComm1->PortOpen(); }
-  void close() { MSComm1->closeIfOpen(); }
+  /// Port number, and rate and format, of the open port, or of the last one.
+  [[nodiscard]] int CommPort() const { return MSComm1->CommPort(); }
+  [[nodiscard]] std::string Settings() const { return MSComm1->Settings(); }
+  void close();
   /// Whether the port of that number can be opened: opens it and closes it again. False while any
   /// port is held open. Leaves `port` as the port number, at 9600.
   [[nodiscard]] bool PortAvailable(int port);

@@ -18,7 +18,7 @@ constexpr int kRows = 5;
 StringFunHelp::StringFunHelp(Platform& platform, QWidget* owner)
     : QWidget(owner, Qt::Window),
       platform_(platform),
-      screen_(new ConsoleScreen(kRows, this)),
+      screen_(new ConsoleScreen(kRows, nullptr, this)),
       blink_(platform, [this](const std::string& caption) {
         setWindowTitle(QString::fromStdString(caption));
       }) {
@@ -36,12 +36,12 @@ StringFunHelp::StringFunHelp(Platform& platform, QWidget* owner)
     connect(button, &QPushButton::clicked, this,
             [this] { explainRowControl("SendCommand_Click", kHelpOnSendCommand); });
   }
-  for (const auto* fields : {&screen_->StringToSend, &screen_->ReceiveString}) {
-    for (QLineEdit* field : *fields) {
-      field->setReadOnly(true);
-      field->installEventFilter(this);
-    }
-  }
+  const auto watch = [this](QLineEdit* field) {
+    field->setReadOnly(true);
+    field->installEventFilter(this);
+  };
+  std::ranges::for_each(screen_->StringToSend, watch);
+  std::ranges::for_each(screen_->ReceiveString, watch);
 }
 
 void StringFunHelp::Form_Load() {

@@ -61,6 +61,7 @@ void Transaction::subSendToMV(const std::string& strCommand) {
   const std::string unitAddress = unitAddressOf(commandString);
   tmrReceiveTimeOut_->setEnabled(true);
   link_.openOnDemand();
+  obstacle_ = link_.obstacle();
   commandString = substituteRandom(commandString, [this] { return platform_.random(); });
   link_.forgetRawReply();
   sent_at_ms_ = platform_.eventLoop().nowMs();
@@ -78,7 +79,8 @@ void Transaction::DecodeResponse() {
       settings.DTProtocol() ? decodeDt(link_.reply()) : decodeOem(link_.reply());
   if (reply.status) status_code_ = statusCode(*reply.status);
   const char* status_text = ErrorTable[static_cast<std::size_t>(status_code_)];
-  rows_.setReceiveString(currentRow, shownReply(reply.data) + status_text, exchangeUntilNow());
+  rows_.setReceiveString(currentRow, shownReply(reply.data) + status_text,
+                         exchangeUntilNow(Exchange::Outcome::kAnswered));
   link_.keepData(reply.data);
   settings.takeReply(reply.data);
   const bool ready = reply.status && (*reply.status & kStatusReadyBit) != 0;
@@ -87,7 +89,8 @@ void Transaction::DecodeResponse() {
 }
 
 void Transaction::communicationsFailed() {
-  rows_.setReceiveString(currentRow, "Communications Error, no Movane found", exchangeUntilNow());
+  rows_.setReceiveString(currentRow, "Communications Error, no Movane found",
+                         exchangeUntilNow(Exchange::Outcome::kLineFailed));
 }
 
 void Transaction::tmrReceiveTimeOut_Timer() {
@@ -97,15 +100,17 @@ void Transaction::tmrReceiveTimeOut_Timer() {
   rows_.setReceiveString(currentRow,
                          searching ? "Auto Scan in Progress. Searching for Devices on serial bus. "
                                    : "No Movane detected. Check connections",
-                         exchangeUntilNow());
+                         exchangeUntilNow(obstacle_.empty() ? Exchange::Outcome::kNoReply
+                                                            : Exchange::Outcome::kNothingSent));
   rows_.setButtonShape(currentRow, searching ? LightColour::kYellow : LightColour::kRed);
   tmrReceiveTimeOut_->setEnabled(false);
   if (!cuts_an_answer_off) link_.reset();
   rows_.enableSendCommands(true);
 }
 
-Exchange Transaction::exchangeUntilNow() {
-  return {link_.takeRawReply(), link_.obstacle(), platform_.eventLoop().nowMs() - sent_at_ms_};
+Exchange Transaction::exchangeUntilNow(Exchange::Outcome outcome) {
+  return {outcome, status_code_, link_.takeRawReply(), obstacle_,
+          platform_.eventLoop().nowMs() - sent_at_ms_};
 }
 
 }  // namespace mvdirigo

@@ -21,6 +21,11 @@ enum class LightColour : std::uint32_t {
 
 /// How a reply, or its absence, came about.
 struct Exchange {
+  enum class Outcome : std::uint8_t { kAnswered, kNoReply, kNothingSent, kLineFailed };
+
+  Outcome outcome = Outcome::kNoReply;
+  /// That the row shows: of the last reply that had one.
+  int status_code = 0;
   /// What was received for it, frame characters included (Latin-1).
   std::string raw;
   /// Why nothing was sent (UTF-8); empty when the port was open.
@@ -46,6 +51,8 @@ class Transaction : private SerialLink::Listener {
     virtual void enableSendCommands(bool enabled) = 0;
     /// Takes the press of `row` into a running recording.
     virtual void recordPress(int row) = 0;
+    /// The port was opened, closed or refused.
+    virtual void lineChanged() = 0;
     virtual const WindowLife& life() const = 0;
   };
 
@@ -77,8 +84,9 @@ class Transaction : private SerialLink::Listener {
  private:
   void DecodeResponse() override;
   void communicationsFailed() override;
+  void lineChanged() override { rows_.lineChanged(); }
   void tmrReceiveTimeOut_Timer();
-  Exchange exchangeUntilNow();
+  Exchange exchangeUntilNow(Exchange::Outcome outcome);
 
   Platform& platform_;
   LiveSettingsSource settings_;
@@ -92,6 +100,8 @@ class Transaction : private SerialLink::Listener {
   /// Status code of the last reply that had one.
   int status_code_ = 0;
   std::int64_t sent_at_ms_ = 0;
+  /// Why nothing was sent.
+  std::string obstacle_;
 };
 
 }  // namespace mvdirigo

@@ -389,6 +389,7 @@ TEST_F(SerialPortTest, RefusesARateThatTheHardwareLacksAndKeepsTheOneItHas) {
   struct : SerialLink::Listener {
     void DecodeResponse() override {}
     void communicationsFailed() override {}
+    void lineChanged() override {}
   } nobody;
   ChosenSettings fast;
   fast.baud = "230400";

@@ -1,0 +1,91 @@
+#include "console/status_strip.h"
+
+#include <QEvent>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QVBoxLayout>
+
+#include "console/press_button.h"
+#include "console/tool_tip.h"
+
+namespace mvdirigo {
+
+/// A text as wide as it is, where there is room for it.
+class StripText : public QLineEdit {
+ public:
+  StripText(const char* name, const char* accessible_name) {
+    setObjectName(name);
+    setAccessibleName(accessible_name);
+    setReadOnly(true);
+    setFrame(false);
+    setFocusPolicy(Qt::ClickFocus);
+    setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Fixed);
+    QPalette ground;
+    ground.setColor(QPalette::Base, Qt::transparent);
+    setPalette(ground);
+  }
+
+  void show(const QString& text) {
+    if (text == this->text()) return;
+    setText(text);
+    setCursorPosition(0);
+    // The whole text, where there is no room for it; assistive tools have it anyway.
+    setToolTip(plainToolTip(text));
+    setAccessibleDescription(" ");
+    updateGeometry();
+  }
+
+  QSize sizeHint() const override {
+    constexpr int kCursorAndMargins = 8;
+    return {fontMetrics().horizontalAdvance(text()) + kCursorAndMargins,
+            QLineEdit::sizeHint().height()};
+  }
+  QSize minimumSizeHint() const override { return {0, sizeHint().height()}; }
+};
+
+StatusStrip::StatusStrip(std::function<void()> show_traffic)
+    : line_(new StripText("LineStatus", "Line status")),
+      sign_label_(new QLabel),
+      activity_(new StripText("Activity", "Activity")),
+      traffic_(new PressButton) {
+  setObjectName("StatusStrip");
+  traffic_->setObjectName("cmdTraffic");
+  traffic_->setAccessibleName("Traffic");
+  traffic_->setToolTip("Line Traffic (F12)");
+  connect(traffic_, &QPushButton::clicked, this, [show = std::move(show_traffic)] { show(); });
+  setFocusProxy(traffic_);
+
+  auto* edge = new QFrame;
+  edge->setFrameStyle(QFrame::HLine | QFrame::Sunken);
+  auto* column = new QVBoxLayout(this);
+  column->setContentsMargins(0, 0, 0, 0);
+  column->setSpacing(0);
+  column->addWidget(edge);
+  auto* row = new QHBoxLayout;
+  row->setContentsMargins(0, 0, 0, 0);
+  row->addWidget(line_);
+  row->addStretch();
+  row->addWidget(sign_label_);
+  row->addWidget(activity_);
+  row->addWidget(traffic_);
+  column->addLayout(row, 1);
+}
+
+void StatusStrip::showLine(const QString& text) { line_->show(text); }
+
+void StatusStrip::showActivity(const QString& text, Sign sign) {
+  activity_->show(text);
+  if (sign == sign_) return;
+  sign_ = sign;
+  showSign();
+}
+
+void StatusStrip::showSign() {}
+
+void StatusStrip::changeEvent(QEvent* event) {
+  QWidget::changeEvent(event);
+  if (event->type() == QEvent::PaletteChange) showSign();
+}
+
+}  // namespace mvdirigo
