@@ -21,9 +21,21 @@ Recorder::Recorder(Platform& platform, Bar& bar)
   RecordPlayTimer_->setEnabled(true);
 }
 
-void Recorder::clickRecord() { Recording_ ? stopRecording() : startRecording(); }
+void Recorder::clickRecord() {
+  if (Recording_) {
+    stopRecording();
+  } else {
+    startRecording();
+  }
+}
 
-void Recorder::clickPlayback() { Playing_ ? stopPlayback() : startPlayback(); }
+void Recorder::clickPlayback() {
+  if (Playing_) {
+    stopPlayback();
+  } else {
+    startPlayback();
+  }
+}
 
 void Recorder::clickPlayEndless() {
   if (Playing_) {
