@@ -26,7 +26,7 @@ class Recorder {
     /// Runs the click handler of a row's send button. Inside it events may be handled, a message
     /// box may wait for the user, and the bar may be clicked.
     virtual void pressRow(int row) = 0;
-    virtual const WindowLife& life() const = 0;
+    [[nodiscard]] virtual const WindowLife& life() const = 0;
   };
 
   Recorder(Platform& platform, Bar& bar);
@@ -47,16 +47,16 @@ class Recorder {
   /// as the record button would, and says so.
   void recordPress(int row);
 
-  bool Recording() const { return Recording_; }
-  bool Playing() const { return Playing_; }
-  bool PlayEndless() const { return PlayEndless_; }
+  [[nodiscard]] bool Recording() const { return Recording_; }
+  [[nodiscard]] bool Playing() const { return Playing_; }
+  [[nodiscard]] bool PlayEndless() const { return PlayEndless_; }
   /// While recording: ticks since the last press, at most 32,767. While playing: ticks left before
   /// the next step.
-  std::int16_t TickCount() const { return TickCount_; }
+  [[nodiscard]] std::int16_t TickCount() const { return TickCount_; }
   /// The row of the table to fill or to play next.
-  int StepIndex() const { return StepIndex_; }
+  [[nodiscard]] int StepIndex() const { return StepIndex_; }
 
-  RecordTable& table() { return table_; }
+  [[nodiscard]] RecordTable& table() { return table_; }
 
  private:
   void RecordPlayTimer_Timer();
