@@ -111,7 +111,8 @@ class WindowlessConsole {
     rows_.replied_at.reset();
     transaction_.ResetResponse();
     transaction_.subSendToMV(kCommand);
-    platform_.eventLoop().waitUntil([this] { return rows_.replied_at.has_value(); }, rows_.life());
+    static_cast<void>(platform_.eventLoop().waitUntil(
+        [this] { return rows_.replied_at.has_value(); }, rows_.life()));
     return *rows_.replied_at;
   }
   void reset() { transaction_.link().reset(); }
@@ -141,7 +142,8 @@ class Console {
     replied_ = false;
     pressed_ = Clock::now();
     button().click();
-    platform_.eventLoop().waitUntil([this] { return replied_; }, program_.console().life());
+    static_cast<void>(
+        platform_.eventLoop().waitUntil([this] { return replied_; }, program_.console().life()));
   }
   /// Handles what a press left to do, such as painting.
   void settle() { platform_.eventLoop().runPending(); }

@@ -68,7 +68,7 @@ void run(int argc, char** argv) {
   auto timer = platform.makeTimer([] {});
   timer->setInterval(100);
   timer->setEnabled(true);
-  platform.eventLoop().waitUntil(played, console.life());
+  static_cast<void>(platform.eventLoop().waitUntil(played, console.life()));
 
   Durations errors;
   for (std::size_t press = 1; press < kPresses; ++press) {

@@ -26,10 +26,10 @@ TEST(TextToNumber, RefusesWhatIsNoDecimalTextAndWhatTheIntegerCanNotHold) {
       {6, {"32768", "32767.5", "-32769", std::string(400, '9')}}};
   for (const auto& [fault, texts] : refused) {
     for (const auto& text : texts)
-      EXPECT_EQ(faultNumber([&] { textToInt16(text); }), fault) << text;
+      EXPECT_EQ(faultNumber([&] { return textToInt16(text); }), fault) << text;
   }
   EXPECT_EQ(textToInt32("2147483647"), 2147483647);
-  EXPECT_THROW(textToInt32("2147483648"), RuntimeError);
+  EXPECT_EQ(faultNumber([] { return textToInt32("2147483648"); }), 6);
 }
 
 TEST(LineText, CarriesEveryByteBothWays) {

@@ -59,7 +59,7 @@ TEST_F(UpdateWindow, UpdatesAUnitUndisturbedAndGivesTheLineBack) {
   update();
   ASSERT_NE(program_->update(), nullptr);
   EXPECT_EQ(status.text(), "Status: OK");
-  EXPECT_EQ(bus_.unit(0).image(), std::string(600, 'x'));
+  EXPECT_EQ(bus_->unit(0).image(), std::string(600, 'x'));
   EXPECT_EQ(dialog().size(), QSize(666, 300));
   EXPECT_TRUE(enabled("cboID") && enabled("cboBaud") && enabled("cmdLoadImage") &&
               enabled("cmdUpdate"));
@@ -108,15 +108,19 @@ TEST_F(UpdateWindow, EndsCleanlyWhenItOrTheConsoleIsClosedInAnyWait) {
   for (const int after_ms : {1, 4, 500, 5030, 5050, 6000, 10100, 10500}) {
     for (const bool whole : {false, true}) {
       openWithImage(6000);
-      after(std::chrono::milliseconds(after_ms),
-            [&] { whole ? void(console().close()) : press(dialog(), "cmdClose"); });
+      after(std::chrono::milliseconds(after_ms), [&] {
+        if (whole) {
+          console().close();
+        } else {
+          press(dialog(), "cmdClose");
+        }
+      });
       update();
       EXPECT_EQ(settings().isVisible(), !whole) << after_ms;
       EXPECT_EQ(ended_, whole);
       EXPECT_TRUE(console().PortAvailable(1)) << after_ms;
       program_.reset();
       platform_.detach(1);
-      bus_ = SimulatedBus({UnitOptions{}});
     }
   }
 }

@@ -127,7 +127,7 @@ void LineFaults::damage(const LineFault& fault, Outcome& outcome) {
       outcome.noise = fault.amount;
       break;
     case FaultKind::kVanish:
-      outcome.device_vanishes |= fault.piece != 0;
+      if (fault.piece != 0) outcome.device_vanishes = true;
       break;
     case FaultKind::kRefusePiece:
     case FaultKind::kOtherRateGarbage:

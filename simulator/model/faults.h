@@ -65,14 +65,14 @@ class LineFaults {
     long noise = 0;
     bool device_vanishes = false;
   };
-  Outcome apply(std::string bytes, int piece);
+  [[nodiscard]] Outcome apply(std::string bytes, int piece);
 
   /// The number of the error with which a piece is refused, if it is.
   [[nodiscard]] std::optional<long> refusal(int piece) const;
   /// Whether the device vanishes when the host has sent so many bytes.
   [[nodiscard]] bool vanishesAt(long host_bytes) const;
   [[nodiscard]] bool garbageAtOtherRates() const;
-  char noise() { return static_cast<char>(0x80 | (random_() & 0x7F)); }
+  [[nodiscard]] char noise() { return static_cast<char>(0x80 | (random_() & 0x7F)); }
 
  private:
   void damage(const LineFault& fault, Outcome& outcome);

@@ -80,7 +80,8 @@ ReplyCode Motion::parse(std::string_view text, std::vector<Step>& program) {
       text.remove_prefix(static_cast<std::size_t>(number.ptr - text.data()));
     }
     if (letter == 'g') ++open_loops;
-    if (letter == 'G' && --open_loops < 0) return ReplyCode::kInvalidOperand;
+    if (letter == 'G') --open_loops;
+    if (open_loops < 0) return ReplyCode::kInvalidOperand;
     program.push_back({letter, operand});
   }
   const bool fits = open_loops == 0 && program.size() <= kLongestProgram;
@@ -167,7 +168,9 @@ void Motion::finish(const Step& step) {
     loops_.push_back({next_step_, 0});
   } else if (step.letter == 'G') {
     Loop& loop = loops_.back();
-    if (step.operand == 0 || ++loop.rounds_done < step.operand) {
+    ++loop.rounds_done;
+    const bool endless = step.operand == 0;
+    if (endless || loop.rounds_done < step.operand) {
       next_step_ = loop.first_step;
     } else {
       loops_.pop_back();

@@ -17,12 +17,12 @@ enum class ReplyCode { kNoError = 0, kInvalidCommand = 2, kInvalidOperand = 3, k
 class Motion {
  public:
   /// Takes a program such as "gA1000M500A0M500G5R": loaded at once, and run if it ends in "R".
-  ReplyCode command(std::string_view text, SimTime now);
+  [[nodiscard]] ReplyCode command(std::string_view text, SimTime now);
   void terminate(SimTime now);
-  bool busy(SimTime now);
+  [[nodiscard]] bool busy(SimTime now);
 
   /// The value of query "?0" to "?11"; none beyond.
-  std::optional<long> query(long index, SimTime now);
+  [[nodiscard]] std::optional<long> query(long index, SimTime now);
 
  private:
   struct Step {
@@ -34,7 +34,7 @@ class Motion {
     long rounds_done;
   };
 
-  static ReplyCode parse(std::string_view text, std::vector<Step>& program);
+  [[nodiscard]] static ReplyCode parse(std::string_view text, std::vector<Step>& program);
   void advance(SimTime now);
   long target(const Step& step) const;
   SimTime duration(const Step& step) const;

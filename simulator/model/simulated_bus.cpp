@@ -11,7 +11,8 @@ SimulatedBus::SimulatedBus(const std::vector<UnitOptions>& units, const BusOptio
 
 void SimulatedBus::receive(char byte, int host_baud, SimTime now) {
   if (vanished_) return;
-  if (faults_.vanishesAt(++host_bytes_)) {
+  ++host_bytes_;
+  if (faults_.vanishesAt(host_bytes_)) {
     vanished_ = true;
     to_host_.clear();
     return;

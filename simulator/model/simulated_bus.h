@@ -24,10 +24,12 @@ class SimulatedBus : public SimulatedLine {
  public:
   /// Without units the line is silent.
   explicit SimulatedBus(const std::vector<UnitOptions>& units, const BusOptions& options = {});
+  SimulatedBus(const SimulatedBus&) = delete;
+  SimulatedBus& operator=(const SimulatedBus&) = delete;
 
   void receive(char byte, int host_baud, SimTime now) override;
   [[nodiscard]] std::optional<SimTime> nextEvent() const override;
-  std::string advance(SimTime now, int host_baud) override;
+  [[nodiscard]] std::string advance(SimTime now, int host_baud) override;
   [[nodiscard]] bool vanished() const override { return vanished_; }
 
   /// Brings a vanished device back, with its units as they were.

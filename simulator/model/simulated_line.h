@@ -20,7 +20,7 @@ class SimulatedLine {
   [[nodiscard]] virtual std::optional<SimTime> nextEvent() const = 0;
 
   /// Lets happen what is due until `now`, and returns the bytes that the host has heard of it.
-  virtual std::string advance(SimTime now, int host_baud) = 0;
+  [[nodiscard]] virtual std::string advance(SimTime now, int host_baud) = 0;
 
   /// Whether the device that the host talks through is gone from the machine.
   [[nodiscard]] virtual bool vanished() const { return false; }

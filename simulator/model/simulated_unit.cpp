@@ -107,7 +107,7 @@ std::optional<std::string> SimulatedUnit::receiveDt(char byte, SimTime now) {
 std::optional<std::string> SimulatedUnit::receiveOem(char byte, SimTime now) {
   if (oem_state_ == OemState::kChecksum) {
     oem_state_ = OemState::kHunting;
-    const bool good = byte == (checksumOf(oem_frame_) ^ kStx ^ kEtx);
+    const bool good = byte == checksumOf(kStx + oem_frame_ + kEtx);
     return good ? answerOem(oem_frame_, now) : std::nullopt;
   }
   if (byte == kStx) {

@@ -50,7 +50,7 @@ class SimulatedUnit {
       : options_(std::move(options)), baud_(options_.baud) {}
 
   /// One byte from the host at this unit's rate.
-  std::optional<Answer> receive(char byte, SimTime now, const LineFaults& faults);
+  [[nodiscard]] std::optional<Answer> receive(char byte, SimTime now, const LineFaults& faults);
 
   /// The end of the update, which silence brings: a unit does not know how long the image is.
   [[nodiscard]] std::optional<SimTime> nextEvent() const;

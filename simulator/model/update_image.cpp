@@ -1,9 +1,8 @@
 #include "simulator/model/update_image.h"
 
 #include <algorithm>
-#include <cctype>
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
 
 namespace mvdirigo {
 namespace {
@@ -11,11 +10,12 @@ namespace {
 constexpr std::size_t kHeaderBytes = 5;
 constexpr std::size_t kPieceBytes = 6;
 
-long hexValue(std::string_view file, std::size_t at) {
-  const std::string digit = at < file.size() ? std::string(1, file[at]) : " ";
-  return std::isxdigit(static_cast<unsigned char>(digit[0]))
-             ? std::strtol(digit.c_str(), nullptr, 16)
-             : 0;
+/// Of the hexadecimal digit at that place; 0 when there is none.
+int hexValue(std::string_view file, std::size_t at) {
+  const std::string_view digit = file.substr(std::min(at, file.size()), 1);
+  int value = 0;
+  std::from_chars(digit.data(), digit.data() + digit.size(), value, 16);
+  return value;
 }
 
 }  // namespace
@@ -25,8 +25,9 @@ std::string imageOfUpdateFile(std::string_view file) {
   std::string image;
   // A piece that would hold nothing but the file's last byte is not sent.
   for (std::size_t at = has_header ? kHeaderBytes : 0; at + 1 < file.size(); at += kPieceBytes) {
-    image += file.substr(at, kPieceBytes);
-    image.resize(image.size() + kPieceBytes - std::min(kPieceBytes, file.size() - at), ' ');
+    std::string piece(file.substr(at, kPieceBytes));
+    piece.resize(kPieceBytes, ' ');
+    image += piece;
   }
   return image;
 }

@@ -41,19 +41,17 @@ std::string slavePath(int master) {
 
 }  // namespace
 
-Pty::Descriptor::~Descriptor() { close(number); }
-
 Pty::Pty()
     : master_(openMaster()),
       path_(slavePath(fd())),
       slave_(check(open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), path_.c_str())),
       closings_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-  inotify_add_watch(closings_.number, path_.c_str(), IN_CLOSE);
+  inotify_add_watch(closings_.number(), path_.c_str(), IN_CLOSE);
   termios settings{};
-  check(tcgetattr(slave_.number, &settings), path_.c_str());
+  check(tcgetattr(slave_.number(), &settings), path_.c_str());
   cfmakeraw(&settings);
   cfsetspeed(&settings, B9600);
-  check(tcsetattr(slave_.number, TCSANOW, &settings), path_.c_str());
+  check(tcsetattr(slave_.number(), TCSANOW, &settings), path_.c_str());
 }
 
 int Pty::hostBaud() const {
@@ -78,16 +76,16 @@ std::size_t Pty::write(const std::string& bytes) {
 
 void Pty::forgetClosings() {
   char events[4096];
-  while (::read(closings_.number, events, sizeof events) > 0) continue;
+  while (::read(closings_.number(), events, sizeof events) > 0) continue;
 }
 
 void Pty::endAbandonedUse() {
   int exclusive = 0;
   // The lock is tried only where the flag turns hosts away anyway: none finds it taken.
-  if (ioctl(slave_.number, TIOCGEXCL, &exclusive) != 0 || exclusive == 0) return;
-  if (flock(slave_.number, LOCK_EX | LOCK_NB) != 0) return;
-  flock(slave_.number, LOCK_UN);
-  ioctl(slave_.number, TIOCNXCL);
+  if (ioctl(slave_.number(), TIOCGEXCL, &exclusive) != 0 || exclusive == 0) return;
+  if (flock(slave_.number(), LOCK_EX | LOCK_NB) != 0) return;
+  flock(slave_.number(), LOCK_UN);
+  ioctl(slave_.number(), TIOCNXCL);
 }
 
 }  // namespace mvdirigo

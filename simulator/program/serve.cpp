@@ -15,6 +15,8 @@
 #include <optional>
 #include <system_error>
 
+#include "platform/descriptor.h"
+
 extern char** environ;
 
 namespace mvdirigo {
@@ -23,34 +25,37 @@ namespace {
 constexpr int kNotStarted = 127;
 constexpr int kEndedBySignal = 128;
 
+sigset_t servedSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&set, signal);
+  return set;
+}
+
 /// The signals that end the program, and that of an ended command, as something to poll.
 class Signals {
  public:
   Signals() {
-    sigemptyset(&set_);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&set_, signal);
+    if (!descriptor_.isOpen()) {
+      throw std::system_error(errno, std::generic_category(), "signalfd");
+    }
     sigprocmask(SIG_BLOCK, &set_, &before_);
-    fd_ = signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK);
-    if (fd_ < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
   }
-  ~Signals() { close(fd_); }
-  Signals(const Signals&) = delete;
-  Signals& operator=(const Signals&) = delete;
 
-  int fd() const { return fd_; }
+  int fd() const { return descriptor_.number(); }
   /// What a command shall start with.
   const sigset_t& maskBefore() const { return before_; }
 
   /// The next signal that came; 0 when none did.
   int next() const {
     signalfd_siginfo info{};
-    return read(fd_, &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
+    return read(fd(), &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
   }
 
  private:
-  sigset_t set_{};
+  sigset_t set_ = servedSignals();
   sigset_t before_{};
-  int fd_ = -1;
+  Descriptor descriptor_{signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK)};
 };
 
 /// Returns 0 when the command can't be started.
@@ -102,10 +107,12 @@ void sleep(std::list<PtyPort>& ports, const Signals& signals) {
     wait = {seconds.count(), (left - seconds).count()};
   }
   if (ppoll(polled.data(), polled.size(), next ? &wait : nullptr, nullptr) <= 0) return;
-  auto answer = polled.begin();
+  // Behind the signals, each port has two entries.
+  std::size_t input = 1;
   for (PtyPort& port : ports) {
-    if ((++answer)->revents != 0) port.readable(realTime());
-    if ((++answer)->revents != 0) port.closed(realTime());
+    if (polled[input].revents != 0) port.readable(realTime());
+    if (polled[input + 1].revents != 0) port.closed(realTime());
+    input += 2;
   }
 }
 

@@ -14,6 +14,6 @@ namespace mvdirigo {
 /// Serves the ports until `command` ends, which it starts, or without one until a signal asks it to
 /// end. A signal is passed on to the command. Returns the command's exit code, 128 and the number
 /// of the signal that ended it, 127 when it could not be started, or 0.
-int serve(std::list<PtyPort>& ports, const std::vector<std::string>& command);
+[[nodiscard]] int serve(std::list<PtyPort>& ports, const std::vector<std::string>& command);
 
 }  // namespace mvdirigo

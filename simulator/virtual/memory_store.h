@@ -24,8 +24,13 @@ class MemoryStore : public SettingsStore {
     std::string value;
   };
 
-  std::string get(const std::string& application, const std::string& section,
-                  const std::string& key, const std::string& default_value) override {
+  MemoryStore() = default;
+  /// A copy would learn of no save.
+  MemoryStore(const MemoryStore&) = delete;
+  MemoryStore& operator=(const MemoryStore&) = delete;
+
+  [[nodiscard]] std::string get(const std::string& application, const std::string& section,
+                                const std::string& key, const std::string& default_value) override {
     const auto found = values.find({application, section, key});
     return found == values.end() ? default_value : found->second;
   }

@@ -16,6 +16,9 @@ class ScriptedDialogs : public Dialogs {
  public:
   using Action = std::function<void()>;
 
+  /// Takes over a new script. There are no copies: one would be asked for nothing.
+  ScriptedDialogs& operator=(ScriptedDialogs&&) = default;
+
   /// `while_open` runs while the box stands on the screen, before it is answered.
   void expectBox(std::string text, int style, BoxButton answer = BoxButton::kOk,
                  Action while_open = {});
@@ -31,8 +34,8 @@ class ScriptedDialogs : public Dialogs {
   [[nodiscard]] std::vector<std::string> problems() const;
 
   BoxButton messageBox(const std::string& text, int style) override;
-  std::string openFile(const FileRequest& request) override;
-  std::string saveFile(const FileRequest& request) override;
+  [[nodiscard]] std::string openFile(const FileRequest& request) override;
+  [[nodiscard]] std::string saveFile(const FileRequest& request) override;
 
  private:
   enum class Kind { kBox, kOpenFile, kSaveFile };

@@ -19,9 +19,9 @@ class VirtualTimer : public Timer {
   VirtualTimer(const VirtualTimer&) = delete;
   VirtualTimer& operator=(const VirtualTimer&) = delete;
 
-  int Interval() const override { return interval_ms_; }
+  [[nodiscard]] int Interval() const override { return interval_ms_; }
   void setInterval(int interval_ms) override;
-  bool Enabled() const override { return enabled_; }
+  [[nodiscard]] bool Enabled() const override { return enabled_; }
   void setEnabled(bool enabled) override;
 
  private:

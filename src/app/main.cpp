@@ -23,6 +23,8 @@ class SaveAtExit {
     });
   }
   ~SaveAtExit() { action_ = nullptr; }
+  SaveAtExit(const SaveAtExit&) = delete;
+  SaveAtExit& operator=(const SaveAtExit&) = delete;
 
  private:
   static inline std::function<void()> action_;

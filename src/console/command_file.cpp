@@ -24,7 +24,7 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 class OutputFile {
  public:
-  /// Creates or empties the file, without ever waiting, as a pipe without another end would.
+  /// Creates or empties the file, without ever waiting, not even for a pipe's other end.
   explicit OutputFile(const std::string& path)
       : descriptor_(::open(
             path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666)) {
@@ -60,6 +60,9 @@ class FieldReader {
     fill();
     if (unread_.starts_with(kByteOrderMark)) unread_.remove_prefix(kByteOrderMark.size());
   }
+  /// A copy would read from the buffer of this one.
+  FieldReader(const FieldReader&) = delete;
+  FieldReader& operator=(const FieldReader&) = delete;
 
   std::string next() {
     if (peek() == kEnd && !after_comma_) throw RuntimeError(Fault::kInputPastEndOfFile);

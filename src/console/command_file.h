@@ -38,9 +38,9 @@ void readCommandFile(const std::string& path,
                      RecordTable& table);
 
 /// What the user is told when writing or reading `path` failed.
-std::string commandFileWriteError(const std::string& path);
-std::string commandFileReadError(const std::string& path);
+[[nodiscard]] std::string commandFileWriteError(const std::string& path);
+[[nodiscard]] std::string commandFileReadError(const std::string& path);
 /// The console's title after `path` was read.
-std::string commandFileTitle(const std::string& path);
+[[nodiscard]] std::string commandFileTitle(const std::string& path);
 
 }  // namespace mvdirigo

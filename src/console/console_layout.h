@@ -25,21 +25,21 @@ class ConsoleLayout {
  public:
   explicit ConsoleLayout(const LayoutMetrics& metrics) : metrics_(metrics) {}
 
-  TwipsRect sendCommand(int row) const;
-  TwipsRect buttonShape(int row) const;
-  TwipsRect stringToSend(int row) const;
-  TwipsRect receiveString(int row) const;
+  [[nodiscard]] TwipsRect sendCommand(int row) const;
+  [[nodiscard]] TwipsRect buttonShape(int row) const;
+  [[nodiscard]] TwipsRect stringToSend(int row) const;
+  [[nodiscard]] TwipsRect receiveString(int row) const;
   /// The frame around `rows` rows.
-  TwipsRect frame(int rows) const;
+  [[nodiscard]] TwipsRect frame(int rows) const;
   /// Two columns of four above the rows: 0 to 3 at the left, 4 to 7 at the right, the lowest first.
-  TwipsRect loadButton(int index) const;
-  TwipsRect logo() const;
+  [[nodiscard]] TwipsRect loadButton(int index) const;
+  [[nodiscard]] TwipsRect logo() const;
   /// What stands still above the rows, and below `rows` rows.
-  TwipsRect head() const;
-  TwipsRect foot(int rows) const;
-  float windowWidth() const;
+  [[nodiscard]] TwipsRect head() const;
+  [[nodiscard]] TwipsRect foot(int rows) const;
+  [[nodiscard]] float windowWidth() const;
   /// Height of a window whose last row is `last_row`: to two button heights under that row.
-  float windowHeight(int last_row) const;
+  [[nodiscard]] float windowHeight(int last_row) const;
 
  private:
   float pitch() const { return metrics_.button_height + metrics_.button_height / 4; }

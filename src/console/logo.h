@@ -10,7 +10,7 @@ class Logo : public QWidget {
   explicit Logo(QWidget* parent);
 
   /// Width in logical pixels that shows the mark without cutting it.
-  int preferredWidth() const;
+  [[nodiscard]] int preferredWidth() const;
 
  protected:
   void paintEvent(QPaintEvent* event) override;

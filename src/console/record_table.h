@@ -11,16 +11,16 @@ class Cell {
  public:
   /// A cell that was never set.
   Cell() = default;
-  static Cell ofNumber(std::int16_t number);
-  static Cell ofText(std::string text);
+  [[nodiscard]] static Cell ofNumber(std::int16_t number);
+  [[nodiscard]] static Cell ofText(std::string text);
 
   /// Empty for a cell that was never set, decimal digits for a number.
-  const std::string& text() const { return text_; }
+  [[nodiscard]] const std::string& text() const { return text_; }
   /// The cell as a 16-bit number, 0 when it was never set. Throws `kTypeMismatch` for text that is
   /// no number, empty text included, and `kOverflow` outside the range.
-  std::int16_t number() const;
+  [[nodiscard]] std::int16_t number() const;
   /// Whether a command file holds the text in quotes.
-  bool quoted() const { return form_ == Form::kText; }
+  [[nodiscard]] bool quoted() const { return form_ == Form::kText; }
 
  private:
   enum class Form : std::uint8_t { kNeverSet, kNumber, kText };
@@ -39,8 +39,8 @@ class RecordTable {
   static constexpr int kPresses = 500;
 
   /// Cells of the rows past `kPresses` count as never set, so a full table ends like any other.
-  const Cell& button(int row) const { return at(row).button; }
-  const Cell& delay(int row) const { return at(row).delay; }
+  [[nodiscard]] const Cell& button(int row) const { return at(row).button; }
+  [[nodiscard]] const Cell& delay(int row) const { return at(row).delay; }
 
   /// Rows 0 to `kPresses`, the last one for the end entry of a full recording.
   void setButton(int row, Cell cell);

@@ -28,7 +28,7 @@ class Recorder {
     virtual void pressRow(int row) = 0;
     /// A recording or playback began, ended, or got on by a press.
     virtual void activityChanged() = 0;
-    virtual const WindowLife& life() const = 0;
+    [[nodiscard]] virtual const WindowLife& life() const = 0;
   };
 
   Recorder(Platform& platform, Bar& bar);
@@ -49,21 +49,21 @@ class Recorder {
   /// as the record button would, and says so.
   void recordPress(int row);
 
-  bool Recording() const { return Recording_; }
-  bool Playing() const { return Playing_; }
-  bool PlayEndless() const { return PlayEndless_; }
+  [[nodiscard]] bool Recording() const { return Recording_; }
+  [[nodiscard]] bool Playing() const { return Playing_; }
+  [[nodiscard]] bool PlayEndless() const { return PlayEndless_; }
   /// While recording: ticks since the last press, at most 32,767. While playing: ticks left before
   /// the next step.
-  std::int16_t TickCount() const { return TickCount_; }
+  [[nodiscard]] std::int16_t TickCount() const { return TickCount_; }
   /// The row of the table to fill or to play next.
-  int StepIndex() const { return StepIndex_; }
+  [[nodiscard]] int StepIndex() const { return StepIndex_; }
 
   /// Presses recorded so far, or played in this round.
-  int presses() const { return presses_; }
+  [[nodiscard]] int presses() const { return presses_; }
   /// Presses of a whole round of the playback.
-  int pressesOfAll() const { return presses_of_all_; }
+  [[nodiscard]] int pressesOfAll() const { return presses_of_all_; }
 
-  RecordTable& table() { return table_; }
+  [[nodiscard]] RecordTable& table() { return table_; }
 
  private:
   void RecordPlayTimer_Timer();

@@ -12,7 +12,7 @@ class StatusLight : public QWidget {
   explicit StatusLight(QWidget* parent);
 
   void setFillColor(LightColour colour);
-  LightColour fillColor() const { return colour_; }
+  [[nodiscard]] LightColour fillColor() const { return colour_; }
 
  protected:
   void paintEvent(QPaintEvent* event) override;

@@ -7,7 +7,7 @@ class QWidget;
 namespace mvdirigo {
 
 /// `text` as a tool tip that shows it letter by letter, even where it looks like markup.
-QString plainToolTip(const QString& text);
+[[nodiscard]] QString plainToolTip(const QString& text);
 
 /// Gives `widget` the tool tip `text`, letter by letter, and assistive tools the same words.
 void setPlainToolTip(QWidget& widget, const QString& text);

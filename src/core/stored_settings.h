@@ -30,7 +30,7 @@ inline constexpr StoredSetting kRCVTimeout{"RCVTimeout", "1000"};
 inline constexpr StoredSetting kFirstTimeStartup{"FirstTimeStartup", ""};
 }  // namespace stored
 
-std::string readSetting(SettingsStore& store, const StoredSetting& setting);
+[[nodiscard]] std::string readSetting(SettingsStore& store, const StoredSetting& setting);
 void writeSetting(SettingsStore& store, const StoredSetting& setting, const std::string& value);
 
 /// Reads the rows 0 to 25 in order; a row that was never saved has its built-in default.

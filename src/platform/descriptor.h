@@ -12,14 +12,17 @@ class Descriptor {
   explicit Descriptor(int number = -1) : number_(number) {}
   Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
   Descriptor& operator=(Descriptor&&) = delete;
-  ~Descriptor() { close(); }
+  ~Descriptor() { static_cast<void>(close()); }
 
   [[nodiscard]] bool isOpen() const { return number_ >= 0; }
   [[nodiscard]] int number() const { return number_; }
 
   /// Closes the descriptor if there is one. Returns what the system's close did: 0, or -1 with
   /// `errno` set; the descriptor is gone either way.
-  int close() { return isOpen() ? ::close(std::exchange(number_, -1)) : 0; }
+  [[nodiscard]] int close() {
+    if (!isOpen()) return 0;
+    return ::close(std::exchange(number_, -1));
+  }
 
  private:
   int number_;

@@ -38,8 +38,8 @@ class Dialogs {
   /// other means counts as its Cancel, its No, or its only button.
   virtual BoxButton messageBox(const std::string& text, int style = box::kOkOnly) = 0;
 
-  virtual std::string openFile(const FileRequest& request) = 0;
-  virtual std::string saveFile(const FileRequest& request) = 0;
+  [[nodiscard]] virtual std::string openFile(const FileRequest& request) = 0;
+  [[nodiscard]] virtual std::string saveFile(const FileRequest& request) = 0;
 };
 
 }  // namespace mvdirigo

@@ -33,10 +33,11 @@ class EventLoop {
 
   /// Handles events, sleeping while there are none, until `done()` holds or `waiter` is leaving.
   /// After `kWindowGone` the caller returns at once and touches nothing of its window.
-  virtual WaitResult waitUntil(const std::function<bool()>& done, const WindowLife& waiter) = 0;
+  [[nodiscard]] virtual WaitResult waitUntil(const std::function<bool()>& done,
+                                             const WindowLife& waiter) = 0;
 
   /// Monotonic time in milliseconds, of no particular origin.
-  virtual std::int64_t nowMs() const = 0;
+  [[nodiscard]] virtual std::int64_t nowMs() const = 0;
 };
 
 }  // namespace mvdirigo

@@ -12,7 +12,7 @@ namespace mvdirigo {
 /// A regular file, open for reading. Every call throws `RuntimeError` with the fault that fits.
 class InputFile {
  public:
-  /// Opens without ever waiting, as a pipe without another end would. What is no regular file is
+  /// Opens without ever waiting, not even for a pipe's other end. What is no regular file is
   /// refused.
   explicit InputFile(const std::string& path);
 
@@ -20,7 +20,7 @@ class InputFile {
   [[nodiscard]] std::size_t size() const;
 
   /// Reads into `buffer` from `offset` on. Returns the bytes read, 0 at the end of the file.
-  std::size_t readAt(std::int64_t offset, std::span<char> buffer) const;
+  [[nodiscard]] std::size_t readAt(std::int64_t offset, std::span<char> buffer) const;
 
   /// The first `length` bytes. Throws `kInputPastEndOfFile` when there are fewer.
   [[nodiscard]] std::string start(std::size_t length) const;

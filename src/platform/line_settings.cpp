@@ -7,11 +7,27 @@
 namespace mvdirigo {
 namespace {
 
-/// The index of `character` in `allowed`; throws when it isn't there.
-std::size_t indexIn(std::string_view allowed, char character) {
-  const auto index = allowed.find(character);
-  if (index == std::string_view::npos) throw RuntimeError(Fault::kInvalidPropertyValue);
-  return index;
+char parityOf(char letter) {
+  switch (letter) {
+    case 'N':
+    case 'n':
+      return 'N';
+    case 'E':
+    case 'e':
+      return 'E';
+    case 'O':
+    case 'o':
+      return 'O';
+    default:
+      throw RuntimeError(Fault::kInvalidPropertyValue);
+  }
+}
+
+/// The number that `digit` stands for; throws when it isn't one from `least` to `most`.
+int numberOf(char digit, int least, int most) {
+  const int number = digit - '0';
+  if (number < least || number > most) throw RuntimeError(Fault::kInvalidPropertyValue);
+  return number;
 }
 
 }  // namespace
@@ -27,9 +43,9 @@ LineSettings parseLineSettings(std::string_view settings) {
   if (format.size() != 6 || format[0] != ',' || format[2] != ',' || format[4] != ',') {
     throw RuntimeError(Fault::kInvalidPropertyValue);
   }
-  line.parity = "NEONEO"[indexIn("NEOneo", format[1])];
-  line.data_bits = 5 + static_cast<int>(indexIn("5678", format[3]));
-  line.stop_bits = 1 + static_cast<int>(indexIn("12", format[5]));
+  line.parity = parityOf(format[1]);
+  line.data_bits = numberOf(format[3], 5, 8);
+  line.stop_bits = numberOf(format[5], 1, 2);
   return line;
 }
 

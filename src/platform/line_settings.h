@@ -15,6 +15,6 @@ struct LineSettings {
 
 /// Reads "9600", which means 9600,N,8,1, or "rate,parity,data,stop" as `SerialPort::Settings` takes
 /// it, letter case of the parity ignored. Throws `kInvalidPropertyValue` for anything else.
-LineSettings parseLineSettings(std::string_view settings);
+[[nodiscard]] LineSettings parseLineSettings(std::string_view settings);
 
 }  // namespace mvdirigo

@@ -33,20 +33,20 @@ class RuntimeError : public std::runtime_error {
  public:
   explicit RuntimeError(Fault fault);
 
-  Fault fault() const { return fault_; }
-  int number() const { return static_cast<int>(fault_); }
-  std::string description() const { return what(); }
+  [[nodiscard]] Fault fault() const { return fault_; }
+  [[nodiscard]] int number() const { return static_cast<int>(fault_); }
+  [[nodiscard]] std::string description() const { return what(); }
 
  private:
   Fault fault_;
 };
 
 /// The fault that fits an `errno` value of a file operation.
-Fault fileFault(int error_number);
+[[nodiscard]] Fault fileFault(int error_number);
 
 /// The text of the error report of `procedure`: its name, "() Error #: ", the number, " :: " and
 /// the description.
-std::string errorReport(const std::string& procedure, const RuntimeError& error);
+[[nodiscard]] std::string errorReport(const std::string& procedure, const RuntimeError& error);
 
 /// Runs one step of a procedure that skips its failing steps and goes on with the next.
 /// Returns whether the step succeeded.

@@ -22,18 +22,18 @@ class SerialPort {
 
   /// The port number, 1 to 16. Setting throws `kNotValidWhilePortOpen` while open and
   /// `kInvalidPortNumber` outside 1 to 16.
-  virtual int CommPort() const = 0;
+  [[nodiscard]] virtual int CommPort() const = 0;
   virtual void setCommPort(int port) = 0;
 
   /// "9600" or "9600,N,8,1": rate in bit/s, parity N, E or O, 5 to 8 data bits, 1 or 2 stop bits.
   /// Setting throws `kInvalidPropertyValue` for anything else; while open it applies at once.
-  virtual std::string Settings() const = 0;
+  [[nodiscard]] virtual std::string Settings() const = 0;
   virtual void setSettings(const std::string& settings) = 0;
 
   /// Opening throws `kPortAlreadyOpen` when this control or another program holds the port,
   /// `kInvalidPortNumber` when there is no such device, `kPermissionDenied`, or `kDeviceIo`.
   /// Closing throws `kDeviceNotOpen` when closed. Closing discards what was received and not read.
-  virtual bool PortOpen() const = 0;
+  [[nodiscard]] virtual bool PortOpen() const = 0;
   virtual void setPortOpen(bool open) = 0;
   void closeIfOpen() {
     if (PortOpen()) setPortOpen(false);
@@ -45,11 +45,11 @@ class SerialPort {
   virtual void reopen() = 0;
 
   /// Characters received before an `OnComm`: 0 for no events, 1 for one a character.
-  virtual int RThreshold() const = 0;
+  [[nodiscard]] virtual int RThreshold() const = 0;
   virtual void setRThreshold(int characters) = 0;
 
   /// Characters that one read of `Input` returns at the most; 0 for all that were received.
-  virtual int InputLen() const = 0;
+  [[nodiscard]] virtual int InputLen() const = 0;
   virtual void setInputLen(int characters) = 0;
 
   /// Takes received characters, up to `InputLen`; empty when none wait.
@@ -61,9 +61,9 @@ class SerialPort {
   virtual void Output(const std::string& bytes) = 0;
 
   /// Received characters not yet read.
-  virtual int InBufferCount() const = 0;
+  [[nodiscard]] virtual int InBufferCount() const = 0;
   /// Bytes not yet on the line: those in the program and those in the system's queue.
-  virtual int OutBufferCount() const = 0;
+  [[nodiscard]] virtual int OutBufferCount() const = 0;
 };
 
 }  // namespace mvdirigo

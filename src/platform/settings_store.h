@@ -9,8 +9,9 @@ class SettingsStore {
  public:
   virtual ~SettingsStore() = default;
 
-  virtual std::string get(const std::string& application, const std::string& section,
-                          const std::string& key, const std::string& default_value) = 0;
+  [[nodiscard]] virtual std::string get(const std::string& application, const std::string& section,
+                                        const std::string& key,
+                                        const std::string& default_value) = 0;
   /// Saves for good or, when the store can't be written, not at all and without a report.
   virtual void save(const std::string& application, const std::string& section,
                     const std::string& key, const std::string& value) = 0;

@@ -36,7 +36,7 @@ namespace mvdirigo {
 /// blanks around it allowed. Throws `kTypeMismatch` for anything else.
 double textToNumber(std::string_view text);
 /// The same, rounded with halves to the even neighbour. Throws `kOverflow` outside the range.
-std::int16_t textToInt16(std::string_view text);
-std::int32_t textToInt32(std::string_view text);
+[[nodiscard]] std::int16_t textToInt16(std::string_view text);
+[[nodiscard]] std::int32_t textToInt32(std::string_view text);
 
 }  // namespace mvdirigo

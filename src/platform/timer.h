@@ -13,11 +13,11 @@ class Timer {
   virtual ~Timer() = default;
 
   /// Milliseconds between ticks. With 0 or less the timer never ticks.
-  virtual int Interval() const = 0;
+  [[nodiscard]] virtual int Interval() const = 0;
   /// A new interval starts the countdown afresh; setting the present one changes nothing.
   virtual void setInterval(int interval_ms) = 0;
 
-  virtual bool Enabled() const = 0;
+  [[nodiscard]] virtual bool Enabled() const = 0;
   /// Enabling an enabled timer changes nothing: its countdown runs on.
   virtual void setEnabled(bool enabled) = 0;
 };

@@ -21,12 +21,12 @@ struct DecodedReply {
 
 /// A DT reply up to its carriage return: one leading character, "/0", status, data, ETX. The status
 /// follows the first "0"; the data start at position 5.
-DecodedReply decodeDt(std::string_view reply);
+[[nodiscard]] DecodedReply decodeDt(std::string_view reply);
 
 /// An OEM reply without STX and checksum: "0", status, data, ETX.
-DecodedReply decodeOem(std::string_view reply);
+[[nodiscard]] DecodedReply decodeOem(std::string_view reply);
 
 /// The status code, 0 to 15: the low four bits of the status character.
-inline int statusCode(char status) { return status & 0x0F; }
+[[nodiscard]] inline int statusCode(char status) { return status & 0x0F; }
 
 }  // namespace mvdirigo

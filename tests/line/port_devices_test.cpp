@@ -161,7 +161,7 @@ TEST_F(PortDevicesTest, LeavesALockFileAloneThatAnotherProgramIsReplacing) {
 
 TEST_F(PortDevicesTest, NamesALockFileThatCanNotBeWritten) {
   PortDevices devices({folder_.path, "/sys"});
-  EXPECT_EQ(faultNumber([&] { devices.take(5, {}); }), 70);
+  EXPECT_EQ(faultNumber([&] { return devices.take(5, {}); }), 70);
   EXPECT_EQ(devices.describe(5).obstacle.find("Its lock file /sys/LCK..pts_"), 0U);
 }
 

@@ -14,7 +14,8 @@ inline bool runUntil(Platform& platform, const std::function<bool()>& done, int 
   const auto clock = platform.makeTimer([&] { --looks; });
   clock->setInterval(look_ms);
   clock->setEnabled(true);
-  platform.eventLoop().waitUntil([&] { return done() || looks <= 0; }, WindowLife());
+  static_cast<void>(
+      platform.eventLoop().waitUntil([&] { return done() || looks <= 0; }, WindowLife()));
   return looks > 0;
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include <QTest>
 #include <QtWidgets>
@@ -33,7 +35,8 @@ class WindowTest : public VirtualTest {
     program_->start();
   }
   void startWithUnit() {
-    platform_.attach(1, bus_);
+    bus_.emplace(std::vector<UnitOptions>(1));
+    platform_.attach(1, *bus_);
     start();
   }
 
@@ -101,7 +104,8 @@ class WindowTest : public VirtualTest {
   const std::string kVersionReply = "Movane Stepper v7.02 No Error";
   const std::string kSilent = "No Movane detected. Check connections";
 
-  SimulatedBus bus_{{UnitOptions{}}};
+  /// Behind port 1, once `startWithUnit` was called; a new one at every call.
+  std::optional<SimulatedBus> bus_;
   SimulatedBus silent_{{}};
   std::unique_ptr<Program> program_;
   bool ended_ = false;

@@ -157,7 +157,8 @@ void IniSettingsStore::save(const std::string& application, const std::string& s
                             const std::string& key, const std::string& value) {
   File& stored = file(application);
   const std::string name = section + '/' + key;
-  stored.values[name] = stored.unwritten[name] = value;
+  stored.values[name] = value;
+  stored.unwritten[name] = value;
   flush_soon_.start();
 }
 

@@ -20,8 +20,8 @@ class IniSettingsStore : public SettingsStore {
   IniSettingsStore();
   ~IniSettingsStore() override { flush(); }
 
-  std::string get(const std::string& application, const std::string& section,
-                  const std::string& key, const std::string& default_value) override;
+  [[nodiscard]] std::string get(const std::string& application, const std::string& section,
+                                const std::string& key, const std::string& default_value) override;
   void save(const std::string& application, const std::string& section, const std::string& key,
             const std::string& value) override;
 

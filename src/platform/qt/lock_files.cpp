@@ -42,8 +42,8 @@ pid_t holderIn(std::string_view content) {
 
 /// Whether `file` is the very file that `descriptor` stands for.
 bool isFileOf(const Descriptor& descriptor, const fs::path& file) {
-  struct stat own {
-  }, named{};
+  struct stat own {};
+  struct stat named {};
   return fstat(descriptor.number(), &own) == 0 && lstat(file.c_str(), &named) == 0 &&
          own.st_dev == named.st_dev && own.st_ino == named.st_ino;
 }

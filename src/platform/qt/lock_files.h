@@ -62,6 +62,6 @@ class LockFiles {
 };
 
 /// "It is in use by the program x." of a process; 0 for one that is not known.
-std::string inUseText(pid_t holder);
+[[nodiscard]] std::string inUseText(pid_t holder);
 
 }  // namespace mvdirigo

@@ -152,7 +152,9 @@ fs::path PortDevices::nameOf(int comm_port) {
   Port& port = at(comm_port);
   const std::string link = "com" + std::to_string(comm_port);
   for (const fs::path& folder : {linkFolder(), folders_.devices}) {
-    if (isThere(folder / link)) return port.link = folder / link;
+    if (!isThere(folder / link)) continue;
+    port.link = folder / link;
+    return port.link;
   }
   if (!port.link.empty()) return port.link;
   return port.stable_name.empty() ? tableDevice(comm_port) : port.stable_name;

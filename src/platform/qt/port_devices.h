@@ -35,11 +35,11 @@ class PortDevices {
   /// the lock of an earlier opening, to be used again. Throws `PortRefused`: `kPortAlreadyOpen`
   /// when a program holds the device, `kInvalidPortNumber` when there is no such serial device,
   /// `kPermissionDenied`, `kInvalidPropertyValue` when the hardware lacks the rate, `kDeviceIo`.
-  std::unique_ptr<SerialDevice> take(int comm_port, const LineSettings& line,
-                                     std::optional<HeldLock> kept = {});
+  [[nodiscard]] std::unique_ptr<SerialDevice> take(int comm_port, const LineSettings& line,
+                                                   std::optional<HeldLock> kept = {});
 
   /// What is known of a port. Opens nothing, because opening a port moves its modem lines.
-  PortDetails describe(int comm_port);
+  [[nodiscard]] PortDetails describe(int comm_port);
 
   /// Lets a number whose link is missing, and one whose device is another adapter's meanwhile, be
   /// the device of the table again.

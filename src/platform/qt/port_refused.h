@@ -12,13 +12,13 @@ class PortRefused : public RuntimeError {
  public:
   PortRefused(Fault fault, std::string reason) : RuntimeError(fault), reason_(std::move(reason)) {}
 
-  const std::string& reason() const { return reason_; }
+  [[nodiscard]] const std::string& reason() const { return reason_; }
 
  private:
   std::string reason_;
 };
 
 /// The fault that fits an `errno` value of taking a port.
-Fault openingFault(int error_number);
+[[nodiscard]] Fault openingFault(int error_number);
 
 }  // namespace mvdirigo

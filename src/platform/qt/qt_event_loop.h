@@ -26,8 +26,9 @@ class QtEventLoop : public EventLoop {
 
   void runPending() override;
   /// Returns `kWindowGone` also when the application is told to exit meanwhile.
-  WaitResult waitUntil(const std::function<bool()>& done, const WindowLife& waiter) override;
-  std::int64_t nowMs() const override;
+  [[nodiscard]] WaitResult waitUntil(const std::function<bool()>& done,
+                                     const WindowLife& waiter) override;
+  [[nodiscard]] std::int64_t nowMs() const override;
 
  private:
   /// One wait that is in progress; waits nest.

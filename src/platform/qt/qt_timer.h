@@ -12,9 +12,9 @@ class QtTimer : public Timer {
  public:
   explicit QtTimer(std::function<void()> on_tick);
 
-  int Interval() const override { return interval_ms_; }
+  [[nodiscard]] int Interval() const override { return interval_ms_; }
   void setInterval(int interval_ms) override;
-  bool Enabled() const override { return enabled_; }
+  [[nodiscard]] bool Enabled() const override { return enabled_; }
   void setEnabled(bool enabled) override;
 
  private:

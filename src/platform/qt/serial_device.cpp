@@ -1,7 +1,7 @@
 #include "platform/qt/serial_device.h"
 
-// The system's own terminal settings, which the C library's lack the rate in bit/s of; the two
-// can't be included together.
+// The kernel's terminal settings hold the rate in bit/s, which the C library's lack. The headers of
+// the two can't be included together.
 #include <asm/ioctls.h>
 #include <asm/termbits.h>
 #include <fcntl.h>
@@ -163,7 +163,7 @@ void SerialDevice::close() {
   // Others may have the device open as well, and the mark would outlast this opening.
   ioctl(handle(), TIOCNXCL);
   const WaitLimit limit;
-  descriptor_.close();
+  static_cast<void>(descriptor_.close());
 }
 
 void SerialDevice::apply(const LineSettings& line) {

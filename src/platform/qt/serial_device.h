@@ -19,7 +19,7 @@ class SerialDevice {
  public:
   /// Whether `device` is a serial port at all, and not one of the system's consoles or a
   /// multiplexer of pseudo-terminals. Opens nothing.
-  static bool isOne(const std::filesystem::path& device);
+  [[nodiscard]] static bool isOne(const std::filesystem::path& device);
 
   /// Opens the device that `lock` is for; the line's settings stay as they are. Throws
   /// `PortRefused`, and touches nothing of a device that another program holds.
@@ -33,10 +33,10 @@ class SerialDevice {
   void apply(const LineSettings& line);
 
   /// Closes the device, and keeps its lock file for the next opening.
-  HeldLock closeButKeepLock() &&;
+  [[nodiscard]] HeldLock closeButKeepLock() &&;
 
   /// A non-blocking file descriptor.
-  int handle() const { return descriptor_.number(); }
+  [[nodiscard]] int handle() const { return descriptor_.number(); }
 
   enum class State { kPresent, kGone };
   struct Transfer {
@@ -44,13 +44,13 @@ class SerialDevice {
     State state = State::kPresent;
   };
   /// Moves what there is, or what the line takes now.
-  Transfer read(std::span<char> buffer);
-  Transfer write(std::string_view bytes);
+  [[nodiscard]] Transfer read(std::span<char> buffer);
+  [[nodiscard]] Transfer write(std::string_view bytes);
 
-  /// Bytes that wait in the system's queues to be read, and to be sent; none of those in an adapter
-  /// count.
-  int received() const { return count(FIONREAD); }
-  int queued() const { return count(TIOCOUTQ); }
+  /// Bytes that wait in the system's queues to be read, and to be sent. What an adapter holds is
+  /// not counted.
+  [[nodiscard]] int received() const { return count(FIONREAD); }
+  [[nodiscard]] int queued() const { return count(TIOCOUTQ); }
   void discardInput();
   void discardOutput();
 
