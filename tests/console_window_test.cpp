@@ -27,6 +27,13 @@ class ConsoleWindow : public WindowTest {
     }
     return captions;
   }
+  /// The texts of the status strip.
+  std::string strip() {
+    QApplication::processEvents();
+    return (onConsole<QLineEdit>("LineStatus").text() + " | " +
+            onConsole<QLineEdit>("Activity").text())
+        .toStdString();
+  }
   std::string& sent() { return platform_.socket(1).sent; }
   std::string path(const std::string& name) { return folder_.path / name; }
   std::string title() { return console().windowTitle().toStdString(); }
@@ -108,6 +115,103 @@ TEST_F(ConsoleWindow, TellsWhyNothingWasSentAndWhatCantBe) {
     EXPECT_EQ(commandField(0).toolTip(), *culprit == 0 ? "" : tip);
     EXPECT_EQ(commandField(0).accessibleDescription(), commandField(0).toolTip());
   }
+}
+
+TEST_F(ConsoleWindow, TellsUnderTheRowsWhatLineAndMotorsAreDoing) {
+  startWithUnit();
+  platform_.socket(1).details = {.device = "/dev/ttyUSB0", .hardware = {}, .obstacle = {}};
+  const std::string line = "COM1  /dev/ttyUSB0 \u00B7 9600 baud \u00B7 DT \u00B7 ";
+  press("SendCommand(0)");
+  EXPECT_EQ(strip(), line + "open | Row 0: waiting for the reply");
+  platform_.runFor(500);
+  EXPECT_EQ(strip(), line + "open | Row 0 answered in 31 ms");
+  press("LoadButton(2)");
+  EXPECT_EQ(strip(), line + "closed | Recording: 0 presses");
+  press("SendCommand(1)", 100);
+  EXPECT_EQ(strip(), line + "open | Recording: 1 press");
+  press("SendCommand(9)", 100);
+  press("LoadButton(2)");
+  press("LoadButton(0)", 60);
+  EXPECT_EQ(strip(), line + "open | Playing, endless: press 1 of 2");
+  platform_.runFor(100);
+  EXPECT_EQ(strip(), line + "open | Playing, endless: press 2 of 2");
+  platform_.runFor(40);
+  QTest::keyClick(&console(), Qt::Key_Escape);
+  platform_.runFor(500);
+  EXPECT_EQ(strip(), line + "closed | Row 9 answered in 11 ms");
+  EXPECT_EQ(captions(), kAfterPlayback);
+
+  platform_.attach(1, silent_);
+  press("SendCommand(1)", 1001);
+  EXPECT_EQ(strip(), line + "open | Row 1: no reply in 1000 ms");
+  press("LoadButton(6)");
+  platform_.socket(1).refusal = Fault::kPermissionDenied;
+  platform_.socket(1).details.obstacle = "No permission for /dev/ttyUSB0.";
+  press("SendCommand(1)", 1001);
+  EXPECT_EQ(strip(), line +
+                         "No permission for /dev/ttyUSB0. | Row 1: nothing was sent: No "
+                         "permission for /dev/ttyUSB0.");
+  setting("CommPortSetting").setText("<b>9</b>");
+  press("SendCommand(1)", 1);
+  EXPECT_TRUE(strip().starts_with("COM<b>9</b> \u00B7 9600")) << strip();
+}
+
+TEST_F(ConsoleWindow, IsWorkedFromTheKeyboardAlone) {
+  startWithUnit();
+  console().activateWindow();
+  const auto key = [&](int code, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+    QTest::keyClick(console().focusWidget(), static_cast<Qt::Key>(code), modifiers);
+    return console().focusWidget()->objectName().toStdString();
+  };
+  commandField(0).setFocus();
+  EXPECT_EQ(key(Qt::Key_Up), "StringToSend(0)");
+  EXPECT_EQ(key(Qt::Key_Return), "StringToSend(0)") << "the hand stays where it types";
+  EXPECT_EQ(key(Qt::Key_Return), "StringToSend(0)");
+  platform_.runFor(100);
+  EXPECT_EQ(sent(), "/1&\r") << "one at a time";
+  EXPECT_EQ(key(Qt::Key_F6), "ReceiveString(0)");
+  key(Qt::Key_A, Qt::ControlModifier);
+  key(Qt::Key_C, Qt::ControlModifier);
+  EXPECT_EQ(QApplication::clipboard()->text().toStdString(), kVersionReply);
+  EXPECT_EQ(key(Qt::Key_Down), "ReceiveString(1)");
+  EXPECT_EQ(key(Qt::Key_F6), "StringToSend(1)");
+  sent().clear();
+  EXPECT_EQ(key(Qt::Key_3, Qt::AltModifier), "StringToSend(1)");
+  EXPECT_FALSE(canSend(3)) << "at once";
+  platform_.runFor(100);
+  EXPECT_EQ(key(Qt::Key_1, Qt::AltModifier), "SendCommand(1)") << "rows 1 and 10 share it";
+  key(Qt::Key_Return);
+  platform_.runFor(100);
+  EXPECT_EQ(sent(), "/1P1000D500R\r/1?0\r");
+  commandField(10).setFocus();
+  EXPECT_EQ(key(Qt::Key_Down), "StringToSend(10)") << "the last that is shown";
+  platform_.script().expectSaveFile(std::nullopt);
+  key(Qt::Key_S, Qt::ControlModifier);
+  platform_.script().expectOpenFile(std::nullopt);
+  key(Qt::Key_O, Qt::ControlModifier);
+  key(Qt::Key_Comma, Qt::ControlModifier);
+  EXPECT_TRUE(settings().isVisible());
+}
+
+TEST_F(ConsoleWindow, CopiesAndClearsRepliesFromTheirMenu) {
+  startWithUnit();
+  press("SendCommand(0)", 100);
+  const auto choose = [&](const char* action) {
+    QContextMenuEvent asks(QContextMenuEvent::Keyboard, QPoint(), QPoint());
+    QApplication::sendEvent(&replyField(0), &asks);
+    auto* menu = replyField(0).findChild<QMenu*>();
+    for (QAction* entry : menu->actions()) {
+      if (entry->text().remove('&') == action) entry->trigger();
+    }
+    menu->close();
+    delete menu;
+    return QApplication::clipboard()->text().toStdString();
+  };
+  EXPECT_EQ(choose("Copy"), kVersionReply);
+  EXPECT_EQ(choose("Copy Command and Reply"), "/1&\t" + kVersionReply);
+  EXPECT_TRUE(choose("Copy All Rows").starts_with("0\t/1&\t" + kVersionReply + "\n1\t/1?0\t\n"));
+  choose("Clear Replies");
+  EXPECT_EQ(reply(0) + replyField(0).toolTip().toStdString(), "");
 }
 
 TEST_F(ConsoleWindow, ReportsAFaultAtAHandlersEdgeAndGoesOn) {

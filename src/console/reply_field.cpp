@@ -33,6 +33,12 @@ Look lookOf(ReplyMark mark, const QPalette& palette) {
   return {};
 }
 
+/// As much of a reply as a tip has room for on any screen.
+QString headOf(const QString& reply) {
+  constexpr int kLongest = 300;
+  return reply.size() > kLongest ? reply.left(kLongest) + QChar(0x2026) : reply;
+}
+
 }  // namespace
 
 ReplyField::ReplyField(QWidget* parent) : QLineEdit(parent) {
@@ -45,7 +51,7 @@ void ReplyField::showReply(const QString& text, ReplyMark mark, const QString& s
   setCursorPosition(0);
   mark_ = mark;
   makeRoomForMark();
-  setPlainToolTip(*this, text.isEmpty() || story.isEmpty() ? story : text + '\n' + story);
+  setPlainToolTip(*this, text.isEmpty() || story.isEmpty() ? story : headOf(text) + '\n' + story);
   update();
 }
 

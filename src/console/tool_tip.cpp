@@ -1,14 +1,35 @@
 #include "console/tool_tip.h"
 
+#include <QStringList>
 #include <QTextDocument>
 #include <QWidget>
 
 #include "platform/text.h"
 
 namespace mvdirigo {
+namespace {
+
+/// A tool tip shows its lines as they are, however wide the screen is.
+QString wrapped(const QString& text) {
+  constexpr int kLongestLine = 100;
+  QStringList lines;
+  for (QString rest : text.split('\n')) {
+    while (rest.size() > kLongestLine) {
+      const auto blank = rest.lastIndexOf(' ', kLongestLine);
+      if (blank <= 0) break;
+      lines << rest.left(blank);
+      rest.remove(0, blank + 1);
+    }
+    lines << rest;
+  }
+  return lines.join('\n');
+}
+
+}  // namespace
 
 QString plainToolTip(const QString& text) {
-  const QString lines = QString::fromStdString(breakLongStretches(text.toStdString(), "\n"));
+  const QString lines =
+      wrapped(QString::fromStdString(breakLongStretches(text.toStdString(), "\n")));
   return Qt::mightBeRichText(lines) ? Qt::convertFromPlainText(lines, Qt::WhiteSpacePre) : lines;
 }
 

@@ -3,11 +3,13 @@
 
 #include <functional>
 
+#include <QAccessible>
 #include <QApplication>
 #include <QLineEdit>
 #include <QProcess>
 #include <QPushButton>
 #include <QSettings>
+#include <QTest>
 #include <QTimer>
 #include <gtest/gtest.h>
 
@@ -22,8 +24,8 @@ namespace {
 
 constexpr const char* kProgram = "--program";
 
-/// What happens to the program: "exchange", or where and how it is to end: "shown" or "box", and
-/// "exit", "session" or the number of a signal.
+/// What happens to the program: "keyboard" or "assistive" for how it is worked, or where and how it
+/// is to end: "shown" or "box", and "exit", "session" or the number of a signal.
 std::string deed;
 
 template <class Control>
@@ -55,11 +57,88 @@ void once(std::function<bool()> when, std::function<void()> act) {
   timer->start(1);
 }
 
-void exchange() {
-  find<QPushButton>("SendCommand(0)")->click();
-  const auto* reply = find<QLineEdit>("ReceiveString(0)");
-  once([=] { return !reply->text().isEmpty(); },
-       [=] { type(reply->text()), reply->window()->close(); });
+void closeConsole() { find<QLineEdit>("StringToSend(1)")->window()->close(); }
+
+void key(int code, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+  QTest::keyClick(QApplication::focusWidget(), static_cast<Qt::Key>(code), modifiers);
+}
+
+/// Tab, until the control of that name has the focus.
+void goTo(const QString& name) {
+  for (int presses = 0; QApplication::focusWidget()->objectName() != name && presses < 60;) {
+    key(Qt::Key_Tab), ++presses;
+  }
+}
+
+/// Types a command and sends it, records a press and plays it back, and copies what became of it
+/// into the second row.
+void workByKeyboard() {
+  auto* first = find<QLineEdit>("StringToSend(0)");
+  QTest::keyClick(first->window(), Qt::Key_Tab);
+  goTo("StringToSend(0)");
+  key(Qt::Key_A, Qt::ControlModifier);
+  QTest::keyClicks(QApplication::focusWidget(), "/1?0");
+  key(Qt::Key_Return);
+  const auto says = [](const char* name, const char* text) {
+    return [=] { return find<QLineEdit>(name)->text().startsWith(text); };
+  };
+  once(says("ReceiveString(0)", "0 No Error"), [=] {
+    goTo("LoadButton(2)");
+    key(Qt::Key_Return);
+    key(Qt::Key_0, Qt::AltModifier);
+    once(says("Activity", "Recording: 1 press"), [=] {
+      once([=] { return find<QPushButton>("SendCommand(0)")->isEnabled(); },
+           [=] {
+             key(Qt::Key_Return);
+             goTo("LoadButton(0)");
+             key(Qt::Key_Return);
+             once(says("Activity", "Playing, endless: press 1 of 1"), [=] {
+               key(Qt::Key_Escape);
+               once(says("Activity", "Row 0"), [=] {
+                 goTo("StringToSend(0)");
+                 key(Qt::Key_F6);
+                 key(Qt::Key_A, Qt::ControlModifier);
+                 key(Qt::Key_C, Qt::ControlModifier);
+                 key(Qt::Key_Down);
+                 key(Qt::Key_F6);
+                 key(Qt::Key_A, Qt::ControlModifier);
+                 key(Qt::Key_V, Qt::ControlModifier);
+                 closeConsole();
+               });
+             });
+           });
+    });
+  });
+}
+
+/// The control that assistive tools see under that name.
+QAccessibleInterface* named(const QString& name, QAccessibleInterface* root) {
+  if (root->text(QAccessible::Name) == name) return root;
+  for (int child = 0; child < root->childCount(); ++child) {
+    if (auto* found = named(name, root->child(child))) return found;
+  }
+  return nullptr;
+}
+
+QAccessibleInterface* named(const char* name) {
+  return named(name,
+               QAccessible::queryAccessibleInterface(find<QLineEdit>("StringToSend(0)")->window()));
+}
+
+/// Sends a command and puts the reply and what the strip says into the second row, all of it as an
+/// assistive tool would.
+void workByAssistiveTool() {
+  const auto text = [](const char* name) { return named(name)->text(QAccessible::Value); };
+  named("Command string 0")->setText(QAccessible::Value, "/1?0");
+  named("Send String 0")->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+  once([=] { return text("Activity").contains("answered"); },
+       [=] {
+         const bool open = text("Line status").endsWith("open");
+         const QString light = named("Status light 0")->text(QAccessible::Description);
+         named("Command string 1")
+             ->setText(QAccessible::Value, text("Reply 0") + (open ? ", open, " : ", ?") + light);
+         closeConsole();
+       });
 }
 
 /// The hands inside the program, which are there from its first event on.
@@ -69,7 +148,9 @@ void lendHands() {
     const auto* button = find<QPushButton>("SendCommand(0)");
     return button && button->isVisible();
   };
-  once(console_stands, deed == "exchange" ? exchange : end);
+  once(console_stands, deed == "keyboard"    ? workByKeyboard
+                       : deed == "assistive" ? workByAssistiveTool
+                                             : end);
 }
 
 class ProgramTest : public ::testing::Test {
@@ -100,11 +181,15 @@ class ProgramTest : public ::testing::Test {
   const std::filesystem::path store_ = home_.path() / "Tolvaris MVDirigo.ini";
 };
 
-TEST_F(ProgramTest, ExchangesAStringWithAUnit) {
-  writeFile(store_, "[Settings]\nRCVTimeout=20000\n");
-  std::filesystem::remove(home_.portLink(1));
-  EXPECT_EQ(run("exchange", {MOVANE_SIM, "--"}), 0);
-  EXPECT_EQ(kept(), "Movane Stepper v7.02 No Error");
+TEST_F(ProgramTest, IsWorkedByKeyboardAloneAndByAnAssistiveToolAlone) {
+  const std::pair<const char*, const char*> hands[] = {{"keyboard", "0 No Error"},
+                                                       {"assistive", "0 No Error, open, green"}};
+  for (const auto& [hand, result] : hands) {
+    writeFile(store_, "[Settings]\nRCVTimeout=20000\n");
+    std::filesystem::remove(home_.portLink(1));
+    EXPECT_EQ(run(hand, {MOVANE_SIM, "--"}), 0);
+    EXPECT_EQ(kept(), result);
+  }
 }
 
 TEST_F(ProgramTest, KeepsItsRowsHoweverItIsEnded) {
