@@ -2,9 +2,14 @@
 
 #include <algorithm>
 
+#include <QKeyEvent>
 #include <QMouseEvent>
+#include <QScreen>
+#include <QScrollArea>
+#include <QStyle>
 #include <QVBoxLayout>
 
+#include "console/window_role.h"
 #include "help/help_texts.h"
 #include "platform/handler_edge.h"
 
@@ -18,15 +23,21 @@ constexpr int kRows = 5;
 StringFunHelp::StringFunHelp(Platform& platform, QWidget* owner)
     : QWidget(owner, Qt::Window),
       platform_(platform),
-      screen_(new ConsoleScreen(kRows, this)),
+      scroll_area_(new QScrollArea(this)),
+      screen_(new ConsoleScreen(kRows, nullptr)),
       blink_(platform, [this](const std::string& caption) {
         setWindowTitle(QString::fromStdString(caption));
       }) {
   setObjectName("StringFunHelp");
+  installWindowRole();
+  setCursor(Qt::WhatsThisCursor);
+  scroll_area_->setFrameShape(QFrame::NoFrame);
+  scroll_area_->setFocusPolicy(Qt::NoFocus);
+  scroll_area_->setWidget(screen_);
+  screen_->installEventFilter(this);
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
-  layout->setSizeConstraint(QLayout::SetFixedSize);
-  layout->addWidget(screen_);
+  layout->addWidget(scroll_area_);
 
   for (int index = 0; index < ConsoleScreen::kBarButtons; ++index) {
     connect(screen_->LoadButton[static_cast<std::size_t>(index)], &QPushButton::clicked, this,
@@ -39,8 +50,25 @@ StringFunHelp::StringFunHelp(Platform& platform, QWidget* owner)
   for (const auto* fields : {&screen_->StringToSend, &screen_->ReceiveString}) {
     for (QLineEdit* field : *fields) {
       field->setReadOnly(true);
+      field->setCursor(Qt::WhatsThisCursor);
       field->installEventFilter(this);
     }
+  }
+  describeControls();
+}
+
+/// Lets the keyboard reach every control that has an explanation, and a screen reader read it.
+void StringFunHelp::describeControls() {
+  for (std::size_t row = 0; row < kRows; ++row) {
+    screen_->SendCommand[row]->setAccessibleDescription(kHelpOnSendCommand);
+    screen_->StringToSend[row]->setAccessibleDescription(kHelpOnStringToSend);
+    screen_->ReceiveString[row]->setAccessibleDescription(kHelpOnReceiveString);
+    screen_->ReceiveString[row]->setFocusPolicy(Qt::StrongFocus);
+    setTabOrder(screen_->SendCommand[row], screen_->ReceiveString[row]);
+  }
+  for (std::size_t index = 0; index < screen_->LoadButton.size(); ++index) {
+    screen_->LoadButton[index]->setAccessibleDescription(
+        QString::fromStdString(helpOnLoadButton(static_cast<int>(index))));
   }
 }
 
@@ -52,6 +80,25 @@ void StringFunHelp::Form_Load() {
 void StringFunHelp::SetupHelpScreen() {
   screen_->layOutRows(kRows);
   for (StatusLight* light : screen_->ButtonShape) light->hide();
+  fitToScreen();
+}
+
+/// The window is as large as its controls need, unless the screen is smaller: then they scroll.
+void StringFunHelp::fitToScreen() {
+  const QSize room = screen()->availableSize() - QSize(40, 60);
+  const QSize whole = screen_->size();
+  const bool fits = whole.boundedTo(room) == whole;
+  const auto bars = fits ? Qt::ScrollBarAlwaysOff : Qt::ScrollBarAsNeeded;
+  scroll_area_->setHorizontalScrollBarPolicy(bars);
+  scroll_area_->setVerticalScrollBarPolicy(bars);
+  if (fits) {
+    setFixedSize(whole);
+  } else {
+    const QSize with_bars = whole + QSize(1, 1) * style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+    setMinimumSize(0, 0);
+    setMaximumSize(with_bars);
+    resize(with_bars.boundedTo(room));
+  }
 }
 
 void StringFunHelp::Form_Unload() {
@@ -63,6 +110,38 @@ void StringFunHelp::Form_Unload() {
 void StringFunHelp::closeEvent(QCloseEvent*) {
   blink_.stop();
   hide();
+}
+
+void StringFunHelp::keyPressEvent(QKeyEvent* event) {
+  switch (event->key()) {
+    case Qt::Key_Escape:
+      close();
+      return;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+    case Qt::Key_F1:
+      // A key held down would close the box that it opened.
+      if (!event->isAutoRepeat()) explainFocusedControl();
+      return;
+    default:
+      QWidget::keyPressEvent(event);
+  }
+}
+
+void StringFunHelp::explainFocusedControl() {
+  QWidget* focused = focusWidget();
+  if (auto* button = qobject_cast<QPushButton*>(focused)) {
+    button->click();
+  } else if (qobject_cast<QLineEdit*>(focused) != nullptr) {
+    explainField(focused);
+  }
+}
+
+void StringFunHelp::explainField(const QObject* field) {
+  const auto& strings = screen_->StringToSend;
+  const bool string = std::find(strings.begin(), strings.end(), field) != strings.end();
+  string ? explainRowControl("StringToSend_Click", kHelpOnStringToSend)
+         : explainRowControl("ReceiveString_Click", kHelpOnReceiveString);
 }
 
 void StringFunHelp::LoadButton_Click(int Index) {
@@ -82,12 +161,14 @@ void StringFunHelp::explainRowControl(const std::string& procedure, const std::s
 }
 
 bool StringFunHelp::eventFilter(QObject* watched, QEvent* event) {
+  // Another font or style changes the size of the controls.
+  if (watched == screen_) {
+    if (event->type() == QEvent::Resize) fitToScreen();
+    return false;
+  }
   if (event->type() == QEvent::MouseButtonRelease &&
       static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
-    const auto& strings = screen_->StringToSend;
-    const bool string = std::find(strings.begin(), strings.end(), watched) != strings.end();
-    string ? explainRowControl("StringToSend_Click", kHelpOnStringToSend)
-           : explainRowControl("ReceiveString_Click", kHelpOnReceiveString);
+    explainField(watched);
     return true;
   }
   return QWidget::eventFilter(watched, event);

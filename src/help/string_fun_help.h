@@ -8,9 +8,12 @@
 #include "help/caption_blink.h"
 #include "platform/platform.h"
 
+class QScrollArea;
+
 namespace mvdirigo {
 
-/// The help screen: a look-alike of the console on which a click on any control explains it.
+/// The help screen: a look-alike of the console on which a click on any control explains it, as
+/// Return and F1 do for the control that has the keyboard focus.
 class StringFunHelp : public QWidget {
  public:
   StringFunHelp(Platform& platform, QWidget* owner);
@@ -20,15 +23,21 @@ class StringFunHelp : public QWidget {
 
  protected:
   void closeEvent(QCloseEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
   bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
   void SetupHelpScreen();
+  void describeControls();
+  void fitToScreen();
+  void explainFocusedControl();
+  void explainField(const QObject* field);
   void LoadButton_Click(int Index);
   void explainRowControl(const std::string& procedure, const std::string& text);
 
   Platform& platform_;
   WindowLife life_;
+  QScrollArea* scroll_area_;
   ConsoleScreen* screen_;
   CaptionBlink blink_;
 };
