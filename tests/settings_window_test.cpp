@@ -97,7 +97,7 @@ TEST_F(SettingsWindow, FindsNoPortWhileTheConsoleHoldsOneAndSaysSo) {
       QApplication::sendEvent(&button, &hover);
       shown += button.toolTip() + "|";
     }
-    return shown;
+    return shown.replace(QChar(10), QChar(32));
   };
   const QString hint =
       "Finds nothing while the console holds a port open. Press Settings on the console first: "

@@ -6,6 +6,7 @@
 
 #include "app/end_requests.h"
 #include "app/program.h"
+#include "console/icons.h"
 #include "core/stored_settings.h"
 #include "platform/qt/qt_platform.h"
 
@@ -37,6 +38,7 @@ int main(int argc, char** argv) {
   QApplication application(argc, argv);
   QApplication::setApplicationName(mvdirigo::kApplicationName);
   QApplication::setApplicationVersion(MVDIRIGO_VERSION);
+  QApplication::setWindowIcon(mvdirigo::applicationIcon());
   // The console ends the program itself, after it has saved its rows.
   QApplication::setQuitOnLastWindowClosed(false);
 

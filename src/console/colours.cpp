@@ -1,23 +1,51 @@
 #include "console/colours.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace mvdirigo {
 namespace {
 
-QColor either(const QPalette& palette, QRgb on_light, QRgb on_dark) {
-  return QColor(isDark(palette) ? on_dark : on_light);
+const Shades kGreen{{0, 112, 42}, {76, 208, 122}};
+const Shades kAmber{{143, 82, 0}, {240, 176, 64}};
+const Shades kRed{{184, 20, 20}, {255, 138, 128}};
+const Shades kGrey{{92, 92, 92}, {168, 168, 168}};
+
+/// Relative luminance of an sRGB colour, 0 to 1, as the Web Content Accessibility Guidelines have
+/// it.
+double luminance(const QColor& colour) {
+  const auto linear = [](float value) {
+    const double part = value;
+    return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+  };
+  return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) +
+         0.0722 * linear(colour.blueF());
+}
+
+/// From 1 to 21.
+double contrast(const QColor& one, const QColor& other) {
+  const auto [darker, lighter] = std::minmax({luminance(one), luminance(other)});
+  return (lighter + 0.05) / (darker + 0.05);
+}
+
+QColor onWindow(const Shades& shades, const QPalette& palette) {
+  return readable(shades, palette.color(QPalette::Window), kTextContrast,
+                  palette.color(QPalette::WindowText));
 }
 
 }  // namespace
 
-bool isDark(const QPalette& palette) {
-  return palette.color(QPalette::Window).lightness() <
-         palette.color(QPalette::WindowText).lightness();
+QColor readable(const Shades& shades, const QColor& background, double least_contrast,
+                const QColor& text) {
+  const double on_light = contrast(shades.on_light, background);
+  const double on_dark = contrast(shades.on_dark, background);
+  if (std::max(on_light, on_dark) < least_contrast) return text;
+  return on_light > on_dark ? shades.on_light : shades.on_dark;
 }
 
-QColor accentColour(const QPalette& palette) { return either(palette, 0xFF006699, 0xFF5BB4E8); }
-QColor goodColour(const QPalette& palette) { return either(palette, 0xFF00702A, 0xFF4CD07A); }
-QColor warningColour(const QPalette& palette) { return either(palette, 0xFF8F5200, 0xFFF0B040); }
-QColor badColour(const QPalette& palette) { return either(palette, 0xFFB81414, 0xFFFF8A80); }
-QColor quietColour(const QPalette& palette) { return either(palette, 0xFF5C5C5C, 0xFFA8A8A8); }
+QColor goodColour(const QPalette& palette) { return onWindow(kGreen, palette); }
+QColor warningColour(const QPalette& palette) { return onWindow(kAmber, palette); }
+QColor badColour(const QPalette& palette) { return onWindow(kRed, palette); }
+QColor quietColour(const QPalette& palette) { return onWindow(kGrey, palette); }
 
 }  // namespace mvdirigo

@@ -5,11 +5,21 @@
 
 namespace mvdirigo {
 
-// Colours that are to be told apart on the ground of a field or a window, be it light or dark: the
-// contrast to both is 4.5 at least.
+/// Least contrasts at which graphics and texts count as readable.
+inline constexpr double kGraphicsContrast = 3;
+inline constexpr double kTextContrast = 4.5;
 
-[[nodiscard]] bool isDark(const QPalette& palette);
-[[nodiscard]] QColor accentColour(const QPalette& palette);
+/// A colour for light backgrounds and its counterpart for dark ones.
+struct Shades {
+  QColor on_light;
+  QColor on_dark;
+};
+
+/// The better of `shades` on `background`, or `text` where even that is hard to see.
+[[nodiscard]] QColor readable(const Shades& shades, const QColor& background, double least_contrast,
+                              const QColor& text);
+
+// Colours of texts and marks on a window with `palette`.
 [[nodiscard]] QColor goodColour(const QPalette& palette);
 [[nodiscard]] QColor warningColour(const QPalette& palette);
 [[nodiscard]] QColor badColour(const QPalette& palette);

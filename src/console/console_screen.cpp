@@ -16,6 +16,7 @@
 #include "console/button_bar.h"
 #include "console/colours.h"
 #include "console/command_file.h"
+#include "console/icons.h"
 #include "console/logo.h"
 #include "console/tool_tip.h"
 
@@ -31,18 +32,20 @@ constexpr float kLeastButtonWidth = 1455;
 
 struct BarButton {
   const char* caption;
+  Glyph glyph;
   const char* tool_tip;
 };
 
 constexpr std::array<BarButton, ConsoleScreen::kBarButtons> kBar = {{
-    {"Play Endless", "Playback a Sequence of Command Button Presses Endlessly"},
-    {"Playback", "Playback a Sequence of Command Button Presses"},
-    {"Record", "Record a Sequence of Command Button Presses"},
-    {"Settings", "Settings for Comm Port, Baud Rate etc."},
-    {"Save Strings", "Save Command Strings"},
-    {"Load Strings", "Load Command Strings"},
-    {"Load Default", "Load Default Strings"},
-    {"Help", "Display Help"},
+    {"Play Endless", Glyph::kPlayEndless,
+     "Playback a Sequence of Command Button Presses Endlessly"},
+    {"Playback", Glyph::kPlayback, "Playback a Sequence of Command Button Presses"},
+    {"Record", Glyph::kRecord, "Record a Sequence of Command Button Presses"},
+    {"Settings", Glyph::kSettings, "Settings for Comm Port, Baud Rate etc."},
+    {"Save Strings", Glyph::kSaveStrings, "Save Command Strings"},
+    {"Load Strings", Glyph::kLoadStrings, "Load Command Strings"},
+    {"Load Default", Glyph::kLoadDefault, "Load Default Strings"},
+    {"Help", Glyph::kHelp, "Display Help"},
 }};
 
 /// The widest captions that a button of the screen ever takes.
@@ -202,9 +205,17 @@ void ConsoleScreen::layOutRows(int rows) {
     if (shown) ButtonShape[row]->setFillColor(LightColour::kWhite);
   }
   for (std::size_t index = 0; index < LoadButton.size(); ++index) {
-    LoadButton[index]->setText(kBar[index].caption);
+    setBarCaption(static_cast<int>(index), kBar[index].caption);
     LoadButton[index]->setToolTip(kBar[index].tool_tip);
   }
+}
+
+void ConsoleScreen::setBarCaption(int button, const QString& caption) {
+  Glyph glyph = kBar[at(button)].glyph;
+  if (caption == "Stop Recording") glyph = Glyph::kStopRecording;
+  if (caption == "Stop Playback") glyph = Glyph::kStopPlayback;
+  LoadButton[at(button)]->setText(caption);
+  LoadButton[at(button)]->setIcon(icon(glyph));
 }
 
 void ConsoleScreen::place() {
@@ -282,7 +293,7 @@ void ConsoleScreen::placeHead(const ConsoleLayout& layout) {
 LayoutMetrics ConsoleScreen::measure() const {
   QPushButton sample;
   sample.setFont(font());
-  sample.setIcon(LoadButton[0]->icon());
+  sample.setIcon(icon(Glyph::kRecord));
   float width = kLeastButtonWidth;
   for (const char* caption : kWidestCaptions) {
     sample.setText(caption);

@@ -33,6 +33,9 @@ class ConsoleScreen : public QWidget {
   /// rows or fewer the frame and the screen keep their sizes.
   void layOutRows(int rows);
 
+  /// Labels a button of the bar, with the picture that belongs to the caption.
+  void setBarCaption(int button, const QString& caption);
+
   [[nodiscard]] int rowCount() const { return static_cast<int>(SendCommand.size()); }
   /// The size that shows everything.
   [[nodiscard]] QSize sizeHint() const override { return full_size_; }

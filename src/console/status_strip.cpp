@@ -6,6 +6,7 @@
 #include <QLabel>
 #include <QVBoxLayout>
 
+#include "console/icons.h"
 #include "console/press_button.h"
 #include "console/tool_tip.h"
 
@@ -51,6 +52,9 @@ StatusStrip::StatusStrip(std::function<void()> show_traffic)
       traffic_(new PressButton) {
   setObjectName("StatusStrip");
   traffic_->setObjectName("cmdTraffic");
+  traffic_->setIcon(icon(Glyph::kTraffic));
+  sign_label_->setAccessibleName("Activity sign");
+  sign_label_->hide();
   traffic_->setAccessibleName("Traffic");
   traffic_->setToolTip("Line Traffic (F12)");
   connect(traffic_, &QPushButton::clicked, this, [show = std::move(show_traffic)] { show(); });
@@ -81,7 +85,12 @@ void StatusStrip::showActivity(const QString& text, Sign sign) {
   showSign();
 }
 
-void StatusStrip::showSign() {}
+void StatusStrip::showSign() {
+  sign_label_->setVisible(sign_ != Sign::kNone);
+  const Glyph glyph = sign_ == Sign::kRecording ? Glyph::kRecord : Glyph::kPlayback;
+  const int side = fontMetrics().ascent();
+  sign_label_->setPixmap(icon(glyph).pixmap(QSize(side, side), devicePixelRatio()));
+}
 
 void StatusStrip::changeEvent(QEvent* event) {
   QWidget::changeEvent(event);

@@ -14,6 +14,7 @@
 #include "console/button_bar.h"
 #include "console/command_file.h"
 #include "console/tool_tip.h"
+#include "console/window_role.h"
 #include "core/stored_settings.h"
 #include "platform/handler_edge.h"
 #include "platform/text.h"
@@ -50,6 +51,7 @@ StringFun::StringFun(Platform& platform, Neighbours& neighbours)
           platform, [this]() -> LiveSettings& { return neighbours_.liveSettings(); }, *this),
       recorder_(platform, *this) {
   setObjectName("StringFun");
+  installWindowRole();
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->addWidget(screen_);
@@ -295,7 +297,7 @@ void StringFun::enableSendCommands(bool enabled) {
 }
 
 void StringFun::setBarCaption(int button, const std::string& caption) {
-  screen_->LoadButton[at(button)]->setText(QString::fromStdString(caption));
+  screen_->setBarCaption(button, QString::fromStdString(caption));
 }
 
 void StringFun::enableBarButton(int button, bool enabled) {

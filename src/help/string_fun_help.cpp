@@ -2,9 +2,12 @@
 
 #include <algorithm>
 
+#include <QKeyEvent>
 #include <QMouseEvent>
+#include <QScreen>
 #include <QVBoxLayout>
 
+#include "console/window_role.h"
 #include "help/help_texts.h"
 #include "platform/handler_edge.h"
 
@@ -23,9 +26,10 @@ StringFunHelp::StringFunHelp(Platform& platform, QWidget* owner)
         setWindowTitle(QString::fromStdString(caption));
       }) {
   setObjectName("StringFunHelp");
+  installWindowRole();
+  setCursor(Qt::WhatsThisCursor);
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
-  layout->setSizeConstraint(QLayout::SetFixedSize);
   layout->addWidget(screen_);
 
   for (int index = 0; index < ConsoleScreen::kBarButtons; ++index) {
@@ -38,10 +42,27 @@ StringFunHelp::StringFunHelp(Platform& platform, QWidget* owner)
   }
   const auto watch = [this](QLineEdit* field) {
     field->setReadOnly(true);
+    field->setCursor(Qt::WhatsThisCursor);
     field->installEventFilter(this);
   };
   std::ranges::for_each(screen_->StringToSend, watch);
   std::ranges::for_each(screen_->ReceiveString, watch);
+  describeControls();
+}
+
+/// Lets the keyboard reach every control that has an explanation, and a screen reader read it.
+void StringFunHelp::describeControls() {
+  for (std::size_t row = 0; row < kRows; ++row) {
+    screen_->SendCommand[row]->setAccessibleDescription(kHelpOnSendCommand);
+    screen_->StringToSend[row]->setAccessibleDescription(kHelpOnStringToSend);
+    screen_->ReceiveString[row]->setAccessibleDescription(kHelpOnReceiveString);
+    screen_->ReceiveString[row]->setFocusPolicy(Qt::StrongFocus);
+    setTabOrder(screen_->SendCommand[row], screen_->ReceiveString[row]);
+  }
+  for (std::size_t index = 0; index < screen_->LoadButton.size(); ++index) {
+    screen_->LoadButton[index]->setAccessibleDescription(
+        QString::fromStdString(helpOnLoadButton(static_cast<int>(index))));
+  }
 }
 
 void StringFunHelp::Form_Load() {
@@ -52,6 +73,20 @@ void StringFunHelp::Form_Load() {
 void StringFunHelp::SetupHelpScreen() {
   screen_->layOutRows(kRows);
   for (StatusLight* light : screen_->ButtonShape) light->hide();
+  fitToScreen();
+}
+
+void StringFunHelp::fitToScreen() {
+  const QSize frame_and_panels(40, 60);
+  setMaximumSize(screen_->sizeHint());
+  resize(screen_->sizeWithin(screen()->availableSize() - frame_and_panels));
+}
+
+// Another font or style changes the size of the controls.
+bool StringFunHelp::event(QEvent* event) {
+  const bool handled = QWidget::event(event);
+  if (event->type() == QEvent::LayoutRequest && screen_->sizeHint() != maximumSize()) fitToScreen();
+  return handled;
 }
 
 void StringFunHelp::Form_Unload() {
@@ -63,6 +98,41 @@ void StringFunHelp::Form_Unload() {
 void StringFunHelp::closeEvent(QCloseEvent*) {
   blink_.stop();
   hide();
+}
+
+void StringFunHelp::keyPressEvent(QKeyEvent* event) {
+  switch (event->key()) {
+    case Qt::Key_Escape:
+      close();
+      return;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+    case Qt::Key_F1:
+      // A key held down would close the box that it opened.
+      if (!event->isAutoRepeat()) explainFocusedControl();
+      return;
+    default:
+      QWidget::keyPressEvent(event);
+  }
+}
+
+void StringFunHelp::explainFocusedControl() {
+  QWidget* focused = focusWidget();
+  if (auto* button = qobject_cast<QPushButton*>(focused)) {
+    button->click();
+  } else if (qobject_cast<QLineEdit*>(focused) != nullptr) {
+    explainField(focused);
+  }
+}
+
+void StringFunHelp::explainField(const QObject* field) {
+  const auto& strings = screen_->StringToSend;
+  const bool string = std::find(strings.begin(), strings.end(), field) != strings.end();
+  if (string) {
+    explainRowControl("StringToSend_Click", kHelpOnStringToSend);
+  } else {
+    explainRowControl("ReceiveString_Click", kHelpOnReceiveString);
+  }
 }
 
 void StringFunHelp::LoadButton_Click(int Index) {
@@ -84,10 +154,7 @@ void StringFunHelp::explainRowControl(const std::string& procedure, const std::s
 bool StringFunHelp::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() == QEvent::MouseButtonRelease &&
       static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
-    const auto& strings = screen_->StringToSend;
-    const bool string = std::find(strings.begin(), strings.end(), watched) != strings.end();
-    string ? explainRowControl("StringToSend_Click", kHelpOnStringToSend)
-           : explainRowControl("ReceiveString_Click", kHelpOnReceiveString);
+    explainField(watched);
     return true;
   }
   return QWidget::eventFilter(watched, event);

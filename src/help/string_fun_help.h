@@ -10,7 +10,8 @@
 
 namespace mvdirigo {
 
-/// The help screen: a look-alike of the console on which a click on any control explains it.
+/// The help screen: a look-alike of the console on which a click on any control explains it, as
+/// Return and F1 do for the control that has the keyboard focus.
 class StringFunHelp : public QWidget {
  public:
   StringFunHelp(Platform& platform, QWidget* owner);
@@ -20,10 +21,16 @@ class StringFunHelp : public QWidget {
 
  protected:
   void closeEvent(QCloseEvent* event) override;
+  bool event(QEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
   bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
   void SetupHelpScreen();
+  void describeControls();
+  void fitToScreen();
+  void explainFocusedControl();
+  void explainField(const QObject* field);
   void LoadButton_Click(int Index);
   void explainRowControl(const std::string& procedure, const std::string& text);
 

@@ -1,13 +1,21 @@
 #include "platform/qt/qt_dialogs.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <QApplication>
+#include <QDateTime>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QHeaderView>
+#include <QLocale>
 #include <QMessageBox>
 #include <QPointer>
+#include <QScreen>
+#include <QShowEvent>
 #include <QStringList>
+#include <QStyle>
+#include <QTreeView>
 
 #include "platform/runtime_error.h"
 #include "platform/text.h"
@@ -73,7 +81,40 @@ class FileDialog : public QFileDialog {
     QFileDialog::accept();
   }
 
+  void showEvent(QShowEvent* event) override {
+    if (!event->spontaneous()) fitToColumns();
+    QFileDialog::showEvent(event);
+  }
+
  private:
+  /// Makes room for every column of the files and their usual contents, as far as the screen has
+  /// it.
+  void fitToColumns() {
+    const auto* files = findChild<QTreeView*>();
+    if (files == nullptr) return;
+    QHeaderView* header = files->header();
+    const QDateTime long_date({2028, 12, 28}, {22, 58, 58});
+    const std::pair<int, QString> contents[] = {
+        {1, "1023.99 KiB"},
+        {2, "Markdown document"},
+        {3, QLocale().toString(long_date, QLocale::ShortFormat)}};
+    const int margins = 4 * header->style()->pixelMetric(QStyle::PM_HeaderMargin);
+    for (const auto& [column, text] : contents) {
+      const int width = files->fontMetrics().horizontalAdvance(text) + margins;
+      header->resizeSection(column, std::max(header->sectionSize(column), width));
+    }
+    const int scroll_bar = style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+    const int lacking = std::max(0, header->length() + scroll_bar - files->viewport()->width());
+    // The window's own frame needs room, too.
+    const QSize room = screen()->availableSize() - QSize(40, 60);
+    const int width_before = width();
+    resize((size() + QSize(lacking, 0)).boundedTo(room));
+    // What the screen lacks is taken from the names.
+    const int still_lacking = lacking - (width() - width_before);
+    const int least_name = files->fontMetrics().horizontalAdvance("a name of a file.txt");
+    header->resizeSection(0, std::max(least_name, header->sectionSize(0) - still_lacking));
+  }
+
   QString default_extension_;
 };
 
