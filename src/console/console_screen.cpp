@@ -117,6 +117,11 @@ ConsoleScreen::ConsoleScreen(int row_count, QWidget* foot, QWidget* parent)
       foot_(foot),
       sized_for_rows_(std::min(kInitialRows, row_count)) {
   setObjectName("ConsoleScreen");
+  setAccessibleName("Console");
+  head_->setAccessibleName("Buttons");
+  scroll_area_->setAccessibleName("Rows");
+  scroll_area_->horizontalScrollBar()->setAccessibleName("Scroll across");
+  scroll_area_->verticalScrollBar()->setAccessibleName("Scroll down");
   scroll_area_->setFrameShape(QFrame::NoFrame);
   scroll_area_->setFocusPolicy(Qt::NoFocus);
   scroll_area_->setAlignment(Qt::AlignHCenter | Qt::AlignTop);

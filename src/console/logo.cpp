@@ -18,6 +18,7 @@ constexpr int kGap = 14;
 
 Logo::Logo(QWidget* parent) : QWidget(parent) {
   setObjectName("Logo");
+  setAccessibleName(kName);
   setAttribute(Qt::WA_TransparentForMouseEvents);
 }
 

@@ -33,12 +33,6 @@ Look lookOf(ReplyMark mark, const QPalette& palette) {
   return {};
 }
 
-/// As much of a reply as a tip has room for on any screen.
-QString headOf(const QString& reply) {
-  constexpr int kLongest = 300;
-  return reply.size() > kLongest ? reply.left(kLongest) + QChar(0x2026) : reply;
-}
-
 }  // namespace
 
 ReplyField::ReplyField(QWidget* parent) : QLineEdit(parent) {
@@ -51,7 +45,8 @@ void ReplyField::showReply(const QString& text, ReplyMark mark, const QString& s
   setCursorPosition(0);
   mark_ = mark;
   makeRoomForMark();
-  setPlainToolTip(*this, text.isEmpty() || story.isEmpty() ? story : headOf(text) + '\n' + story);
+  setPlainToolTip(*this,
+                  text.isEmpty() || story.isEmpty() ? story : shortened(text) + '\n' + story);
   update();
 }
 

@@ -51,6 +51,7 @@ StatusStrip::StatusStrip(std::function<void()> show_traffic)
       activity_(new StripText("Activity", "Activity")),
       traffic_(new PressButton) {
   setObjectName("StatusStrip");
+  setAccessibleName("Status");
   traffic_->setObjectName("cmdTraffic");
   traffic_->setIcon(icon(Glyph::kTraffic));
   sign_label_->setAccessibleName("Activity sign");

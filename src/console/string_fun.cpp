@@ -262,10 +262,20 @@ void StringFun::setReceiveString(int row, const std::string& text, const Exchang
   screen_->ReceiveString[at(row)]->showReply(
       QString::fromStdString(text), markOf(exchange),
       QString::fromStdString(storyOf(exchange, platform_.timeOfDay())));
+  tellAssistiveTools(row);
   last_row_ = row;
   last_exchange_ = exchange;
   waiting_ = false;
   showStripSoon();
+}
+
+// They read out a change of what has the focus, and what gets it back.
+void StringFun::tellAssistiveTools(int row) {
+  const QString reply = "Reply: " + shortened(screen_->ReceiveString[at(row)]->text());
+  screen_->SendCommand[at(row)]->setAccessibleDescription(reply);
+  if (screen_->StringToSend[at(row)]->hasFocus()) {
+    screen_->StringToSend[at(row)]->setAccessibleDescription(reply);
+  }
 }
 
 void StringFun::setButtonShape(int row, LightColour colour) {

@@ -83,6 +83,7 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   void extendReplyMenu(QMenu& menu, int row);
   void copyAllRows();
   void clearReplies();
+  void tellAssistiveTools(int row);
   void showStripSoon();
   void showStrip();
   [[nodiscard]] QString lineText();

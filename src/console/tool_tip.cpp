@@ -27,6 +27,11 @@ QString wrapped(const QString& text) {
 
 }  // namespace
 
+QString shortened(const QString& text) {
+  constexpr int kLongest = 300;
+  return text.size() > kLongest ? text.left(kLongest) + QChar(0x2026) : text;
+}
+
 QString plainToolTip(const QString& text) {
   const QString lines =
       wrapped(QString::fromStdString(breakLongStretches(text.toStdString(), "\n")));
