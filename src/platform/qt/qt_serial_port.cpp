@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -31,18 +30,13 @@ constexpr auto kLongestDelivery = 4ms;
 constexpr auto kLongestClosing = 200ms;
 constexpr auto kSendingPoll = 1ms;
 
-void log(int comm_port, char direction, std::string_view bytes) {
-  qCInfo(lineLog).noquote().nospace()
-      << QTime::currentTime().toString("HH:mm:ss.zzz") << " COM" << comm_port << ' ' << direction
-      << ' ' << QString::fromStdString(visibleControls(bytes));
-}
-
 }  // namespace
 
-QtSerialPort::QtSerialPort(PortDevices& devices, QtEventLoop& event_loop,
+QtSerialPort::QtSerialPort(PortDevices& devices, QtEventLoop& event_loop, LineTraffic& line_traffic,
                            std::function<void()> on_comm)
     : devices_(devices),
       event_loop_(event_loop),
+      line_traffic_(line_traffic),
       on_comm_(std::make_shared<const std::function<void()>>(std::move(on_comm))) {
   event_loop_.add(*this);
 }
@@ -160,7 +154,7 @@ std::string QtSerialPort::Input() {
 void QtSerialPort::Output(const std::string& bytes) {
   if (!PortOpen()) throw RuntimeError(Fault::kPortMustBeOpen);
   if (vanishing_) throw RuntimeError(Fault::kDeviceIo);
-  log(comm_port_, '>', bytes);
+  tellTransfer(LineTransfer::Direction::kOut, bytes);
   unsent_ += bytes;
   sendRest();
   if (vanishing_) throw RuntimeError(Fault::kDeviceIo);
@@ -177,6 +171,17 @@ int QtSerialPort::OutBufferCount() const {
   return device_ ? static_cast<int>(unsent_.size()) + device_->queued() : 0;
 }
 
+void QtSerialPort::tellTransfer(LineTransfer::Direction direction, std::string_view bytes) {
+  const bool logged = lineLog().isInfoEnabled();
+  if (!logged && !line_traffic_.watched()) return;
+  const std::chrono::milliseconds time_of_day(QTime::currentTime().msecsSinceStartOfDay());
+  const LineTransfer transfer{time_of_day, comm_port_, direction};
+  if (logged) {
+    qCInfo(lineLog).noquote() << QString::fromStdString(transfer.head() + visibleControls(bytes));
+  }
+  line_traffic_.tell(transfer, bytes);
+}
+
 void QtSerialPort::sendRest() {
   const auto [count, state] = device_->write(unsent_);
   unsent_.erase(0, count);
@@ -190,7 +195,7 @@ void QtSerialPort::takeReceived() {
   if (state == SerialDevice::State::kGone) return startVanishing();
   if (count == 0) return;
   const std::string_view bytes(buffer.data(), count);
-  log(comm_port_, '<', bytes);
+  tellTransfer(LineTransfer::Direction::kIn, bytes);
   received_.insert(received_.end(), bytes.begin(), bytes.end());
   unannounced_ += count;
   readable_->setEnabled(received_.size() < kReceiveCapacity);
