@@ -43,13 +43,11 @@ void LineTrafficModel::showHex(bool hex) {
   Q_EMIT layoutChanged();
 }
 
-QString LineTrafficModel::text(int row) const {
-  const Line& line = lines_[static_cast<std::size_t>(row)];
-  QString text = QString::fromStdString(line.transfer.head());
+QString LineTrafficModel::bytesText(const Line& line) const {
   const auto bytes =
       QByteArray::fromRawData(line.bytes.data(), static_cast<qsizetype>(line.bytes.size()));
-  text += hex_ ? QString::fromLatin1(bytes.toHex(' ').toUpper())
-               : QString::fromStdString(visibleControls(line.bytes));
+  QString text = hex_ ? QString::fromLatin1(bytes.toHex(' ').toUpper())
+                      : QString::fromStdString(visibleControls(line.bytes));
   if (line.length > line.bytes.size()) text += QString("\u2026 (%1 bytes)").arg(line.length);
   return text;
 }
@@ -63,8 +61,9 @@ QVariant LineTrafficModel::data(const QModelIndex& index, int role) const {
 }
 
 void LineTrafficModel::widenFor(int first_row) {
-  for (int row = first_row; row < rowCount(); ++row) {
-    widest_text_ = std::max(widest_text_, static_cast<int>(text(row).size()));
+  constexpr int kHead = sizeof "00:00:00.000 COM16 > " - 1;
+  for (auto line = lines_.begin() + first_row; line != lines_.end(); ++line) {
+    widest_text_ = std::max(widest_text_, kHead + static_cast<int>(bytesText(*line).size()));
   }
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include <QAbstractListModel>
+#include <QString>
 
 #include "platform/line_traffic.h"
 
@@ -35,8 +36,11 @@ class LineTrafficModel : public QAbstractListModel {
   /// Bytes in hexadecimal, or as characters with control characters spelled out.
   void showHex(bool hex);
 
-  [[nodiscard]] QString text(int row) const;
-  /// Characters of the longest text since the last `clear` or `showHex`.
+  [[nodiscard]] QString text(int row) const {
+    const Line& line = lines_[static_cast<std::size_t>(row)];
+    return QString::fromStdString(line.transfer.head()) + bytesText(line);
+  }
+  /// Characters of the longest text since the last `clear` or `showHex`, or one more.
   [[nodiscard]] int widestText() const { return widest_text_; }
 
   int rowCount(const QModelIndex& parent = {}) const override;
@@ -45,6 +49,7 @@ class LineTrafficModel : public QAbstractListModel {
  private:
   void drop(int count);
   void widenFor(int first_row);
+  [[nodiscard]] QString bytesText(const Line& line) const;
 
   std::deque<Line> lines_;
   bool hex_ = false;

@@ -29,7 +29,7 @@ constexpr int kPauseMs = 100;
 constexpr QSize kSize(720, 420);
 
 /// Gives every row the size of the longest, which the font's fixed width tells without a look at
-/// the other rows.
+/// the other rows, and lays out no more of a row than can be seen: a long one takes milliseconds.
 class RowDelegate : public QStyledItemDelegate {
  public:
   RowDelegate(const LineTrafficModel& model, QObject* parent)
@@ -39,6 +39,14 @@ class RowDelegate : public QStyledItemDelegate {
     const QFontMetricsF font(option.font);
     const double width = font.horizontalAdvance('0') * (model_.widestText() + 1);
     return {static_cast<int>(width), option.fontMetrics.height()};
+  }
+
+ protected:
+  void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override {
+    QStyledItemDelegate::initStyleOption(option, index);
+    const double width = QFontMetricsF(option->font).horizontalAdvance('0');
+    const int seen = option->widget->width() - option->rect.left();
+    option->text.truncate(static_cast<qsizetype>(seen / width) + 2);
   }
 
  private:

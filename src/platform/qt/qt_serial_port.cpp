@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <ctime>
 #include <thread>
 #include <utility>
 
 #include <QAbstractEventDispatcher>
 #include <QLoggingCategory>
-#include <QTime>
 
 #include "platform/runtime_error.h"
 #include "platform/text.h"
@@ -29,6 +29,17 @@ constexpr auto kLongestDelivery = 4ms;
 /// How long closing may wait for the line to take what is still queued.
 constexpr auto kLongestClosing = 200ms;
 constexpr auto kSendingPoll = 1ms;
+
+/// Since local midnight. The toolkit's would look at the time zone's file for every transfer.
+std::chrono::milliseconds timeOfDay() {
+  using std::chrono::floor, std::chrono::seconds;
+  const auto now = floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+  const std::time_t whole_seconds = std::chrono::system_clock::to_time_t(floor<seconds>(now));
+  std::tm local{};
+  localtime_r(&whole_seconds, &local);
+  return std::chrono::hours(local.tm_hour) + std::chrono::minutes(local.tm_min) +
+         seconds(local.tm_sec) + (now - floor<seconds>(now));
+}
 
 }  // namespace
 
@@ -174,8 +185,7 @@ int QtSerialPort::OutBufferCount() const {
 void QtSerialPort::tellTransfer(LineTransfer::Direction direction, std::string_view bytes) {
   const bool logged = lineLog().isInfoEnabled();
   if (!logged && !line_traffic_.watched()) return;
-  const std::chrono::milliseconds time_of_day(QTime::currentTime().msecsSinceStartOfDay());
-  const LineTransfer transfer{time_of_day, comm_port_, direction};
+  const LineTransfer transfer{timeOfDay(), comm_port_, direction};
   if (logged) {
     qCInfo(lineLog).noquote() << QString::fromStdString(transfer.head() + visibleControls(bytes));
   }
