@@ -1,6 +1,7 @@
 // The piece rate of a firmware update, through the update dialog itself, against a bare loop that
 // sends the same pieces to the same movane-sim: as fast as they go, and at the pace of a
-// 57600 bit/s line. Also the CPU time of the update's waits.
+// 57600 bit/s line. Then with the line traffic window open against closed. Also the CPU time of the
+// update's waits.
 #include <fcntl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -101,9 +102,14 @@ class UpdateDialog {
   }
   ~UpdateDialog() { program_.console().close(); }
 
-  /// Returns how long the pieces of `file` took.
-  Microseconds send(const std::string& file) {
+  /// Returns how long the pieces of `file` took, with the line traffic window open or closed.
+  Microseconds send(const std::string& file, bool with_traffic) {
     platform_.file_to_open = file;
+    if (with_traffic) {
+      program_.showLineTraffic();
+    } else if (program_.lineTraffic() != nullptr) {
+      program_.lineTraffic()->close();
+    }
     find<QPushButton>(program_.settings(), "cmdUpdate").click();
     QWidget& dialog = *program_.update();
     find<QComboBox>(dialog, "cboBaud").setCurrentText("57600");
@@ -158,20 +164,24 @@ void compare(const Desk& desk, UpdateDialog& dialog, int pieces, bool paced) {
 
   // The machine's own speed wavers, so each update is compared with the bare loops before and after
   // it.
-  std::vector<double> to_bare, to_limit;
+  std::vector<double> to_bare, to_limit, open_to_closed;
   Microseconds before = sendBare(desk.portLink(), image);
   for (int i = 0; i < kUpdates; ++i) {
-    const Microseconds update = dialog.send(file);
+    const Microseconds update = dialog.send(file, false);
     const Microseconds after = sendBare(desk.portLink(), image);
+    const Microseconds with_traffic = dialog.send(file, true);
     const Microseconds bare = (std::exchange(before, after) + after) / 2;
-    std::printf("  bare loop %.1f us a piece, update %.1f us a piece\n", bare.count() / pieces,
-                update.count() / pieces);
+    std::printf("  bare loop %.1f us a piece, update %.1f us a piece, with traffic window %.1f\n",
+                bare.count() / pieces, update.count() / pieces, with_traffic.count() / pieces);
     to_bare.push_back(bare / update);
     to_limit.push_back(kPieceTime * pieces / update);
+    open_to_closed.push_back(update / with_traffic);
   }
   std::printf("  rate of the update to the bare loop, median: %.3f\n", median(to_bare));
   if (paced)
     std::printf("  rate of the update to the line's limit, median: %.3f\n", median(to_limit));
+  std::printf("  rate with the line traffic window open to closed, median: %.3f\n",
+              median(open_to_closed));
 }
 
 void run(int argc, char** argv) {

@@ -75,7 +75,7 @@ std::unique_ptr<Timer> VirtualPlatform::makeTimer(std::function<void()> on_tick)
 
 std::unique_ptr<SerialPort> VirtualPlatform::makeSerialPort(std::function<void()> on_comm) {
   return std::make_unique<VirtualSerialPort>(
-      queue_, [this](int comm_port) -> VirtualSocket& { return socket(comm_port); },
+      queue_, [this](int comm_port) -> VirtualSocket& { return socket(comm_port); }, line_traffic_,
       std::move(on_comm));
 }
 

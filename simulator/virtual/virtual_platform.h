@@ -63,6 +63,7 @@ class VirtualPlatform : public Platform, private EventLoop {
   Dialogs& dialogs() override { return dialogs_; }
   std::unique_ptr<Timer> makeTimer(std::function<void()> on_tick) override;
   std::unique_ptr<SerialPort> makeSerialPort(std::function<void()> on_comm) override;
+  LineTraffic& lineTraffic() override { return line_traffic_; }
   PortDetails portDetails(int comm_port) override;
   void forgetPortLinks() override { ++times_links_forgotten; }
   double random() override;
@@ -83,6 +84,7 @@ class VirtualPlatform : public Platform, private EventLoop {
   std::vector<std::unique_ptr<VirtualSocket>> sockets_;
   MemoryStore store_;
   ScriptedDialogs dialogs_;
+  LineTraffic line_traffic_;
   std::deque<double> random_numbers_;
   std::vector<std::string> problems_;
 };

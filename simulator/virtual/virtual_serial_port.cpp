@@ -117,8 +117,16 @@ void VirtualSerialPort::Output(const std::string& bytes) {
   if (!PortOpen()) throw RuntimeError(Fault::kPortMustBeOpen);
   if (socket_->vanishes_at_write == bytes) socket_->unplug();
   if (device_gone_) throw RuntimeError(Fault::kDeviceIo);
+  tellTransfer(LineTransfer::Direction::kOut, bytes);
   unsent_.insert(unsent_.end(), bytes.begin(), bytes.end());
   if (!byte_sent_) sendNext();
+}
+
+void VirtualSerialPort::tellTransfer(LineTransfer::Direction direction, std::string_view bytes) {
+  using std::chrono::milliseconds;
+  const auto time_of_day =
+      std::chrono::duration_cast<milliseconds>(queue_.now()) % std::chrono::hours(24);
+  line_traffic_.tell({time_of_day, comm_port_, direction}, bytes);
 }
 
 void VirtualSerialPort::sendNext() {
@@ -136,6 +144,8 @@ void VirtualSerialPort::byteSent() {
 }
 
 void VirtualSerialPort::take(const std::string& bytes) {
+  if (bytes.empty()) return;
+  tellTransfer(LineTransfer::Direction::kIn, bytes);
   for (const char byte : bytes) {
     received_ += byte;
     postOnComm([this] { return InBufferCount() >= receive_threshold_; });

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/platform.h"
 #include "platform/runtime_error.h"
@@ -60,8 +61,12 @@ class VirtualSerialPort : public SerialPort {
  public:
   using FindSocket = std::function<VirtualSocket&(int comm_port)>;
 
-  VirtualSerialPort(EventQueue& queue, FindSocket find_socket, std::function<void()> on_comm)
-      : queue_(queue), find_socket_(std::move(find_socket)), on_comm_(std::move(on_comm)) {}
+  VirtualSerialPort(EventQueue& queue, FindSocket find_socket, LineTraffic& line_traffic,
+                    std::function<void()> on_comm)
+      : queue_(queue),
+        find_socket_(std::move(find_socket)),
+        line_traffic_(line_traffic),
+        on_comm_(std::move(on_comm)) {}
   ~VirtualSerialPort() override { close(); }
   VirtualSerialPort(const VirtualSerialPort&) = delete;
   VirtualSerialPort& operator=(const VirtualSerialPort&) = delete;
@@ -89,12 +94,14 @@ class VirtualSerialPort : public SerialPort {
 
  private:
   void close();
+  void tellTransfer(LineTransfer::Direction direction, std::string_view bytes);
   void sendNext();
   void byteSent();
   void postOnComm(std::function<bool()> still_due);
 
   EventQueue& queue_;
   FindSocket find_socket_;
+  LineTraffic& line_traffic_;
   std::function<void()> on_comm_;
 
   int comm_port_ = 1;

@@ -41,16 +41,29 @@ void Program::showHelp() {
 
 void Program::showUpdate() {
   std::erase_if(closed_updates_, [](const auto& dialog) { return !dialog->busy(); });
-  update_ = std::make_unique<frmFlash>(platform_, settings(), &console_,
-                                       [this] { closed_updates_.push_back(std::move(update_)); });
+  update_ = std::make_unique<frmFlash>(platform_, settings(), &console_, [this] {
+    closed_updates_.push_back(std::move(update_));
+    if (line_traffic_) line_traffic_->standBeside(nullptr);
+  });
   update_->Form_Load();
-  if (!console_.life().leaving()) update_->show();
+  if (console_.life().leaving()) return;
+  update_->show();
+  if (line_traffic_) line_traffic_->standBeside(update_.get());
+}
+
+void Program::showLineTraffic() {
+  if (!line_traffic_) line_traffic_ = std::make_unique<LineTrafficWindow>(platform_);
+  line_traffic_->standBeside(update_.get());
+  line_traffic_->show();
+  line_traffic_->raise();
+  line_traffic_->activateWindow();
 }
 
 void Program::unloadAll() {
   if (settings_) settings_->Form_Unload();
   if (help_) help_->Form_Unload();
   if (update_) update_->Form_Unload();
+  if (line_traffic_) line_traffic_->unload();
   on_end_();
 }
 

@@ -8,6 +8,7 @@
 #include "help/string_fun_help.h"
 #include "platform/platform.h"
 #include "settings/settings.h"
+#include "traffic/line_traffic_window.h"
 #include "update/frm_flash.h"
 
 namespace mvdirigo {
@@ -28,6 +29,11 @@ class Program : private StringFun::Neighbours {
   /// The update dialog that is open, or null.
   frmFlash* update() { return update_.get(); }
 
+  /// Shows what goes over the line from now on, in a window that is made at the first call.
+  void showLineTraffic();
+  /// The line traffic window, or null before it was first shown.
+  LineTrafficWindow* lineTraffic() { return line_traffic_.get(); }
+
  private:
   LiveSettings& liveSettings() override { return settings(); }
   void showSettings(QPoint anchor) override;
@@ -42,6 +48,7 @@ class Program : private StringFun::Neighbours {
   StringFun console_;
   std::unique_ptr<Settings> settings_;
   std::unique_ptr<StringFunHelp> help_;
+  std::unique_ptr<LineTrafficWindow> line_traffic_;
   std::unique_ptr<frmFlash> update_;
   /// Update dialogs that were closed while their update was on the call stack.
   std::vector<std::unique_ptr<frmFlash>> closed_updates_;

@@ -6,6 +6,7 @@
 
 #include "platform/dialogs.h"
 #include "platform/event_loop.h"
+#include "platform/line_traffic.h"
 #include "platform/serial_port.h"
 #include "platform/settings_store.h"
 #include "platform/timer.h"
@@ -36,6 +37,9 @@ class Platform {
 
   /// A closed port control: port 1, "9600,N,8,1", no events, reads of everything, text mode.
   virtual std::unique_ptr<SerialPort> makeSerialPort(std::function<void()> on_comm) = 0;
+
+  /// What goes over the lines of all ports that were made here.
+  virtual LineTraffic& lineTraffic() = 0;
 
   /// Of a port from 1 to 16. After an opening that was refused, `obstacle` tells why.
   virtual PortDetails portDetails(int comm_port) = 0;

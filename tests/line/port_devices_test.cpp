@@ -59,7 +59,8 @@ class PortDevicesTest : public ::testing::Test {
   std::filesystem::path locks_ = folder_.path / "locks";
   PortDevices devices_{{folder_.path, locks_}};
   QtEventLoop loop_;
-  QtSerialPort port_{devices_, loop_, [] {}};
+  LineTraffic traffic_;
+  QtSerialPort port_{devices_, loop_, traffic_, [] {}};
   const Line line_, other_line_;
 };
 
@@ -101,7 +102,7 @@ TEST_F(PortDevicesTest, KeepsItsLockFileOverAReopeningAndRemovesItAtTheEnd) {
   std::filesystem::create_hard_link(lockFile(), same_file);
   port_.reopen();
   EXPECT_TRUE(std::filesystem::equivalent(lockFile(), same_file));
-  QtSerialPort second(devices_, loop_, [] {});
+  QtSerialPort second(devices_, loop_, traffic_, [] {});
   second.setCommPort(5);
   EXPECT_EQ(faultNumber([&] { second.setPortOpen(true); }), 8005);
   EXPECT_EQ(devices_.describe(5).obstacle, "It is in use by this program.");

@@ -14,7 +14,8 @@ std::unique_ptr<Timer> QtPlatform::makeTimer(std::function<void()> on_tick) {
 }
 
 std::unique_ptr<SerialPort> QtPlatform::makeSerialPort(std::function<void()> on_comm) {
-  return std::make_unique<QtSerialPort>(port_devices_, event_loop_, std::move(on_comm));
+  return std::make_unique<QtSerialPort>(port_devices_, event_loop_, line_traffic_,
+                                        std::move(on_comm));
 }
 
 PortDetails QtPlatform::portDetails(int comm_port) { return port_devices_.describe(comm_port); }

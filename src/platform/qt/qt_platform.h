@@ -20,6 +20,7 @@ class QtPlatform : public Platform {
   Dialogs& dialogs() override { return dialogs_; }
   std::unique_ptr<Timer> makeTimer(std::function<void()> on_tick) override;
   std::unique_ptr<SerialPort> makeSerialPort(std::function<void()> on_comm) override;
+  LineTraffic& lineTraffic() override { return line_traffic_; }
   PortDetails portDetails(int comm_port) override;
   void forgetPortLinks() override { port_devices_.forgetLinks(); }
   double random() override;
@@ -30,6 +31,7 @@ class QtPlatform : public Platform {
   IniSettingsStore settings_store_;
   QtDialogs dialogs_;
   PortDevices port_devices_;
+  LineTraffic line_traffic_;
   std::mt19937_64 random_engine_{std::random_device()()};
 };
 

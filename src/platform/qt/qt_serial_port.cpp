@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <string_view>
+#include <ctime>
 #include <thread>
 #include <utility>
 
 #include <QAbstractEventDispatcher>
 #include <QLoggingCategory>
-#include <QTime>
 
 #include "platform/runtime_error.h"
 #include "platform/text.h"
@@ -31,18 +30,24 @@ constexpr auto kLongestDelivery = 4ms;
 constexpr auto kLongestClosing = 200ms;
 constexpr auto kSendingPoll = 1ms;
 
-void log(int comm_port, char direction, std::string_view bytes) {
-  qCInfo(lineLog).noquote().nospace()
-      << QTime::currentTime().toString("HH:mm:ss.zzz") << " COM" << comm_port << ' ' << direction
-      << ' ' << QString::fromStdString(visibleControls(bytes));
+/// Since local midnight. The toolkit's would look at the time zone's file for every transfer.
+std::chrono::milliseconds timeOfDay() {
+  using std::chrono::floor, std::chrono::seconds;
+  const auto now = floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+  const std::time_t whole_seconds = std::chrono::system_clock::to_time_t(floor<seconds>(now));
+  std::tm local{};
+  localtime_r(&whole_seconds, &local);
+  return std::chrono::hours(local.tm_hour) + std::chrono::minutes(local.tm_min) +
+         seconds(local.tm_sec) + (now - floor<seconds>(now));
 }
 
 }  // namespace
 
-QtSerialPort::QtSerialPort(PortDevices& devices, QtEventLoop& event_loop,
+QtSerialPort::QtSerialPort(PortDevices& devices, QtEventLoop& event_loop, LineTraffic& line_traffic,
                            std::function<void()> on_comm)
     : devices_(devices),
       event_loop_(event_loop),
+      line_traffic_(line_traffic),
       on_comm_(std::make_shared<const std::function<void()>>(std::move(on_comm))) {
   event_loop_.add(*this);
 }
@@ -160,7 +165,7 @@ std::string QtSerialPort::Input() {
 void QtSerialPort::Output(const std::string& bytes) {
   if (!PortOpen()) throw RuntimeError(Fault::kPortMustBeOpen);
   if (vanishing_) throw RuntimeError(Fault::kDeviceIo);
-  log(comm_port_, '>', bytes);
+  tellTransfer(LineTransfer::Direction::kOut, bytes);
   unsent_ += bytes;
   sendRest();
   if (vanishing_) throw RuntimeError(Fault::kDeviceIo);
@@ -177,6 +182,16 @@ int QtSerialPort::OutBufferCount() const {
   return device_ ? static_cast<int>(unsent_.size()) + device_->queued() : 0;
 }
 
+void QtSerialPort::tellTransfer(LineTransfer::Direction direction, std::string_view bytes) {
+  const bool logged = lineLog().isInfoEnabled();
+  if (!logged && !line_traffic_.watched()) return;
+  const LineTransfer transfer{timeOfDay(), comm_port_, direction};
+  if (logged) {
+    qCInfo(lineLog).noquote() << QString::fromStdString(transfer.head() + visibleControls(bytes));
+  }
+  line_traffic_.tell(transfer, bytes);
+}
+
 void QtSerialPort::sendRest() {
   const auto [count, state] = device_->write(unsent_);
   unsent_.erase(0, count);
@@ -190,7 +205,7 @@ void QtSerialPort::takeReceived() {
   if (state == SerialDevice::State::kGone) return startVanishing();
   if (count == 0) return;
   const std::string_view bytes(buffer.data(), count);
-  log(comm_port_, '<', bytes);
+  tellTransfer(LineTransfer::Direction::kIn, bytes);
   received_.insert(received_.end(), bytes.begin(), bytes.end());
   unannounced_ += count;
   readable_->setEnabled(received_.size() < kReceiveCapacity);

@@ -6,10 +6,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include <QSocketNotifier>
 
 #include "platform/line_settings.h"
+#include "platform/line_traffic.h"
 #include "platform/qt/port_devices.h"
 #include "platform/qt/qt_event_loop.h"
 #include "platform/serial_port.h"
@@ -27,8 +29,9 @@ namespace mvdirigo {
 /// neither looks which rate the driver took nor can end a close that the system holds up.
 class QtSerialPort : public SerialPort, private QtEventLoop::Listener {
  public:
-  /// `devices` and `event_loop` outlive the control.
-  QtSerialPort(PortDevices& devices, QtEventLoop& event_loop, std::function<void()> on_comm);
+  /// `devices`, `event_loop` and `line_traffic` outlive the control.
+  QtSerialPort(PortDevices& devices, QtEventLoop& event_loop, LineTraffic& line_traffic,
+               std::function<void()> on_comm);
   ~QtSerialPort() override;
 
   int CommPort() const override { return comm_port_; }
@@ -60,6 +63,8 @@ class QtSerialPort : public SerialPort, private QtEventLoop::Listener {
   /// Lets go of the device, but not of its lock; what was received stays.
   HeldLock releaseDevice();
 
+  /// Tells the log `mvdirigo.line` and the line traffic's watcher; nothing where neither listens.
+  void tellTransfer(LineTransfer::Direction direction, std::string_view bytes);
   void sendRest();
   void takeReceived();
   /// Called once the device is gone; the notifiers would tell it without end.
@@ -71,6 +76,7 @@ class QtSerialPort : public SerialPort, private QtEventLoop::Listener {
 
   PortDevices& devices_;
   QtEventLoop& event_loop_;
+  LineTraffic& line_traffic_;
   /// Shared with the deliveries in progress, so that a handler may destroy this control.
   const std::shared_ptr<const std::function<void()>> on_comm_;
 

@@ -1,0 +1,181 @@
+#include <QAccessible>
+#include <QClipboard>
+
+#include "support/files.h"
+#include "support/window_test.h"
+
+namespace mvdirigo {
+namespace {
+
+class LineTrafficTest : public WindowTest {
+ protected:
+  /// Starts the console on port 3 and opens the window.
+  void open() {
+    store("Settings", "CommPortSetting", "3");
+    platform_.attach(3, bus_);
+    start();
+    program_->showLineTraffic();
+    platform_.runFor(0);
+  }
+  LineTrafficWindow& window() { return *program_->lineTraffic(); }
+  QListView& view() { return find<QListView>(window(), "LineTrafficView"); }
+  void toggleHex() { find<QCheckBox>(window(), "Hex").click(); }
+  int rows() { return view().model()->rowCount(); }
+  std::string row(int row) { return view().model()->index(row, 0).data().toString().toStdString(); }
+  std::string topRow() { return view().indexAt({5, 5}).data().toString().toStdString(); }
+  bool isInView(int row) {
+    return view().viewport()->rect().contains(
+        view().visualRect(view().model()->index(row, 0)).topLeft());
+  }
+  void tell(const std::string& bytes) {
+    platform_.lineTraffic().tell({{}, 2, LineTransfer::Direction::kOut}, bytes);
+  }
+  /// So many numbered writes happen, and the window shows them.
+  void tellNumbers(int first, int count) {
+    for (int i = first; i < first + count; ++i) tell(std::to_string(i));
+    platform_.runFor(200);
+  }
+  static std::string numbered(int i) { return "00:00:00.000 COM2 > " + std::to_string(i); }
+  static std::string clipboard() { return QApplication::clipboard()->text().toStdString(); }
+};
+
+TEST_F(LineTrafficTest, ShowsWritesAndReadsAsPlainText) {
+  open();
+  onConsole<QLineEdit>("StringToSend(0)").setText("/1<b>&");
+  platform_.runFor(1234);
+  press("SendCommand(0)");
+  platform_.socket(3).deliver("\x02<b>\xB5\n");
+  platform_.runFor(100);
+  EXPECT_EQ(row(0), "08:00:01.234 COM3 > /1<b>&\\r");
+  EXPECT_EQ(row(1), "08:00:01.234 COM3 < \\x02<b>\u00B5\\n");
+  auto* list = QAccessible::queryAccessibleInterface(&view());
+  EXPECT_EQ(list->text(QAccessible::Name), "Line traffic");
+  EXPECT_EQ(list->child(1)->text(QAccessible::Name).toStdString(), row(1));
+  toggleHex();
+  EXPECT_EQ(row(1), "08:00:01.234 COM3 < 02 3C 62 3E B5 0A");
+  toggleHex();
+}
+
+TEST_F(LineTrafficTest, KeepsTheNewestAndFollowsThemUnlessScrolledBack) {
+  open();
+  tellNumbers(0, 10'050);
+  EXPECT_EQ(rows(), 10'000);
+  EXPECT_EQ(row(0), numbered(50));
+  EXPECT_TRUE(isInView(9999));
+
+  // The current row is dropped while it is far from what the user looks at.
+  view().setCurrentIndex(view().model()->index(5, 0));
+  view().verticalScrollBar()->setValue(5000);
+  const std::string seen = topRow();
+  tellNumbers(10'050, 1000);
+  EXPECT_EQ(topRow(), seen);
+  view().scrollToBottom();
+  tellNumbers(11'050, 1);
+  EXPECT_TRUE(isInView(9999));
+  tellNumbers(20'000, 30'000);
+  EXPECT_EQ(row(0), numbered(40'000));
+  EXPECT_TRUE(isInView(9999));
+
+  tell(std::string(4096, '\x01') + "cut");
+  platform_.runFor(200);
+  EXPECT_EQ(row(9999).size(), 20 + 4 * 4096 + std::string("\u2026 (4099 bytes)").size());
+  EXPECT_TRUE(row(9999).ends_with("\\x01\u2026 (4099 bytes)"));
+  view().horizontalScrollBar()->setValue(view().horizontalScrollBar()->maximum());
+  const int width = view().fontMetrics().horizontalAdvance(row(9999).c_str());
+  EXPECT_LE(view().visualRect(view().model()->index(9999, 0)).left() + width,
+            view().viewport()->width())
+      << "the end of the longest row can be seen";
+}
+
+TEST_F(LineTrafficTest, WatchesNothingWhileItIsClosedAndKeepsWhatItHeld) {
+  open();
+  tell("held");
+  QTest::keyClick(&view(), Qt::Key_Escape);
+  EXPECT_FALSE(window().isVisible() || platform_.lineTraffic().watched());
+  EXPECT_EQ(platform_.queue().describe().find("timer tick, ms: 100"), std::string::npos);
+  tell("missed");
+  program_->showLineTraffic();
+  platform_.runFor(200);
+  EXPECT_EQ(rows(), 1);
+  window().setWindowState(Qt::WindowMinimized);
+  tell("seen later");
+  platform_.runFor(200);
+  EXPECT_EQ(rows(), 2);
+  press(window(), "Clear");
+  EXPECT_EQ(rows(), 0);
+  console().close();
+  EXPECT_TRUE(ended_);
+  EXPECT_FALSE(window().isVisible() || platform_.lineTraffic().watched());
+}
+
+TEST_F(LineTrafficTest, CopiesAndSavesWhatIsThere) {
+  open();
+  for (const char* bytes : {"1", "2", "\xB5"}) tell(bytes);
+  const std::string head = numbered(0).substr(0, 20);
+  const std::string all = head + "1\n" + head + "2\n" + head + "\u00B5\n";
+  press(window(), "Copy");
+  EXPECT_EQ(clipboard(), all) << "also what came a moment ago";
+  view().setCurrentIndex(view().model()->index(1, 0));
+  QTest::keyClick(&view(), Qt::Key_Up, Qt::ShiftModifier);
+  QTest::keyClick(&view(), Qt::Key_C, Qt::ControlModifier);
+  EXPECT_EQ(clipboard(), head + "1\n" + head + "2\n");
+
+  TemporaryFolder folder;
+  const std::string file = folder.path / "traffic.txt";
+  writeFile(file, "what was there before");
+  platform_.script().expectSaveFile(std::nullopt);
+  press(window(), "Save");
+  platform_.script().expectSaveFile(folder.path / "none/traffic.txt");
+  platform_.script().expectBox("Error Writing File: " + file.substr(0, file.rfind('/')) +
+                                   "/none/traffic.txt\r\n" + qt_error_string(ENOENT).toStdString(),
+                               box::kExclamation);
+  press(window(), "Save");
+  EXPECT_EQ(bytesOf(file), "what was there before");
+  platform_.script().expectSaveFile(file);
+  press(window(), "Save");
+  EXPECT_EQ(bytesOf(file), all);
+  EXPECT_EQ(rows(), 3);
+}
+
+// Clicks through the windowing system, which withholds them from a window that another one blocks.
+TEST_F(LineTrafficTest, StaysUsableBesideTheUpdateDialogWhichBlocksTheOthers) {
+  open();
+  const auto click = [](const QWidget& window, const std::string& name) {
+    const auto& button = find<QAbstractButton>(window, name);
+    QTest::mouseClick(window.windowHandle(), Qt::LeftButton, {},
+                      button.mapTo(&window, QPoint(5, button.height() / 2)));
+  };
+  const auto& record = onConsole<QPushButton>("LoadButton(2)");
+  const auto& save = find<QPushButton>(window(), "Save");
+  TemporaryFolder folder;
+  const std::string image = folder.path / "image.zrf";
+  writeFile(image, "103A7" + std::string(600, 'x'));
+  press("SendCommand(0)", 100);
+  press("LoadButton(3)");
+  press(settings(), "cmdUpdate");
+  platform_.script().expectOpenFile(image);
+  press(*program_->update(), "cmdLoadImage");
+  platform_.script().expectBox(
+      "Are you sure you want to continue? \r\n\r\n- Disconnect all other devices from serial "
+      "bus.\r\n- Terminate connections for high baud rates.\r\n\r\n- DO NOT POWER OFF DEVICE until "
+      "update is complete.",
+      box::kYesNo + box::kInformation, BoxButton::kYes);
+  after(std::chrono::milliseconds(10'500), [&] {
+    window().close();
+    program_->showLineTraffic();
+    click(window(), "Hex");
+    EXPECT_FALSE(save.isEnabled());
+    click(console(), "LoadButton(2)");
+    EXPECT_EQ(record.text(), "Record");
+  });
+  press(*program_->update(), "cmdUpdate");
+  platform_.runFor(200);
+  EXPECT_TRUE(row(rows() - 2).ends_with(" COM3 > 78 78 78 78 78 78")) << row(rows() - 2);
+  press(*program_->update(), "cmdClose");
+  EXPECT_TRUE(window().isVisible() && save.isEnabled());
+  click(console(), "LoadButton(2)");
+  EXPECT_NE(record.text(), "Record");
+}
+
+}  // namespace
+}  // namespace mvdirigo
