@@ -182,6 +182,12 @@ class DrawnIcon : public QIconEngine {
     painter->restore();
   }
 
+  /// It has any size; these are the ones that a window hands to the desktop at its start. The
+  /// toolkit's own choice goes up to 128, which takes a millisecond.
+  QList<QSize> availableSizes(QIcon::Mode, QIcon::State) override {
+    return {{16, 16}, {32, 32}, {64, 64}};
+  }
+
   QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
     QPixmap picture(size);
     picture.fill(Qt::transparent);
