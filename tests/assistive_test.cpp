@@ -47,6 +47,8 @@ TEST_F(Assistive, SeesNoNamelessControlInAnyWindow) {
   EXPECT_EQ(nameless(settings()), "");
   press(settings(), "cmdUpdate");
   EXPECT_EQ(nameless(*program_->update()), "");
+  program_->showLineTraffic();
+  EXPECT_EQ(nameless(*program_->lineTraffic()), "");
   EXPECT_GT(seen, 120) << "so there was something to name";
 }
 

@@ -12,7 +12,8 @@ class LineTrafficTest : public WindowTest {
   /// Starts the console on port 3 and opens the window.
   void open() {
     store("Settings", "CommPortSetting", "3");
-    platform_.attach(3, bus_);
+    bus_.emplace(std::vector<UnitOptions>(1));
+    platform_.attach(3, *bus_);
     start();
     program_->showLineTraffic();
     platform_.runFor(0);

@@ -30,7 +30,7 @@ class Program : private StringFun::Neighbours {
   frmFlash* update() { return update_.get(); }
 
   /// Shows what goes over the line from now on, in a window that is made at the first call.
-  void showLineTraffic();
+  void showLineTraffic() override;
   /// The line traffic window, or null before it was first shown.
   LineTrafficWindow* lineTraffic() { return line_traffic_.get(); }
 
@@ -38,7 +38,6 @@ class Program : private StringFun::Neighbours {
   LiveSettings& liveSettings() override { return settings(); }
   void showSettings(QPoint anchor) override;
   void showHelp() override;
-  void showLineTraffic() override {}
   void unloadAll() override;
   void showUpdate();
 

@@ -28,7 +28,13 @@ void CaptionBlink::stop() {
   showShort();
 }
 
-void CaptionBlink::Timer1_Timer() { long_shown_ ? showShort() : showLong(); }
+void CaptionBlink::Timer1_Timer() {
+  if (long_shown_) {
+    showShort();
+  } else {
+    showLong();
+  }
+}
 
 void CaptionBlink::showLong() {
   set_caption_("Dirigo Help - Click a control for its description.");

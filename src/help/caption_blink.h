@@ -12,6 +12,8 @@ namespace mvdirigo {
 class CaptionBlink {
  public:
   CaptionBlink(Platform& platform, std::function<void(const std::string& caption)> set_caption);
+  CaptionBlink(const CaptionBlink&) = delete;
+  CaptionBlink& operator=(const CaptionBlink&) = delete;
 
   /// Shows the long caption and blinks from now on.
   void start();

@@ -8,6 +8,10 @@ namespace mvdirigo {
 
 class QtDialogs : public Dialogs {
  public:
+  QtDialogs() = default;
+  QtDialogs(const QtDialogs&) = delete;
+  QtDialogs& operator=(const QtDialogs&) = delete;
+
   BoxButton messageBox(const std::string& text, int style = box::kOkOnly) override;
   std::string openFile(const FileRequest& request) override;
   std::string saveFile(const FileRequest& request) override;

@@ -77,7 +77,11 @@ void QtSerialPort::setPortOpen(bool open) {
   if (open == PortOpen()) {
     throw RuntimeError(open ? Fault::kPortAlreadyOpen : Fault::kDeviceNotOpen);
   }
-  open ? this->open() : close();
+  if (open) {
+    this->open();
+  } else {
+    close();
+  }
 }
 
 void QtSerialPort::reopen() {
