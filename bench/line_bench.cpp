@@ -14,6 +14,7 @@
 
 #include <QApplication>
 #include <QEventLoop>
+#include <QTest>
 #include <QTimer>
 
 #include "app/program.h"
@@ -131,6 +132,7 @@ class Console {
   Console(Platform& platform, const PeerNotes& notes)
       : platform_(platform), notes_(notes), program_(platform, [] {}) {
     program_.start();
+    program_.console().activateWindow();
     QObject::connect(&reply(), &QLineEdit::textChanged, [this] {
       reply_shown_ = Clock::now();
       replied_ = true;
@@ -139,11 +141,7 @@ class Console {
   ~Console() { program_.console().close(); }
 
   void press() {
-    replied_ = false;
-    pressed_ = Clock::now();
-    button().click();
-    static_cast<void>(
-        platform_.eventLoop().waitUntil([this] { return replied_; }, program_.console().life()));
+    exchange([this] { button().click(); });
   }
   /// Handles what a press left to do, such as painting.
   void settle() { platform_.eventLoop().runPending(); }
@@ -152,16 +150,30 @@ class Console {
     press_to_first_byte_.add(notes_.first_byte.get() - pressed_);
     reply_to_text_.add(reply_shown_ - notes_.reply.get());
     settle();
+    exchange([this] { QTest::keyClick(&program_.console(), Qt::Key_0, Qt::AltModifier); });
+    accelerator_to_first_byte_.add(notes_.first_byte.get() - pressed_);
+    settle();
   }
   void close() { program_.console().closePort(); }
   std::string replyText() { return reply().text().toStdString(); }
 
   void print() {
     press_to_first_byte_.print("window: press to first byte");
+    accelerator_to_first_byte_.print("window: accelerator to first byte");
     reply_to_text_.print("window: reply to text");
   }
 
  private:
+  /// Does `press` and waits for the reply.
+  template <class Press>
+  void exchange(Press press) {
+    replied_ = false;
+    pressed_ = Clock::now();
+    press();
+    static_cast<void>(
+        platform_.eventLoop().waitUntil([this] { return replied_; }, program_.console().life()));
+  }
+
   QPushButton& button() { return find<QPushButton>(program_.console(), "SendCommand(0)"); }
   QLineEdit& reply() { return find<QLineEdit>(program_.console(), "ReceiveString(0)"); }
 
@@ -170,7 +182,7 @@ class Console {
   Program program_;
   bool replied_ = false;
   Clock::time_point pressed_, reply_shown_;
-  Durations press_to_first_byte_, reply_to_text_;
+  Durations press_to_first_byte_, accelerator_to_first_byte_, reply_to_text_;
 };
 
 Clock::time_point exchangeBare(int line) {

@@ -342,15 +342,31 @@ void StringFun::lineSettingsChanged() {
   showStripSoon();
 }
 
+void StringFun::SendCommand_Click(int Index) {
+  struct Sending {
+    explicit Sending(StringFun& console) : console_(console) { console_.sending_ = true; }
+    ~Sending() {
+      console_.sending_ = false;
+      if (std::exchange(console_.strip_due_, false)) console_.showStripSoon();
+    }
+    Sending(const Sending&) = delete;
+    Sending& operator=(const Sending&) = delete;
+    StringFun& console_;
+  };
+  const Sending sending(*this);
+  transaction_.SendCommand_Click(Index);
+}
+
 // Once for all that happens in a turn of the event loop, and after what is to be quick: the first
 // byte on the line and the reply in its field.
 void StringFun::showStripSoon() {
-  if (std::exchange(strip_due_, true)) return;
+  if (std::exchange(strip_due_, true) || sending_) return;
   QMetaObject::invokeMethod(
       this, [this] { showStrip(); }, Qt::QueuedConnection);
 }
 
 void StringFun::showStrip() {
+  if (sending_) return;
   strip_due_ = false;
   if (life_.leaving()) return;
   strip_->showLine(lineText());

@@ -11,6 +11,7 @@
 #include "console/row_keys.h"
 #include "console/status_strip.h"
 #include "core/live_settings.h"
+#include "core/stored_settings.h"
 #include "platform/platform.h"
 #include "protocol/transaction.h"
 
@@ -36,15 +37,16 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
     virtual void unloadAll() = 0;
   };
 
-  /// Rows that exist; the settings allow at most 25 of them to be shown.
-  static constexpr int kRows = Recorder::kRows;
+  /// Rows that the console makes: those that are stored. The settings allow at most 25 of them to
+  /// be shown, and the others that a playback may name have no command.
+  static constexpr int kRows = kStoredRows;
 
   StringFun(Platform& platform, Neighbours& neighbours);
   ~StringFun() override;
 
   void Form_Load();
   void SetupScreen();
-  void SendCommand_Click(int Index) { transaction_.SendCommand_Click(Index); }
+  void SendCommand_Click(int Index);
   void LoadButton_Click(int Index);
   /// Shows the line settings that are now chosen, if the port is closed.
   void lineSettingsChanged();
@@ -123,6 +125,7 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   bool waiting_ = false;
   Exchange last_exchange_;
   bool strip_due_ = false;
+  bool sending_ = false;
 };
 
 }  // namespace mvdirigo
