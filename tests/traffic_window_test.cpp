@@ -45,7 +45,7 @@ TEST_F(LineTrafficTest, ShowsWritesAndReadsAsPlainText) {
   onConsole<QLineEdit>("StringToSend(0)").setText("/1<b>&");
   platform_.runFor(1234);
   press("SendCommand(0)");
-  platform_.socket(3).deliver("\x02<b>\xB5\n");
+  for (const char* part : {"\x02<b>", "\xB5\n"}) platform_.socket(3).deliver(part);
   platform_.runFor(100);
   EXPECT_EQ(row(0), "08:00:01.234 COM3 > /1<b>&\\r");
   EXPECT_EQ(row(1), "08:00:01.234 COM3 < \\x02<b>\u00B5\\n");

@@ -21,12 +21,17 @@ class LineTrafficModel : public QAbstractListModel {
 
   /// One transfer as it is kept.
   struct Line {
-    Line(const LineTransfer& about, std::string_view all_bytes)
-        : transfer(about), bytes(all_bytes.substr(0, kBytesKept)), length(all_bytes.size()) {}
+    Line(const LineTransfer& about, std::string_view all_bytes) : transfer(about) {
+      append(all_bytes);
+    }
+    void append(std::string_view more) {
+      bytes += more.substr(0, kBytesKept - bytes.size());
+      length += more.size();
+    }
 
     LineTransfer transfer;
     std::string bytes;
-    std::size_t length;
+    std::size_t length = 0;
   };
 
   /// Takes all of `lines` as the newest, and drops the oldest. Returns how many it dropped.

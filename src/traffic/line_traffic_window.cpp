@@ -26,6 +26,11 @@ namespace mvdirigo {
 namespace {
 
 constexpr int kPauseMs = 100;
+/// Bytes read within so much of each other are one burst: at 9600 bit/s they come one each
+/// millisecond, and common adapters hold them back for up to 16 ms.
+constexpr std::chrono::milliseconds kBurstGap(20);
+/// A burst shows when it is over, or has so many bytes.
+constexpr std::size_t kLongestBurst = 256;
 constexpr QSize kSize(720, 420);
 
 /// Gives every row the size of the longest, which the font's fixed width tells without a look at
@@ -151,9 +156,25 @@ void LineTrafficWindow::hideEvent(QHideEvent* event) {
 }
 
 void LineTrafficWindow::lineTransfer(const LineTransfer& transfer, std::string_view bytes) {
-  pending_.emplace_back(transfer, bytes);
+  if (continues(transfer)) {
+    pending_.back().append(bytes);
+    pause_->setEnabled(false);
+  } else {
+    pending_.emplace_back(transfer, bytes);
+  }
+  newest_ = transfer.time_of_day;
   if (pending_.size() > LineTrafficModel::kLines) pending_.pop_front();
   pause_->setEnabled(true);
+}
+
+bool LineTrafficWindow::continues(const LineTransfer& transfer) const {
+  if (pending_.empty()) return false;
+  const LineTrafficModel::Line& newest = pending_.back();
+  const auto gap = transfer.time_of_day - newest_;
+  return transfer.direction == LineTransfer::Direction::kIn &&
+         newest.transfer.direction == LineTransfer::Direction::kIn &&
+         newest.transfer.comm_port == transfer.comm_port && newest.length < kLongestBurst &&
+         gap >= gap.zero() && gap <= kBurstGap;
 }
 
 void LineTrafficWindow::showPending() {

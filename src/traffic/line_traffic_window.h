@@ -15,7 +15,7 @@ class QPushButton;
 
 namespace mvdirigo {
 
-/// Shows what goes over the lines of all ports, one write or read a row, the newest last. It
+/// Shows what goes over the lines of all ports, one write or burst read a row, the newest last. It
 /// follows the newest row unless the user has scrolled back. While it is closed it watches nothing;
 /// what it held stays until "Clear".
 class LineTrafficWindow : public QWidget, private LineTraffic::Watcher {
@@ -36,6 +36,8 @@ class LineTrafficWindow : public QWidget, private LineTraffic::Watcher {
 
  private:
   void lineTransfer(const LineTransfer& transfer, std::string_view bytes) override;
+  /// Whether what is read now continues the newest row.
+  [[nodiscard]] bool continues(const LineTransfer& transfer) const;
   /// Shows what came in since the last call.
   void showPending();
   void clear();
@@ -51,6 +53,8 @@ class LineTrafficWindow : public QWidget, private LineTraffic::Watcher {
   QListView* view_;
   QPushButton* save_;
   std::deque<LineTrafficModel::Line> pending_;
+  /// When the newest bytes of `pending_` came.
+  std::chrono::milliseconds newest_{0};
   /// Runs while something is pending. A view that is told of many rows at a time does hardly more
   /// than for one.
   std::unique_ptr<Timer> pause_;
