@@ -46,7 +46,7 @@ TEST_F(LineTrafficTest, ShowsWritesAndReadsAsPlainText) {
   platform_.runFor(1234);
   press("SendCommand(0)");
   for (const char* part : {"\x02<b>", "\xB5\n"}) platform_.socket(3).deliver(part);
-  platform_.runFor(100);
+  platform_.runFor(200);
   EXPECT_EQ(row(0), "08:00:01.234 COM3 > /1<b>&\\r");
   EXPECT_EQ(row(1), "08:00:01.234 COM3 < \\x02<b>\u00B5\\n");
   auto* list = QAccessible::queryAccessibleInterface(&view());
