@@ -48,12 +48,12 @@ TEST_F(LineTrafficTest, ShowsWritesAndReadsAsPlainText) {
   for (const char* part : {"\x02<b>", "\xB5\n"}) platform_.socket(3).deliver(part);
   platform_.runFor(200);
   EXPECT_EQ(row(0), "08:00:01.234 COM3 > /1<b>&\\r");
-  EXPECT_EQ(row(1), "08:00:01.234 COM3 < \\x02<b>\u00B5\\n");
+  EXPECT_EQ(row(1), "08:00:01.234 COM3 < \\x02<b>\u00B5\\n\u00FF/0b\\x03\\r\\n") << "one burst";
   auto* list = QAccessible::queryAccessibleInterface(&view());
   EXPECT_EQ(list->text(QAccessible::Name), "Line traffic");
   EXPECT_EQ(list->child(1)->text(QAccessible::Name).toStdString(), row(1));
   toggleHex();
-  EXPECT_EQ(row(1), "08:00:01.234 COM3 < 02 3C 62 3E B5 0A");
+  EXPECT_EQ(row(1), "08:00:01.234 COM3 < 02 3C 62 3E B5 0A FF 2F 30 62 03 0D 0A");
   toggleHex();
 }
 
