@@ -89,7 +89,12 @@ frmFlash::frmFlash(Platform& platform, Settings& settings, QWidget* owner,
   auto* column = new QVBoxLayout;
   column->addWidget(makeUpdateGroup());
   column->addStretch();
-  column->addWidget(cmdClose, 0, Qt::AlignRight);
+  // Beside "Close", because the verbose size has no room for another line.
+  transfer_ = new TransferProgress(platform_);
+  auto* last_line = new QHBoxLayout;
+  last_line->addWidget(transfer_, 1);
+  last_line->addWidget(cmdClose);
+  column->addLayout(last_line);
   row->addLayout(column);
   row->addWidget(traffic_, 1);
 }
@@ -132,7 +137,6 @@ QGroupBox* frmFlash::makeUpdateGroup() {
   pgbUpdate->setValue(0);
 
   summary_ = new UpdateSummary;
-  transfer_ = new TransferProgress(platform_);
 
   auto* group = new QGroupBox("Update Firmware");
   group->setObjectName("fmeUpdate");
@@ -152,7 +156,6 @@ QGroupBox* frmFlash::makeUpdateGroup() {
   grid->addWidget(summary_, 3, 0, 1, 4);
   grid->addLayout(status, 4, 0, 1, 4);
   grid->addWidget(pgbUpdate, 5, 0, 1, 4);
-  grid->addWidget(transfer_, 6, 0, 1, 4);
 
   for (const QComboBox* choice : {cboID, cboBaud}) {
     connect(choice, &QComboBox::currentIndexChanged, this, [this] { showTarget(); });
