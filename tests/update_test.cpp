@@ -58,13 +58,15 @@ class DialogDouble : public FirmwareUpdate::Window {
   std::vector<std::string> statuses;
   std::string spins, traffic, baud = "57600";
   std::vector<int> steps;
+  std::size_t sent = 0, all = 0;
   bool update_enabled = false, pause_enabled = false, enlarged = false, verbose_checked = false;
   int unit = 1;
   std::function<void(const std::string&)> on_status;
 
   bool verbose() const override { return verbose_checked; }
-  void printTraffic(std::string_view bytes) override {
-    touch(), traffic += "[" + std::string(bytes) + "]";
+  void printTraffic(FlashLink::Direction direction, std::string_view bytes) override {
+    touch(), traffic += direction == FlashLink::Direction::kSent ? ">" : "<";
+    traffic += "[" + std::string(bytes) + "]";
   }
   void setStatus(const std::string& text) override {
     touch();
@@ -79,6 +81,9 @@ class DialogDouble : public FirmwareUpdate::Window {
   void enlarge() override { touch(), enlarged = true; }
   void enablePause(bool enabled) override { touch(), pause_enabled = enabled; }
   void showEndOfStatus() override { touch(); }
+  void showFile(const UpdateFileFacts&) override { touch(); }
+  void startTransfer(std::size_t bytes) override { touch(), sent = 0, all = bytes; }
+  void setSent(std::size_t bytes) override { touch(), sent = bytes; }
   void closeConsolePort() override { touch(); }
   int unitNumber() const override { return unit; }
   std::string baudText() const override { return baud; }
@@ -214,6 +219,7 @@ TEST_F(UpdateTest, DeliversThePayloadAtEveryRate) {
       load(content);
       dialog_->baud = rates[round++ % 4];
       update(kOk);
+      EXPECT_EQ(dialog_->sent, dialog_->all);
       EXPECT_TRUE(unit_->unit(0).image() == imageOfUpdateFile(content)) << start << " " << length;
     }
     ++round;
@@ -318,7 +324,7 @@ TEST_F(UpdateTest, EndsWhenThePromptCameBeforeItsCommand) {
   choose("003A7" + bytes(20));
   update(kEntering, {{"Response: ''. Exiting...", 112}});
   EXPECT_TRUE(dialog_->enlarged);
-  EXPECT_TRUE(dialog_->traffic.starts_with("[\xAA][][/1T\r][")) << dialog_->traffic;
+  EXPECT_TRUE(dialog_->traffic.starts_with(">[\xAA]>[/1T\r]<[")) << dialog_->traffic;
 }
 
 TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) {

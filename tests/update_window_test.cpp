@@ -16,22 +16,28 @@ class UpdateWindow : public WindowTest {
     press("LoadButton(3)");
     press(settings(), "cmdUpdate");
     EXPECT_FALSE(settings().isVisible() || enabled("cmdUpdate"));
-    platform_.script().expectOpenFile(image_);
-    press(dialog(), "cmdLoadImage");
-    EXPECT_EQ(display("txtStatus").text().toStdString(), "Status: Loaded " + image_);
+    load(image_);
   }
-  /// Presses "Update" and confirms it.
-  void update(std::function<void()> while_asked = {}) {
+  void load(const std::string& file) {
+    platform_.script().expectOpenFile(file);
+    press(dialog(), "cmdLoadImage");
+    EXPECT_EQ(display("txtStatus").text().toStdString(), "Status: Loaded " + file);
+    EXPECT_TRUE(enabled("cmdUpdate"));
+  }
+  /// Presses "Update" and confirms it, or declines.
+  void update(std::function<void()> while_asked = {}, BoxButton answer = BoxButton::kYes) {
     platform_.script().expectBox(
         "Are you sure you want to continue? \r\n\r\n- Disconnect all other devices from serial "
         "bus.\r\n- Terminate connections for high baud rates.\r\n\r\n- DO NOT POWER OFF DEVICE "
         "until update is complete.",
-        box::kYesNo + box::kInformation, BoxButton::kYes, std::move(while_asked));
+        box::kYesNo + box::kInformation, answer, std::move(while_asked));
     press(dialog(), "cmdUpdate");
   }
   QWidget& dialog() { return *program_->update(); }
   bool enabled(const char* name) { return find<QWidget>(dialog(), name).isEnabled(); }
   QString toolTip(const char* name) { return find<QWidget>(dialog(), name).toolTip(); }
+  QStringList summary() { return find<QLabel>(dialog(), "Summary").text().split('\n'); }
+  QString bar() { return find<QProgressBar>(dialog(), "pgbUpdate").text(); }
   QLineEdit& display(const char* name) { return find<QLineEdit>(dialog(), name); }
 
   TemporaryFolder folder_;
@@ -68,7 +74,7 @@ TEST_F(UpdateWindow, UpdatesAUnitUndisturbedAndGivesTheLineBack) {
 
   auto& traffic = find<QPlainTextEdit>(dialog(), "Traffic");
   receive(std::string(600, 'x') + "\r", 100);
-  EXPECT_TRUE(traffic.toPlainText().endsWith("\n" + QString(500, 'x')));
+  EXPECT_TRUE(traffic.toPlainText().endsWith("\n< " + QString(500, 'x')));
   receive(std::string(1500, '\r'), 100);
   EXPECT_EQ(traffic.toPlainText().size() / 1024, 255);
 
@@ -89,6 +95,15 @@ TEST_F(UpdateWindow, TakesTheLineFromAPlaybackAndTurnsTheSpinnerNoFasterThanOneS
   find<QComboBox>(dialog(), "cboBaud").setCurrentText("57600");
   int turns = 0;
   SimTime next_turn{0};
+  QString last;
+  int texts = 0;
+  SimTime next_text{0};
+  QObject::connect(&display("TransferProgress"), &QLineEdit::textChanged, [&](const QString& text) {
+    if (!text.contains("left")) return;
+    EXPECT_GE(platform_.now(), next_text);
+    next_text = platform_.now() + 250ms;
+    if (++texts == 10) last = text;
+  });
   QObject::connect(&display("txtSpinner"), &QLineEdit::textChanged, [&](const QString& position) {
     turns += position != " ";
     EXPECT_TRUE(position == " " || platform_.now() >= next_turn);
@@ -102,6 +117,43 @@ TEST_F(UpdateWindow, TakesTheLineFromAPlaybackAndTurnsTheSpinnerNoFasterThanOneS
   platform_.runFor(1000);
   EXPECT_EQ(display("txtSpinner").text(), " ");
   EXPECT_GT(turns, 30);
+
+  // A piece and its answer are seven bytes of ten bits.
+  EXPECT_EQ(last, QStringLiteral("12,342 of 30,000 bytes \u00B7 0:03 left"));
+  EXPECT_EQ(display("TransferProgress").text(), "30,000 of 30,000 bytes");
+  EXPECT_EQ(bar(), "Done");
+  EXPECT_EQ(find<QProgressBar>(dialog(), "pgbUpdate").value(), 90);
+  update({}, BoxButton::kNo);
+  EXPECT_EQ(bar() + display("TransferProgress").text(), "90%");
+}
+
+TEST_F(UpdateWindow, TellsWhatItIsAboutToSendAndNeverMindsAFileThatCannotBeRead) {
+  openWithImage(1000);
+  const std::pair<std::string, QString> cases[] = {
+      {"103A7", QStringLiteral("12,345 bytes \u00B7 full update \u00B7 ID 3A7")},
+      {"00b12", QStringLiteral("12,345 bytes \u00B7 partial update \u00B7 ID B12")},
+      {"603A7", QStringLiteral("12,345 bytes \u00B7 no header")}};
+  for (const auto& [header, facts] : cases) {
+    writeFile(image_, header + std::string(12340, 'x'));
+    load(image_);
+    EXPECT_EQ(summary()[1], facts);
+  }
+  find<QComboBox>(dialog(), "cboID").setCurrentText("15");
+  find<QComboBox>(dialog(), "cboBaud").setCurrentText("57600");
+  EXPECT_EQ(summary()[2], QStringLiteral("Unit 15 \u00B7 COM1 \u00B7 57600 baud"));
+
+  const std::string name = "<b>begin\n" + std::string(150, 'x') + ".zrf";
+  load(folder_.path / name);
+  EXPECT_EQ(summary().size(), 3);
+  EXPECT_TRUE(summary()[0].startsWith("<b>begin\uFFFDxx") && summary()[0].endsWith("xx.zrf"));
+  EXPECT_LT(summary()[0].size(), 100);
+  EXPECT_EQ(summary()[1], "Can't be read: File not found");
+  EXPECT_TRUE(toolTip("Summary").contains(QString::fromStdString(folder_.path).left(10)));
+  std::filesystem::remove(image_);
+  load(image_);
+  writeFile(image_, "11");
+  update({}, BoxButton::kNo);
+  EXPECT_TRUE(summary()[1].startsWith("2 bytes")) << "it was written since";
 }
 
 TEST_F(UpdateWindow, EndsCleanlyWhenItOrTheConsoleIsClosedInAnyWait) {

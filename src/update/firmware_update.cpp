@@ -28,6 +28,7 @@ void FirmwareUpdate::cmdLoadImage_Click() {
     chosen_file_ = name;
     window_.setStatus("Status: Loaded " + name);
     window_.showEndOfStatus();
+    window_.showFile(inspectUpdateFile(chosen_file_, dialogs_));
     window_.enableUpdate(true);
   });
 }
@@ -35,9 +36,12 @@ void FirmwareUpdate::cmdLoadImage_Click() {
 void FirmwareUpdate::cmdUpdate_Click() {
   if (running_) return;
   running_ = true;
+  complete_ = false;
+  // What is told stays true of a file that was written anew since it was chosen.
+  if (!chosen_file_.empty()) window_.showFile(inspectUpdateFile(chosen_file_, dialogs_));
   UpdateRun run(dialogs_, window_, link_, chosen_file_);
   try {
-    atHandlerEdge(dialogs_, "cmdUpdate_Click", [&] { run.update(); });
+    atHandlerEdge(dialogs_, "cmdUpdate_Click", [&] { complete_ = run.update(); });
   } catch (const FlashLink::Over&) {
   }
   running_ = false;

@@ -18,6 +18,8 @@ class FirmwareUpdate {
    public:
     /// Lets the last of the status text be seen when there is no room for all of it.
     virtual void showEndOfStatus() = 0;
+    /// Tells what an update is about to send.
+    virtual void showFile(const UpdateFileFacts& file) = 0;
   };
 
   /// `life` is that of the dialog: once it leaves, an update ends at once and without a word.
@@ -35,6 +37,8 @@ class FirmwareUpdate {
   /// button some seconds before the transfer that it stopped has ended.
   void cmdUpdate_Click();
   [[nodiscard]] bool running() const { return running_; }
+  /// Whether the unit has got all of the last update.
+  [[nodiscard]] bool complete() const { return complete_; }
   /// Whether an update was ever confirmed; some of what it found out stays for the next one.
   [[nodiscard]] bool confirmedBefore() const { return confirmed_before_; }
 
@@ -44,6 +48,7 @@ class FirmwareUpdate {
   const WindowLife& life_;
   FlashLink link_;
   bool running_ = false;
+  bool complete_ = false;
   bool confirmed_before_ = false;
   std::string chosen_file_;
 };

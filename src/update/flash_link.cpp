@@ -104,13 +104,14 @@ void FlashLink::waitUntil(const std::function<bool()>& done) {
   throwIfOver();
 }
 
-void FlashLink::print(std::string_view bytes) {
-  if (window_.verbose()) window_.printTraffic(bytes);
+void FlashLink::printReceived() {
+  const std::string_view bytes = reply_.UpdateRxBuffer();
+  if (window_.verbose() && !bytes.empty()) window_.printTraffic(Direction::kReceived, bytes);
 }
 
 void FlashLink::prepareSending(const std::string& text) {
   if (window_.verbose()) {
-    window_.printTraffic(text);
+    window_.printTraffic(Direction::kSent, text);
     yield();
   }
   if (!MSCommFlash_->PortOpen()) open();
@@ -205,11 +206,11 @@ void FlashLink::MSCommFlash_OnComm() {
     if (character == "\r") {
       const bool too_early = piece_ != nullptr && MSCommFlash_->OutBufferCount() > 0;
       if (!too_early) reply_.ReplyDone = true;
-      print(reply_.UpdateRxBuffer());
+      printReceived();
     }
     if (character == "?") {
       reply_.PromptSeen = true;
-      print(reply_.UpdateRxBuffer());
+      printReceived();
     }
     if (!character.empty()) reply_.append(character[0]);
   });

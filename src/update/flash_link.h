@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,6 +17,8 @@ namespace mvdirigo {
 /// and waits for it. Texts on the line are Latin-1.
 class FlashLink {
  public:
+  enum class Direction : std::uint8_t { kSent, kReceived };
+
   /// What the line needs of the dialog.
   class Window {
    public:
@@ -24,7 +27,7 @@ class FlashLink {
     /// Whether traffic is to be printed.
     [[nodiscard]] virtual bool verbose() const = 0;
     /// Prints bytes of the line, control characters included.
-    virtual void printTraffic(std::string_view bytes) = 0;
+    virtual void printTraffic(Direction direction, std::string_view bytes) = 0;
 
     virtual void setStatus(const std::string& text) = 0;
     /// One character: the spinner's position, or a blank.
@@ -124,7 +127,8 @@ class FlashLink {
   /// Returns false when the time was up first; otherwise the wait's timer runs on, which ends
   /// nothing but a wait.
   bool waitFor(const std::function<bool()>& done, int timeout_ms);
-  void print(std::string_view bytes);
+  /// Prints what was received, unless it is nothing.
+  void printReceived();
 
   void MSCommFlash_OnComm();
   void tmrMSCommFlash_Timer();

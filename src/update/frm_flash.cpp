@@ -16,7 +16,10 @@
 #include "console/console_layout.h"
 #include "console/tool_tip.h"
 #include "platform/handler_edge.h"
+#include "platform/text.h"
 #include "update/traffic_view.h"
+#include "update/transfer_progress.h"
+#include "update/update_summary.h"
 
 namespace mvdirigo {
 namespace {
@@ -86,7 +89,12 @@ frmFlash::frmFlash(Platform& platform, Settings& settings, QWidget* owner,
   auto* column = new QVBoxLayout;
   column->addWidget(makeUpdateGroup());
   column->addStretch();
-  column->addWidget(cmdClose, 0, Qt::AlignRight);
+  // Beside "Close", because the verbose size has no room for another line.
+  transfer_ = new TransferProgress(platform_);
+  auto* last_line = new QHBoxLayout;
+  last_line->addWidget(transfer_, 1);
+  last_line->addWidget(cmdClose);
+  column->addLayout(last_line);
   row->addLayout(column);
   row->addWidget(traffic_, 1);
 }
@@ -128,6 +136,8 @@ QGroupBox* frmFlash::makeUpdateGroup() {
   pgbUpdate->setRange(0, 100);
   pgbUpdate->setValue(0);
 
+  summary_ = new UpdateSummary;
+
   auto* group = new QGroupBox("Update Firmware");
   group->setObjectName("fmeUpdate");
   auto* grid = new QGridLayout(group);
@@ -143,9 +153,13 @@ QGroupBox* frmFlash::makeUpdateGroup() {
   auto* status = new QHBoxLayout;
   status->addWidget(txtStatus);
   status->addWidget(txtSpinner);
-  grid->addLayout(status, 3, 0, 1, 4);
-  grid->addWidget(pgbUpdate, 4, 0, 1, 4);
+  grid->addWidget(summary_, 3, 0, 1, 4);
+  grid->addLayout(status, 4, 0, 1, 4);
+  grid->addWidget(pgbUpdate, 5, 0, 1, 4);
 
+  for (const QComboBox* choice : {cboID, cboBaud}) {
+    connect(choice, &QComboBox::currentIndexChanged, this, [this] { showTarget(); });
+  }
   connect(cmdLoadImage, &QPushButton::clicked, this, [this] { update_.cmdLoadImage_Click(); });
   connect(cmdUpdate, &QPushButton::clicked, this, [this] { cmdUpdate_Click(); });
   return group;
@@ -155,6 +169,8 @@ void frmFlash::Form_Load() {
   cboID->setCurrentIndex(0);
   cboBaud->setCurrentIndex(0);
   closeConsolePort();
+  port_ = QString::fromStdString(shortVisibleText(latin1FromUtf8(settings_.CommPortSetting())));
+  showTarget();
   update_.Form_Load(settings_);
 }
 
@@ -164,8 +180,15 @@ void frmFlash::Form_Unload() {
   hide();
 }
 
+void frmFlash::showTarget() {
+  summary_->showTarget(QStringLiteral("Unit %1 \u00B7 COM%2 \u00B7 %3 baud")
+                           .arg(cboID->currentText(), port_, cboBaud->currentText()));
+}
+
 void frmFlash::cmdUpdate_Click() {
   if (busy()) return;
+  pgbUpdate->resetFormat();
+  transfer_->forget();
   // A file dialog would stop the update, and the unit's answers would seem to be late. Unit and
   // rate are those of the confirmation.
   const std::initializer_list<QWidget*> settled = {cboID, cboBaud, cmdLoadImage};
@@ -175,6 +198,8 @@ void frmFlash::cmdUpdate_Click() {
                   "is left without any, and does nothing until another update.");
   update_.cmdUpdate_Click();
   if (life_.leaving()) return;
+  transfer_->stop();
+  if (update_.complete()) pgbUpdate->setFormat("Done");
   for (QWidget* control : settled) enable(control, true);
   setPlainToolTip(*cmdClose, {});
   if (update_.confirmedBefore()) {
@@ -201,9 +226,9 @@ void frmFlash::reject() {
 
 bool frmFlash::verbose() const { return Verbose->isChecked(); }
 
-void frmFlash::printTraffic(std::string_view bytes) {
+void frmFlash::printTraffic(FlashLink::Direction direction, std::string_view bytes) {
   if (traffic_->isHidden()) enlarge();
-  traffic_->print(bytes);
+  traffic_->print(direction, bytes);
 }
 
 void frmFlash::setStatus(const std::string& text) {
@@ -213,6 +238,8 @@ void frmFlash::setStatus(const std::string& text) {
 }
 
 void frmFlash::showEndOfStatus() { txtStatus->end(false); }
+
+void frmFlash::showFile(const UpdateFileFacts& file) { summary_->showFile(file); }
 
 void frmFlash::setSpinner(const std::string& text) {
   const bool stopped = text == " ";
@@ -245,6 +272,10 @@ void frmFlash::enlarge() {
 }
 
 void frmFlash::enablePause(bool enabled) { enable(cmdPause, enabled); }
+
+void frmFlash::startTransfer(std::size_t bytes) { transfer_->start(bytes); }
+
+void frmFlash::setSent(std::size_t bytes) { transfer_->setSent(bytes); }
 
 // A disabled button hands its focus on, in the end to "Close", where a key pressed by mistake would
 // end the update.

@@ -20,6 +20,8 @@ class QPushButton;
 namespace mvdirigo {
 
 class TrafficView;
+class TransferProgress;
+class UpdateSummary;
 
 /// The firmware update dialog. While it is open it owns the serial line.
 class frmFlash : public QDialog, private FirmwareUpdate::Window {
@@ -41,22 +43,26 @@ class frmFlash : public QDialog, private FirmwareUpdate::Window {
 
  private:
   QGroupBox* makeUpdateGroup();
+  void showTarget();
   void cmdUpdate_Click();
   void cmdClose_Click();
   void enable(QWidget* control, bool enabled);
   void onSpinnerPause();
 
   bool verbose() const override;
-  void printTraffic(std::string_view bytes) override;
+  void printTraffic(FlashLink::Direction direction, std::string_view bytes) override;
   void setStatus(const std::string& text) override;
   void setSpinner(const std::string& text) override;
   int progress() const override;
   void setProgress(int percent) override;
   void enableUpdate(bool enabled) override;
   void showEndOfStatus() override;
+  void showFile(const UpdateFileFacts& file) override;
   void closeConsolePort() override { settings_.closeConsolePort(); }
   void enlarge() override;
   void enablePause(bool enabled) override;
+  void startTransfer(std::size_t bytes) override;
+  void setSent(std::size_t bytes) override;
   int unitNumber() const override;
   std::string baudText() const override;
   void selectFirstBaud() override;
@@ -76,7 +82,11 @@ class frmFlash : public QDialog, private FirmwareUpdate::Window {
   QLineEdit* txtStatus = nullptr;
   QLineEdit* txtSpinner = nullptr;
   QProgressBar* pgbUpdate = nullptr;
+  UpdateSummary* summary_ = nullptr;
+  TransferProgress* transfer_ = nullptr;
   TrafficView* traffic_ = nullptr;
+  /// What the update's port was set up with.
+  QString port_;
 
   /// The spinner's newest position. It shows after a pause, because a fast unit turns the spinner
   /// far faster than anybody sees, and every repaint between two pieces holds the second up.

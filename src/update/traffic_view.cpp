@@ -27,9 +27,10 @@ TrafficView::TrafficView(Platform& platform)
 
 TrafficView::~TrafficView() = default;
 
-void TrafficView::print(std::string_view bytes) {
+void TrafficView::print(FlashLink::Direction direction, std::string_view bytes) {
   const std::size_t cut = bytes.size() - std::min(bytes.size(), kLongestLine);
-  printed_ << QString::fromStdString(visibleControls(bytes.substr(cut)));
+  const char* mark = direction == FlashLink::Direction::kSent ? "> " : "< ";
+  printed_ << mark + QString::fromStdString(visibleControls(bytes.substr(cut)));
   if (printed_.size() > kLines) printed_.removeFirst();
   pause_->setEnabled(true);
 }

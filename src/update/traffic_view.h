@@ -7,6 +7,7 @@
 #include <QStringList>
 
 #include "platform/platform.h"
+#include "update/flash_link.h"
 
 namespace mvdirigo {
 
@@ -17,8 +18,9 @@ class TrafficView : public QPlainTextEdit {
   explicit TrafficView(Platform& platform);
   ~TrafficView() override;
 
-  /// Adds the newest of `bytes` (Latin-1) as a line, which shows a moment later.
-  void print(std::string_view bytes);
+  /// Adds the newest of `bytes` (Latin-1) as a line, which begins with ">" when they were sent and
+  /// with "<" when they were received, and shows a moment later.
+  void print(FlashLink::Direction direction, std::string_view bytes);
 
  private:
   void showPrinted();

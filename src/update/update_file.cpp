@@ -65,6 +65,19 @@ std::size_t payloadStart(const ZrfHeader& header) {
   return header.NoHeader ? 1 : kHeaderLength + 1;
 }
 
+UpdateFileFacts inspectUpdateFile(const std::string& path, Dialogs& dialogs) {
+  UpdateFileFacts facts{.path = path};
+  try {
+    const InputFile file(path);
+    facts.size = file.size();
+    const std::string start = file.start(std::min(facts.size, kHeaderLength));
+    recogniseHeader(headerText(start), facts.header, dialogs);
+  } catch (const RuntimeError& error) {
+    facts.obstacle = error.description();
+  }
+  return facts;
+}
+
 std::string readStartOfFile(const std::string& path, std::size_t most) {
   const InputFile file(path);
   return file.start(std::min(file.size(), most));

@@ -25,6 +25,16 @@ struct ZrfHeader {
   std::string CpuIdText;
 };
 
+/// An update file as it is told of before an update.
+struct UpdateFileFacts {
+  /// UTF-8.
+  std::string path;
+  /// Why it can't be read, and then nothing below counts; empty when nothing stands in the way.
+  std::string obstacle;
+  std::size_t size = 0;
+  ZrfHeader header;
+};
+
 inline constexpr std::size_t kHeaderLength = 5;
 /// Larger files are refused: no controller holds an image of this size.
 inline constexpr std::size_t kLargestUpdateFile = 16 * 1024 * 1024;
@@ -45,6 +55,9 @@ bool getZRFHeader(const std::string& text, ZrfHeader& header, Dialogs& dialogs);
 
 /// Position of the payload's first byte, counted from 1.
 std::size_t payloadStart(const ZrfHeader& header);
+
+/// Looks at the start of the file. A file that can't be read is no fault.
+[[nodiscard]] UpdateFileFacts inspectUpdateFile(const std::string& path, Dialogs& dialogs);
 
 /// Reads a regular file, all of it or its first `most` bytes. Throws a fault of the file system,
 /// `kPathFileAccess` for anything else than a regular file, and `kInputPastEndOfFile` when it

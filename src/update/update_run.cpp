@@ -50,6 +50,13 @@ std::string pieceAt(const std::string& image, std::size_t position) {
   return piece;
 }
 
+/// How many bytes are sent of an image whose first is at `start`, counted from 1. A last byte that
+/// would be a piece of its own is not among them.
+std::size_t sentBytesOf(std::size_t image_size, std::size_t start) {
+  const std::size_t payload = image_size - std::min(start - 1, image_size);
+  return payload % kPieceLength == 1 ? payload - 1 : payload;
+}
+
 /// A unit's answer for people, without the line ends around it.
 std::string shownAnswer(std::string_view reply) {
   constexpr std::string_view kLineEnds = "\r\n";
@@ -68,7 +75,11 @@ char addressCharacter(int unit) {
 UpdateRun::UpdateRun(Dialogs& dialogs, Window& window, FlashLink& link, std::string file)
     : dialogs_(dialogs), window_(window), link_(link), file_(std::move(file)) {}
 
-void UpdateRun::update() { report(run()); }
+bool UpdateRun::update() {
+  const Outcome outcome = run();
+  report(outcome);
+  return outcome == Outcome::kComplete;
+}
 
 UpdateRun::Outcome UpdateRun::run() {
   window_.enableUpdate(false);
@@ -291,10 +302,13 @@ UpdateRun::Outcome UpdateRun::transmit(const std::string& image) {
   window_.setStatus("Status: Transmitting data...");
   window_.setProgress(kTransmittingProgress);
   window_.enablePause(true);
-  std::size_t position = payloadStart(header_);
+  const std::size_t start = payloadStart(header_);
+  const std::size_t all = sentBytesOf(image.size(), start);
+  std::size_t position = start;
   std::size_t since_step = position;
   link_.pause(kStartPauseMs);
   link_.clearReply();
+  window_.startTransfer(all);
 
   // A piece that would start at the very last byte is not sent: units expect it so.
   for (int pieces = 0; position < image.size(); ++pieces) {
@@ -302,6 +316,7 @@ UpdateRun::Outcome UpdateRun::transmit(const std::string& image) {
     if (const End end = deliver(pieceAt(image, position))) return *end;
     position += kPieceLength;
     since_step += kPieceLength;
+    window_.setSent(std::min(position - start, all));
     if (pieces % kPiecesPerSpin == 0) ShowSpinner(pieces);
     const double share = static_cast<double>(since_step) / static_cast<double>(image.size()) * 100;
     if (share >= kProgressShare) {

@@ -20,6 +20,10 @@ class UpdateRun {
     /// Makes room for the printed traffic.
     virtual void enlarge() = 0;
     virtual void enablePause(bool enabled) = 0;
+    /// The image is sent from now on: so many bytes of the file.
+    virtual void startTransfer(std::size_t bytes) = 0;
+    /// So many of them are sent. Comes with every piece, so it has to cost next to nothing.
+    virtual void setSent(std::size_t bytes) = 0;
 
     /// 1 to 15.
     [[nodiscard]] virtual int unitNumber() const = 0;
@@ -33,9 +37,10 @@ class UpdateRun {
   UpdateRun(const UpdateRun&) = delete;
   UpdateRun& operator=(const UpdateRun&) = delete;
 
-  /// Runs the update to its end and tells how it ended. Throws `RuntimeError` for a fault of file
-  /// or line that no rule speaks of, and `FlashLink::Over`.
-  void update();
+  /// Runs the update to its end and tells how it ended. Returns whether the unit has got all of
+  /// it. Throws `RuntimeError` for a fault of file or line that no rule speaks of, and
+  /// `FlashLink::Over`.
+  bool update();
 
   /// Whether the user agreed to it.
   [[nodiscard]] bool confirmed() const { return confirmed_; }
