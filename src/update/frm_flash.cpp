@@ -28,6 +28,7 @@ constexpr int kUnits = 15;
 /// The spinner has four positions. At each rate of the line the number of turns in this time is
 /// mostly no multiple of four, so that it is seen to move.
 constexpr int kSpinnerPauseMs = 130;
+constexpr int kLeastTrafficCharacters = 24;
 /// Size of the dialog with the traffic beside its controls.
 constexpr QSize kVerboseSize(static_cast<int>(10000 / kTwipsPerPixel),
                              static_cast<int>(4500 / kTwipsPerPixel));
@@ -80,6 +81,8 @@ frmFlash::frmFlash(Platform& platform, Settings& settings, QWidget* owner,
   traffic_ = new TrafficView(platform_);
   traffic_->setObjectName("Traffic");
   traffic_->setAccessibleName("Traffic");
+  // In a large font the controls take all of the given size.
+  traffic_->setMinimumWidth(kLeastTrafficCharacters * traffic_->fontMetrics().averageCharWidth());
   traffic_->hide();
 
   cmdClose = makeButton("Close", "cmdClose");
