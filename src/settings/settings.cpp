@@ -1,7 +1,6 @@
 #include "settings/settings.h"
 
 #include <algorithm>
-#include <ranges>
 #include <utility>
 
 #include <QFormLayout>
@@ -230,8 +229,8 @@ QGroupBox* Settings::makeSearchGroup() {
 // The room of every text, so that the dialog keeps its size whatever they tell.
 void Settings::fitToFont() {
   for (QListWidget* list : {lstBaudRate, lstPorts}) fitToRows(list);
-  const auto text_width = [](const QLabel* label) { return label->sizeHint().width(); };
-  const int widest = std::ranges::max(left_labels_ | std::views::transform(text_width));
+  int widest = 0;
+  for (const QLabel* label : left_labels_) widest = std::max(widest, label->sizeHint().width());
   for (QLabel* label : left_labels_) label->setMinimumWidth(widest);
   const int frame_and_margins = 2 * (PortDetails_->frameWidth() +
                                      static_cast<int>(PortDetails_->document()->documentMargin()));
