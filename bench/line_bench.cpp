@@ -73,6 +73,7 @@ class ChosenProtocol : public LiveSettings {
   std::string MaxStrings() const override { return "11"; }
   std::string RCVTimeout() const override { return "1000"; }
   bool searching() const override { return false; }
+  std::string searchProgress() const override { return {}; }
   void takeReply(const std::string&) override {}
 
   bool oem = false;

@@ -25,6 +25,19 @@ class SettingsWindow : public WindowTest {
     return texts.toStdString() + std::to_string(list("lstBaudRate").currentRow()) +
            (settings().DTProtocol() ? ",DT" : "") + (settings().OEMProtocol() ? ",OEM" : "");
   }
+  /// The port in force, the row of the list that is highlighted for it, and what is told of it.
+  std::string port() {
+    const auto& ports = list("lstPorts");
+    const auto picked = ports.selectedItems();
+    return setting("CommPortSetting").text().toStdString() + "," +
+           (picked.isEmpty() ? "none" : std::to_string(ports.row(picked.front()))) + "," +
+           find<QPlainTextEdit>(settings(), "PortDetails").toPlainText().toStdString();
+  }
+  /// Where a search is, as the dialog and the console's strip show it.
+  QString progress() {
+    QApplication::processEvents();
+    return setting("SearchProgress").text() + "|" + onConsole<QLineEdit>("Activity").text();
+  }
   QString searchCaption() { return find<QPushButton>(settings(), "AutoSetup").text(); }
   /// Runs a whole search and returns how long it took, in ms of virtual time.
   double search() {
@@ -67,7 +80,13 @@ TEST_F(SettingsWindow, ShowsTheDefaultsOfAnEmptyStoreAndListsThePortsToPickFrom)
   EXPECT_EQ(find<QLabel>(settings(), "ReceiveTimeout").buddy(), &setting("RCVTimeout"));
   EXPECT_EQ(tabOrder(settings()),
             "CommPortSetting lstBaudRate DTProtocol OEMProtocol FlowControl MaxStrings RCVTimeout "
-            "lstPorts cmdRescanPorts AutoSetup ResponseString cmdUpdate cmdOK ");
+            "lstPorts PortDetails cmdRescanPorts AutoSetup SearchProgress ResponseString "
+            "cmdUpdate cmdOK ");
+  const auto looksApart = [&](int row) {
+    return ports.item(row)->data(Qt::ForegroundRole).isValid();
+  };
+  EXPECT_TRUE(looksApart(3) && !looksApart(1));
+  EXPECT_EQ(port(), "1,0,Press Re-Scan Ports to look again.");
 
   const auto middleOf = [&](int row) { return ports.visualItemRect(ports.item(row)).center(); };
   QTest::mouseClick(ports.viewport(), Qt::RightButton, {}, middleOf(5));
@@ -81,6 +100,26 @@ TEST_F(SettingsWindow, ShowsTheDefaultsOfAnEmptyStoreAndListsThePortsToPickFrom)
   platform_.runFor(1);
   QTest::mouseClick(ports.viewport(), Qt::LeftButton, {}, {5, ports.viewport()->height() - 2});
   EXPECT_EQ(setting("CommPortSetting").text(), "16") << "below the last row the nearest counts";
+
+  const std::pair<QKeySequence, const char*> keys[] = {{Qt::Key_Home, "1,0,"},
+                                                       {Qt::Key_Down, "2,1,"},
+                                                       {Qt::CTRL | Qt::Key_Space, "2,1,"},
+                                                       {Qt::CTRL | Qt::Key_Down, "3,2,"},
+                                                       {Qt::Key_PageDown, "16,15,"},
+                                                       {Qt::Key_Down, "16,15,"},
+                                                       {Qt::Key_Up, "15,14,"},
+                                                       {Qt::Key_PageUp, "1,0,"}};
+  for (const auto& [key, picked] : keys) {
+    QTest::keySequence(&ports, key);
+    EXPECT_TRUE(port().starts_with(picked)) << port();
+  }
+  for (const auto& [typed, shown] :
+       {std::pair{"4", "4,3,/dev/<i>\nUART\nIn use by another program."},
+        {"17", "17,none,No port number from 1 to 16."},
+        {" 2", " 2,1,"}}) {
+    setting("CommPortSetting").setText(typed);
+    EXPECT_EQ(port(), shown);
+  }
 }
 
 TEST_F(SettingsWindow, FindsNoPortWhileTheConsoleHoldsOneAndSaysSo) {
@@ -99,14 +138,16 @@ TEST_F(SettingsWindow, FindsNoPortWhileTheConsoleHoldsOneAndSaysSo) {
     }
     return shown.replace(QChar(10), QChar(32));
   };
-  const QString hint =
+  const std::string reason =
       "Finds nothing while the console holds a port open. Press Settings on the console first: "
-      "that closes it.|";
+      "that closes it.";
+  const QString hint = QString::fromStdString(reason) + "|";
   press("SendCommand(0)");
   EXPECT_EQ(hints(), "|" + hint + hint) << "a row that is available needs no words";
   press(settings(), "cmdRescanPorts");
   EXPECT_EQ(ports.item(1)->text(), "COM2  (not available or no such port)");
   EXPECT_EQ(hints(), hint + hint + hint);
+  EXPECT_EQ(port(), "1,0," + reason);
   receive(std::string(5000, 'x') + "\r");
   EXPECT_EQ(setting("ResponseString").text(), QString(4000, 'x') + "\u2026");
 
@@ -152,11 +193,18 @@ TEST_F(SettingsWindow, StoresOnOkAndAppliesAtTheNextSend) {
   platform_.attach(7, bus);
   start();
   openDialog();
-  setting("CommPortSetting").setText("7");
   setting("MaxStrings").clear();
   setting("RCVTimeout").setText("400");
+  const auto lineStatus = [&] {
+    platform_.runFor(1);
+    return onConsole<QLineEdit>("LineStatus").text().replace(" \u00B7 ", ",").toStdString();
+  };
+  setting("CommPortSetting").setText("7");
+  EXPECT_EQ(lineStatus(), "COM7,9600 baud,DT,closed");
   list("lstBaudRate").setCurrentRow(2);
+  EXPECT_EQ(lineStatus(), "COM7,38400 baud,DT,closed");
   find<QRadioButton>(settings(), "OEMProtocol").click();
+  EXPECT_EQ(lineStatus(), "COM7,38400 baud,OEM,closed");
   press(settings(), "cmdOK");
   EXPECT_EQ(platform_.times_links_forgotten, 1);
   EXPECT_FALSE(settings().isVisible());
@@ -230,6 +278,7 @@ TEST_F(SettingsWindow, FindsNothingOnSilentPortsAndFasterUnits) {
   start();
   platform_.script().expectBox(kNothingFound, box::kOkOnly, BoxButton::kOk, [this] {
     EXPECT_EQ(reply(0), "Auto Scan in Progress. Searching for Devices on serial bus. ");
+    EXPECT_EQ(progress(), "|Row 0: waiting for the reply");
   });
   EXPECT_NEAR(search(), 5760, 0.001);
   EXPECT_EQ(commandField(0).text(), "/1&");
@@ -250,18 +299,26 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
   start();
   const struct {
     int after_ms, port, rate;
-  } stages[] = {{0, 1, 0}, {1, 1, 0}, {119, 1, 0}, {1921, 1, 1}, {5761, 2, 0}, {92000, 16, 2}};
+    QString where;
+  } stages[] = {{0, 1, 0, "port 1 of 16, 9600 baud, unit 1"},
+                {1, 1, 0, "port 1 of 16, 9600 baud, unit 1"},
+                {119, 1, 0, "port 1 of 16, 9600 baud, unit 1"},
+                {1921, 1, 1, "port 1 of 16, 19200 baud, unit 1"},
+                {5761, 2, 0, "port 2 of 16, 9600 baud, unit 1"},
+                {92000, 16, 2, "port 16 of 16, 38400 baud, unit 15"}};
   for (const auto& stage : stages) {
     for (const std::string by : {"AutoSetup", "cmdOK", "Escape", "cmdUpdate"}) {
       openDialog();
       takeSaves();
       after(std::chrono::milliseconds(stage.after_ms), [&] {
         EXPECT_EQ(searchCaption(), "Stop Auto Set");
+        EXPECT_EQ(progress(), stage.where + "|Searching: " + stage.where);
         by == "Escape" ? escape() : press(settings(), by);
       });
       EXPECT_LE(search(), stage.after_ms + (by == "cmdOK" ? 120 : 0));
       EXPECT_TRUE(takeSaves().ends_with(savesAt(stage.port, stage.rate)));
       EXPECT_EQ(searchCaption(), "Auto Set Comm");
+      EXPECT_TRUE(progress().startsWith("|Row 0"));
       EXPECT_EQ(settings().isVisible(), by == "AutoSetup");
       platform_.runFor(2000);
       EXPECT_EQ(portOpen(), by == "AutoSetup") << "the update dialog owns the line";

@@ -380,7 +380,10 @@ void StringFun::showStrip() {
                              .arg(recorder_.pressesOfAll()),
                          StatusStrip::Sign::kPlaying);
   } else {
-    strip_->showActivity(exchangeText(), StatusStrip::Sign::kNone);
+    const std::string search = neighbours_.liveSettings().searchProgress();
+    strip_->showActivity(
+        search.empty() ? exchangeText() : QString::fromStdString("Searching: " + search),
+        StatusStrip::Sign::kNone);
   }
 }
 

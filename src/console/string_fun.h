@@ -50,6 +50,8 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   void LoadButton_Click(int Index);
   /// Shows the line settings that are now chosen, if the port is closed.
   void lineSettingsChanged();
+  /// Shows where the automatic search now is, or that it has ended.
+  void searchProgressed() { showStripSoon(); }
   /// Hands the rows to the settings store.
   void saveRows();
 

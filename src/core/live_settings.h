@@ -22,6 +22,8 @@ class LiveSettings {
   [[nodiscard]] virtual std::string RCVTimeout() const = 0;
   /// Whether an automatic search runs: the tag of `AutoSetup` as a number is not 0.
   [[nodiscard]] virtual bool searching() const = 0;
+  /// Where a running search is, as "port 3 of 16, 19200 baud, unit 7"; empty when none runs.
+  [[nodiscard]] virtual std::string searchProgress() const = 0;
 
   /// Takes the data part of a decoded reply (Latin-1).
   virtual void takeReply(const std::string& data) = 0;

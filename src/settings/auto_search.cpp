@@ -37,6 +37,7 @@ void AutoSearch::AutoSetup_Click() {
     running_ = searching_ = false;
     ScanTimer_->setEnabled(false);
     bench_.setSearchCaption("Auto Set Comm");
+    bench_.searchProgressed();
     throw;
   }
   running_ = false;
@@ -46,6 +47,7 @@ void AutoSearch::AutoSetup_Click() {
 
 AutoSearch::Outcome AutoSearch::search() {
   searching_ = true;
+  progress_ = {};
   bench_.setSearchCaption("Stop Auto Set");
   bench_.clearResponseString();
   for (int port = SerialPort::kLowestPort; port <= SerialPort::kHighestPort; ++port) {
@@ -61,6 +63,7 @@ std::optional<AutoSearch::Outcome> AutoSearch::searchPort(int port) {
   for (int rate = 0; rate < kRatesTried; ++rate) {
     bench_.selectBaudRate(rate);
     for (int address = 1; address <= kHighestAddress; ++address) {
+      progress_ = {port, rate, address};
       if (const auto outcome = query(address)) return outcome;
     }
     bench_.closeConsolePort();
@@ -73,6 +76,7 @@ std::optional<AutoSearch::Outcome> AutoSearch::query(int address) {
   answered_ = false;
   ScanTimer_->setInterval(kReplyWaitMs);
   ScanTimer_->setEnabled(true);
+  bench_.searchProgressed();
   bench_.setFirstString(versionQuery(address));
   bench_.sendFirstString();
   const auto answered_or_over = [this] { return !ScanTimer_->Enabled(); };
@@ -94,12 +98,14 @@ void AutoSearch::takeReply(std::string_view data) {
 void AutoSearch::finish() {
   bench_.setSearchCaption("Auto Set Comm");
   searching_ = false;
+  bench_.searchProgressed();
   writeSetting(platform_.settingsStore(), stored::kFirstTimeStartup, "1");
   bench_.SaveAppSettings();
 }
 
 void AutoSearch::reportNothingFound() {
   searching_ = false;
+  bench_.searchProgressed();
   bench_.selectBaudRate(0);
   bench_.setFirstString("/1&");
   platform_.dialogs().messageBox(

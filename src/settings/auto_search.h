@@ -27,6 +27,8 @@ class AutoSearch {
     virtual void closeConsolePort() = 0;
     virtual void clearResponseString() = 0;
     virtual void setSearchCaption(const std::string& caption) = 0;
+    /// `progress` or `searching` has changed.
+    virtual void searchProgressed() = 0;
     virtual void SaveAppSettings() = 0;
     virtual const WindowLife& life() const = 0;
   };
@@ -41,6 +43,15 @@ class AutoSearch {
   /// Lets a running search stop at its next check.
   void requestStop() { searching_ = false; }
   [[nodiscard]] bool searching() const { return searching_; }
+
+  /// The query that a search sent last; all 0 before its first one.
+  struct Progress {
+    int port = 0;
+    int baud_row = 0;
+    /// 1 to 16.
+    int address = 0;
+  };
+  [[nodiscard]] const Progress& progress() const { return progress_; }
 
   /// A reply with that data part was decoded: it ends the wait of a query, which is answered by any
   /// data.
@@ -60,6 +71,7 @@ class AutoSearch {
   Bench& bench_;
   /// Enabled while a query waits for its reply.
   std::unique_ptr<Timer> ScanTimer_;
+  Progress progress_;
   bool answered_ = false;
   bool searching_ = false;
   /// A search is on the call stack, though it may already have been told to stop.

@@ -1,5 +1,6 @@
 #include "settings/settings.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <QFormLayout>
@@ -9,10 +10,12 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMouseEvent>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QRadioButton>
 
 #include "console/button_bar.h"
+#include "console/colours.h"
 #include "console/tool_tip.h"
 #include "core/stored_settings.h"
 #include "platform/handler_edge.h"
@@ -22,6 +25,9 @@ namespace mvdirigo {
 namespace {
 
 constexpr int kMostStrings = 25;
+/// Device, adapter and obstacle, of which the last ones may take two and three lines.
+constexpr int kPortDetailsLines = 6;
+constexpr const char* kLongestProgress = "port 16 of 16, 38400 baud, unit 16";
 constexpr const char* kStringsWhenEmpty = "10";
 constexpr const char* kBaudRates[] = {"9600", "19200", "38400", "57600", "115200", "230400"};
 
@@ -34,31 +40,52 @@ std::string portRowText(int port, bool available) {
 QString text(const std::string& utf8) { return QString::fromStdString(utf8); }
 
 /// Labels `field` in `form` so that assistive tools and the label's own click find the field.
-void addField(QFormLayout* form, const char* label, QWidget* field, const char* name,
-              const char* label_name = "") {
+QLabel* addField(QFormLayout* form, const char* label, QWidget* field, const char* name,
+                 const char* label_name = "") {
   field->setObjectName(name);
   field->setAccessibleName(label);
   auto* buddy = new QLabel(label);
   buddy->setObjectName(label_name);
   buddy->setBuddy(field);
   form->addRow(buddy, field);
+  return buddy;
 }
 
 /// A row of the port list. Its tool tip is made when it is asked for, because the console opens and
 /// closes its port while the list is shown.
 class PortRow : public QListWidgetItem {
  public:
-  PortRow(const QString& row_text, std::function<QString()> tool_tip)
-      : QListWidgetItem(row_text), tool_tip_(std::move(tool_tip)) {}
+  PortRow(const QString& row_text, bool available, std::function<QString()> tool_tip)
+      : QListWidgetItem(row_text), available_(available), tool_tip_(std::move(tool_tip)) {}
 
   QVariant data(int role) const override {
     if (role == Qt::ToolTipRole) return plainToolTip(tool_tip_());
     if (role == Qt::AccessibleDescriptionRole) return tool_tip_();
+    if (role == Qt::ForegroundRole && !available_) return quietColour(listWidget()->palette());
     return QListWidgetItem::data(role);
   }
 
  private:
+  bool available_;
   std::function<QString()> tool_tip_;
+};
+
+/// The list of ports, whose rows can be picked by the keys that move the highlight.
+class PortList : public QListWidget {
+ public:
+  explicit PortList(std::function<void(int row)> pick) : pick_(std::move(pick)) {}
+
+ protected:
+  void keyPressEvent(QKeyEvent* event) override {
+    const auto highlight = [this] { return std::pair(currentRow(), selectedItems()); };
+    const auto before = highlight();
+    QListWidget::keyPressEvent(event);
+    // With Ctrl the list would move its focus alone, or take the highlight off.
+    if (highlight() != before && currentRow() >= 0) pick_(currentRow());
+  }
+
+ private:
+  std::function<void(int row)> pick_;
 };
 
 /// Makes a list exactly as high as its rows and as wide as the widest.
@@ -90,14 +117,17 @@ Settings::Settings(Platform& platform, StringFun& console, std::function<void()>
   auto* grid = new QGridLayout(this);
   grid->addWidget(makeLineGroup(), 0, 0);
   grid->addWidget(makeConsoleGroup(), 1, 0);
-  grid->addWidget(makeSearchGroup(), 0, 1, 2, 1);
+  grid->addWidget(makeSearchGroup(), 0, 1, 3, 1);
+  grid->setRowStretch(2, 1);
   auto* buttons = new QHBoxLayout;
   buttons->addWidget(cmdUpdate);
   buttons->addStretch();
   buttons->addWidget(cmdOK);
-  grid->addLayout(buttons, 2, 0, 1, 2);
+  grid->addLayout(buttons, 3, 0, 1, 2);
   grid->setSizeConstraint(QLayout::SetFixedSize);
   cmdOK->setDefault(true);
+  fitToFont();
+  showNotUsed();
 
   connect(cmdOK, &QPushButton::clicked, this, [this] { cmdOK_Click(); });
   connect(cmdUpdate, &QPushButton::clicked, this, [this] { cmdUpdate_Click(); });
@@ -114,22 +144,26 @@ QGroupBox* Settings::makeLineGroup() {
     if (selectedBaudRow() < 0 && lstBaudRate->currentItem() != nullptr) {
       lstBaudRate->currentItem()->setSelected(true);
     }
+    console_.lineSettingsChanged();
   });
-  fitToRows(lstBaudRate);
   DTProtocol_ = new QRadioButton("DT Protocol");
   DTProtocol_->setObjectName("DTProtocol");
   DTProtocol_->setChecked(true);
   OEMProtocol_ = new QRadioButton("OEM Protocol");
   OEMProtocol_->setObjectName("OEMProtocol");
-  auto* FlowControl = new QLineEdit;
+  FlowControl = new QLineEdit;
+  FlowControl->setPlaceholderText("Not used");
+  setPlainToolTip(*FlowControl, "Not used");
 
   auto* group = new QGroupBox("Serial line");
   auto* form = new QFormLayout(group);
-  addField(form, "Comm Port", CommPortSetting_, "CommPortSetting");
-  addField(form, "Baud Rate", lstBaudRate, "lstBaudRate", "Baud");
-  form->addRow(DTProtocol_);
-  form->addRow(OEMProtocol_);
-  addField(form, "Flow Control", FlowControl, "FlowControl");
+  left_labels_ = {addField(form, "Comm Port", CommPortSetting_, "CommPortSetting"),
+                  addField(form, "Baud Rate", lstBaudRate, "lstBaudRate", "Baud")};
+  form->addRow(QString(), DTProtocol_);
+  form->addRow(QString(), OEMProtocol_);
+  left_labels_.push_back(addField(form, "Flow Control", FlowControl, "FlowControl"));
+  connect(CommPortSetting_, &QLineEdit::textChanged, this, [this] { CommPortSetting_Change(); });
+  connect(OEMProtocol_, &QRadioButton::toggled, this, [this] { console_.lineSettingsChanged(); });
   return group;
 }
 
@@ -139,38 +173,50 @@ QGroupBox* Settings::makeConsoleGroup() {
   RCVTimeout_->setToolTip("Reply time-out in milliseconds");
   auto* group = new QGroupBox("Console");
   auto* form = new QFormLayout(group);
-  addField(form, "Max Strings", MaxStrings_, "MaxStrings");
-  addField(form, "RCV TImeout", RCVTimeout_, "RCVTimeout", "ReceiveTimeout");
+  left_labels_.push_back(addField(form, "Max Strings", MaxStrings_, "MaxStrings"));
+  left_labels_.push_back(
+      addField(form, "RCV TImeout", RCVTimeout_, "RCVTimeout", "ReceiveTimeout"));
   connect(MaxStrings_, &QLineEdit::textChanged, this, [this] { MaxStrings_Change(); });
   return group;
 }
 
 QGroupBox* Settings::makeSearchGroup() {
-  lstPorts = new QListWidget;
+  lstPorts = new PortList([this](int row) { pickPort(row); });
   lstPorts->setObjectName("lstPorts");
   lstPorts->setAccessibleName("Ports");
   for (int port = SerialPort::kLowestPort; port <= SerialPort::kHighestPort; ++port) {
     lstPorts->addItem(text(portRowText(port, false)));
   }
-  fitToRows(lstPorts);
   lstPorts->viewport()->installEventFilter(this);
+  PortDetails_ = new QPlainTextEdit;
+  PortDetails_->setObjectName("PortDetails");
+  PortDetails_->setAccessibleName("Port details");
+  PortDetails_->setReadOnly(true);
+  PortDetails_->setTabChangesFocus(true);
+  PortDetails_->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+  PortDetails_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
   cmdRescanPorts = new QPushButton("Re-Scan Ports");
   cmdRescanPorts->setObjectName("cmdRescanPorts");
   AutoSetup = new QPushButton("Auto Set Comm");
   AutoSetup->setObjectName("AutoSetup");
   for (QPushButton* button : {cmdRescanPorts, AutoSetup}) button->installEventFilter(this);
+  SearchProgress_ = new QLineEdit;
+  SearchProgress_->setReadOnly(true);
   ResponseString = new QLineEdit;
   ResponseString->setReadOnly(true);
 
   auto* group = new QGroupBox("Find a controller");
   auto* column = new QVBoxLayout(group);
   column->addWidget(lstPorts);
+  column->addWidget(PortDetails_);
   auto* buttons = new QHBoxLayout;
   buttons->addWidget(cmdRescanPorts);
   buttons->addWidget(AutoSetup);
   column->addLayout(buttons);
   column->addStretch();
   auto* form = new QFormLayout;
+  addField(form, "Search", SearchProgress_, "SearchProgress");
+  SearchProgress_->setAccessibleName("Search progress");
   addField(form, "Response", ResponseString, "ResponseString");
   column->addLayout(form);
   connect(cmdRescanPorts, &QPushButton::clicked, this, [this] { cmdRescanPorts_Click(); });
@@ -178,6 +224,28 @@ QGroupBox* Settings::makeSearchGroup() {
     atHandlerEdge(platform_.dialogs(), "AutoSetup_Click", [this] { search_.AutoSetup_Click(); });
   });
   return group;
+}
+
+// The room of every text, so that the dialog keeps its size whatever they tell.
+void Settings::fitToFont() {
+  for (QListWidget* list : {lstBaudRate, lstPorts}) fitToRows(list);
+  int widest = 0;
+  for (const QLabel* label : left_labels_) widest = std::max(widest, label->sizeHint().width());
+  for (QLabel* label : left_labels_) label->setMinimumWidth(widest);
+  const int frame_and_margins = 2 * (PortDetails_->frameWidth() +
+                                     static_cast<int>(PortDetails_->document()->documentMargin()));
+  PortDetails_->setFixedHeight(kPortDetailsLines * PortDetails_->fontMetrics().lineSpacing() +
+                               frame_and_margins);
+  constexpr int kFrameAndCursor = 16;
+  SearchProgress_->setMinimumWidth(
+      SearchProgress_->fontMetrics().horizontalAdvance(kLongestProgress) + kFrameAndCursor);
+}
+
+// Palettes mostly give too little contrast to a placeholder.
+void Settings::showNotUsed() {
+  QPalette quiet;
+  quiet.setColor(QPalette::PlaceholderText, quietColour(palette()));
+  FlowControl->setPalette(quiet);
 }
 
 void Settings::Form_Load() {
@@ -233,10 +301,11 @@ void Settings::ScanPorts() {
   lstPorts->clear();
   for (int port = SerialPort::kLowestPort; port <= SerialPort::kHighestPort; ++port) {
     const bool available = portAvailable(port);
-    lstPorts->addItem(new PortRow(text(portRowText(port, available)), [this, port, available] {
-      return portToolTip(port, available);
-    }));
+    const auto tool_tip = [this, port, available] { return portToolTip(port, available); };
+    lstPorts->addItem(new PortRow(text(portRowText(port, available)), available, tool_tip));
   }
+  highlightPortInForce();
+  showPortDetails();
 }
 
 QString Settings::scanObstacle() {
@@ -255,6 +324,23 @@ QString Settings::portToolTip(int port, bool available) {
   }
   lines.removeAll(QString());
   return lines.join('\n');
+}
+
+int Settings::portInForce() const {
+  int port = 0;
+  skipOnError([&] { port = textToInt16(CommPortSetting()); });
+  return port >= SerialPort::kLowestPort && port <= SerialPort::kHighestPort ? port : 0;
+}
+
+void Settings::highlightPortInForce() { lstPorts->setCurrentRow(portInForce() - 1); }
+
+void Settings::showPortDetails() {
+  // What stands in a port's way is looked up on the machine, for a text that is seen only.
+  if (!isVisible()) return;
+  const QListWidgetItem* row = lstPorts->item(portInForce() - 1);
+  const QString details = row != nullptr ? row->data(Qt::AccessibleDescriptionRole).toString()
+                                         : "No port number from 1 to 16.";
+  if (details != PortDetails_->toPlainText()) PortDetails_->setPlainText(details);
 }
 
 void Settings::cmdOK_Click() {
@@ -283,6 +369,12 @@ void Settings::cmdRescanPorts_Click() {
     platform_.forgetPortLinks();
     ScanPorts();
   });
+}
+
+void Settings::CommPortSetting_Change() {
+  highlightPortInForce();
+  showPortDetails();
+  console_.lineSettingsChanged();
 }
 
 void Settings::MaxStrings_Change() {
@@ -320,17 +412,33 @@ void Settings::lstPorts_MouseDown(QPoint position) {
   // Below the last row the nearest one counts.
   const int row = hit != nullptr ? lstPorts->row(hit) : lstPorts->count() - 1;
   lstPorts->setFocus(Qt::MouseFocusReason);
+  pickPort(row);
+}
+
+void Settings::pickPort(int row) {
   setCommPortSetting(row + 1);
   lstPorts->setCurrentRow(row);
 }
 
 void Settings::changeEvent(QEvent* event) {
   QDialog::changeEvent(event);
-  if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange) {
-    for (QListWidget* list : {lstBaudRate, lstPorts}) {
-      if (list != nullptr) fitToRows(list);
-    }
+  switch (event->type()) {
+    case QEvent::FontChange:
+    case QEvent::StyleChange:
+      return fitToFont();
+    case QEvent::PaletteChange:
+      return showNotUsed();
+    // The console may have opened or closed its port meanwhile.
+    case QEvent::ActivationChange:
+      return showPortDetails();
+    default:
+      return;
   }
+}
+
+void Settings::showEvent(QShowEvent* event) {
+  QDialog::showEvent(event);
+  showPortDetails();
 }
 
 // Escape and the window's own close button: a running search stops as its button would stop it,
@@ -392,6 +500,18 @@ void Settings::sendFirstString() {
   console_.SendCommand_Click(0);
   // Escape inside the send closes the port, and the rest of the send opens it again.
   if (shown && !isVisible()) closeConsolePort();
+}
+
+void Settings::searchProgressed() {
+  SearchProgress_->setText(text(searchProgress()));
+  console_.searchProgressed();
+}
+
+std::string Settings::searchProgress() const {
+  const auto& [port, baud_row, address] = search_.progress();
+  if (!search_.searching() || port == 0) return {};
+  return "port " + std::to_string(port) + " of " + std::to_string(SerialPort::kHighestPort) + ", " +
+         kBaudRates[baud_row] + " baud, unit " + std::to_string(address);
 }
 
 void Settings::clearResponseString() { ResponseString->clear(); }

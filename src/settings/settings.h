@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include <QDialog>
 
@@ -11,8 +12,10 @@
 #include "settings/auto_search.h"
 
 class QGroupBox;
+class QLabel;
 class QLineEdit;
 class QListWidget;
+class QPlainTextEdit;
 class QPushButton;
 class QRadioButton;
 
@@ -42,10 +45,12 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   std::string MaxStrings() const override;
   std::string RCVTimeout() const override;
   bool searching() const override { return search_.searching(); }
+  std::string searchProgress() const override;
   void takeReply(const std::string& latin1) override;
 
  protected:
   void changeEvent(QEvent* event) override;
+  void showEvent(QShowEvent* event) override;
   void reject() override;
   bool eventFilter(QObject* watched, QEvent* event) override;
 
@@ -60,10 +65,17 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   QGroupBox* makeLineGroup();
   QGroupBox* makeConsoleGroup();
   QGroupBox* makeSearchGroup();
+  void fitToFont();
+  void showNotUsed();
   void ScanPorts();
   /// What stands in the way of a scan or a search now; empty when nothing does.
   QString scanObstacle();
   QString portToolTip(int port, bool available);
+  /// 0 when `CommPortSetting` is no port number.
+  int portInForce() const;
+  void highlightPortInForce();
+  void showPortDetails();
+  void pickPort(int row);
   void selectStoredBaudRate();
   /// -1 when none is selected.
   int selectedBaudRow() const;
@@ -73,6 +85,7 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   void cmdOK_Click();
   void cmdUpdate_Click();
   void cmdRescanPorts_Click();
+  void CommPortSetting_Change();
   void MaxStrings_Change();
   void lstPorts_MouseDown(QPoint position);
 
@@ -83,6 +96,7 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   void sendFirstString() override;
   void clearResponseString() override;
   void setSearchCaption(const std::string& caption) override;
+  void searchProgressed() override;
   const WindowLife& life() const override { return life_; }
 
   Platform& platform_;
@@ -97,10 +111,15 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   QLineEdit* RCVTimeout_ = nullptr;
   QRadioButton* OEMProtocol_ = nullptr;
   QRadioButton* DTProtocol_ = nullptr;
+  QLineEdit* FlowControl = nullptr;
   QListWidget* lstPorts = nullptr;
+  QPlainTextEdit* PortDetails_ = nullptr;
   QPushButton* cmdRescanPorts = nullptr;
   QPushButton* AutoSetup = nullptr;
+  QLineEdit* SearchProgress_ = nullptr;
   QLineEdit* ResponseString = nullptr;
+  /// Of the groups that stand under each other.
+  std::vector<QLabel*> left_labels_;
 
   std::string FirstTimeStartup;
   /// The choices as they were last loaded or saved.

@@ -15,6 +15,7 @@ struct ChosenSettings : LiveSettings {
   std::string MaxStrings() const override { return "11"; }
   std::string RCVTimeout() const override { return timeout; }
   bool searching() const override { return search_runs; }
+  std::string searchProgress() const override { return {}; }
   void takeReply(const std::string& latin1) override { replies += "[" + latin1 + "]"; }
 
   std::string port = "3", baud = "9600", timeout = "1000";
