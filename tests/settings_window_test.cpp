@@ -312,7 +312,9 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
       takeSaves();
       after(std::chrono::milliseconds(stage.after_ms), [&] {
         EXPECT_EQ(searchCaption(), "Stop Auto Set");
-        EXPECT_EQ(progress(), stage.where + "|Searching: " + stage.where);
+        // The console's strip tells it once the first query is on its way.
+        EXPECT_TRUE(progress().startsWith(stage.where + "|"));
+        if (stage.after_ms > 0) EXPECT_TRUE(progress().endsWith("|Searching: " + stage.where));
         by == "Escape" ? escape() : press(settings(), by);
       });
       EXPECT_LE(search(), stage.after_ms + (by == "cmdOK" ? 120 : 0));

@@ -46,6 +46,14 @@ QColor readable(const Shades& shades, const QColor& background, double least_con
 QColor goodColour(const QPalette& palette) { return onWindow(kGreen, palette); }
 QColor warningColour(const QPalette& palette) { return onWindow(kAmber, palette); }
 QColor badColour(const QPalette& palette) { return onWindow(kRed, palette); }
+QColor lineColour(const QPalette& palette) {
+  const QColor ground = palette.color(QPalette::Window);
+  const QColor text = palette.color(QPalette::WindowText);
+  const auto mix = [](int of_ground, int of_text) { return (2 * of_ground + of_text) / 3; };
+  return QColor(mix(ground.red(), text.red()), mix(ground.green(), text.green()),
+                mix(ground.blue(), text.blue()));
+}
+
 QColor quietColour(const QPalette& palette) { return onWindow(kGrey, palette); }
 
 }  // namespace mvdirigo

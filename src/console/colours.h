@@ -23,6 +23,8 @@ struct Shades {
 [[nodiscard]] QColor goodColour(const QPalette& palette);
 [[nodiscard]] QColor warningColour(const QPalette& palette);
 [[nodiscard]] QColor badColour(const QPalette& palette);
+/// Of lines that part one thing from another.
+[[nodiscard]] QColor lineColour(const QPalette& palette);
 /// Of headings, which step back behind the text.
 [[nodiscard]] QColor quietColour(const QPalette& palette);
 

@@ -18,6 +18,7 @@
 #include "console/command_file.h"
 #include "console/icons.h"
 #include "console/logo.h"
+#include "console/part_line.h"
 #include "console/tool_tip.h"
 
 namespace mvdirigo {
@@ -140,9 +141,7 @@ void ConsoleScreen::makeHead() {
   Frame1->setObjectName("Frame1");
   Frame1->setAttribute(Qt::WA_TransparentForMouseEvents);
   Frame1->lower();
-  auto* line = new QFrame(head_);
-  line->setFrameStyle(QFrame::HLine | QFrame::Sunken);
-  line_ = line;
+  line_ = new PartLine(head_);
   logo_ = new Logo(head_);
   command_heading_ = new QLabel("Command", head_);
   reply_heading_ = new QLabel("Reply", head_);
@@ -228,6 +227,8 @@ void ConsoleScreen::place() {
   const ConsoleLayout layout(metrics_);
   full_size_ =
       pixels({0, 0, layout.windowWidth(), layout.windowHeight(sized_for_rows_ - 1)}).size();
+  const int icon_side = iconSide(font());
+  for (PressButton* button : LoadButton) button->setIconSize({icon_side, icon_side});
   placeRows(layout);
   updateGeometry();
   placeHead(layout);
@@ -280,7 +281,7 @@ void ConsoleScreen::placeHead(const ConsoleLayout& layout) {
   Frame1->setGeometry(frame.translated(left, 0));
   const int line_left = pixels(layout.buttonShape(0)).left();
   const int line_right = pixels(layout.receiveString(0)).right() - missing;
-  line_->setGeometry(line_left, frame.top(), line_right - line_left + 1, 2);
+  line_->setGeometry(line_left, frame.top(), line_right - line_left + 1, 1);
   const int heading_top = frame.top() + 2;
   const auto place_heading = [&](QLabel* heading, const TwipsRect& field) {
     heading->setGeometry(pixels(field).left(), heading_top, heading->sizeHint().width(),
@@ -299,6 +300,7 @@ LayoutMetrics ConsoleScreen::measure() const {
   QPushButton sample;
   sample.setFont(font());
   sample.setIcon(icon(Glyph::kRecord));
+  sample.setIconSize({iconSide(font()), iconSide(font())});
   float width = kLeastButtonWidth;
   for (const char* caption : kWidestCaptions) {
     sample.setText(caption);

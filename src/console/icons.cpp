@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include <QFontMetrics>
 #include <QGuiApplication>
 #include <QIconEngine>
 #include <QPainter>
@@ -224,6 +225,8 @@ QIcon icon(Glyph glyph) {
   return QIcon(new DrawnIcon(
       [glyph](QPainter& painter, QIcon::Mode mode) { drawGlyph(painter, glyph, mode); }));
 }
+
+int iconSide(const QFont& font) { return std::max(16, QFontMetrics(font).ascent()); }
 
 QIcon applicationIcon() {
   return QIcon(new DrawnIcon([](QPainter& painter, QIcon::Mode) { drawApplication(painter); }));

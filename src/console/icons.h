@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QColor>
+#include <QFont>
 #include <QIcon>
 #include <QPainterPath>
 
@@ -25,6 +26,9 @@ enum class Glyph {
 /// A button's picture. It is drawn anew at every size and scale, in the colours that the
 /// application's palette has at that moment for a button, enabled or disabled.
 QIcon icon(Glyph glyph);
+
+/// Side of a button's picture, in logical pixels, that goes with a text in `font`.
+int iconSide(const QFont& font);
 
 /// The picture of the program's windows.
 QIcon applicationIcon();

@@ -1,12 +1,12 @@
 #include "console/status_strip.h"
 
 #include <QEvent>
-#include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QVBoxLayout>
 
 #include "console/icons.h"
+#include "console/part_line.h"
 #include "console/press_button.h"
 #include "console/tool_tip.h"
 
@@ -61,12 +61,10 @@ StatusStrip::StatusStrip(std::function<void()> show_traffic)
   connect(traffic_, &QPushButton::clicked, this, [show = std::move(show_traffic)] { show(); });
   setFocusProxy(traffic_);
 
-  auto* edge = new QFrame;
-  edge->setFrameStyle(QFrame::HLine | QFrame::Sunken);
   auto* column = new QVBoxLayout(this);
   column->setContentsMargins(0, 0, 0, 0);
   column->setSpacing(0);
-  column->addWidget(edge);
+  column->addWidget(new PartLine);
   auto* row = new QHBoxLayout;
   row->setContentsMargins(0, 0, 0, 0);
   row->addWidget(line_);
@@ -95,7 +93,11 @@ void StatusStrip::showSign() {
 
 void StatusStrip::changeEvent(QEvent* event) {
   QWidget::changeEvent(event);
-  if (event->type() == QEvent::PaletteChange) showSign();
+  if (event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange) {
+    const int side = iconSide(font());
+    traffic_->setIconSize({side, side});
+    showSign();
+  }
 }
 
 }  // namespace mvdirigo
