@@ -314,7 +314,9 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
         EXPECT_EQ(searchCaption(), "Stop Auto Set");
         // The console's strip tells it once the first query is on its way.
         EXPECT_TRUE(progress().startsWith(stage.where + "|"));
-        if (stage.after_ms > 0) EXPECT_TRUE(progress().endsWith("|Searching: " + stage.where));
+        if (stage.after_ms > 0) {
+          EXPECT_TRUE(progress().endsWith("|Searching: " + stage.where));
+        }
         by == "Escape" ? escape() : press(settings(), by);
       });
       EXPECT_LE(search(), stage.after_ms + (by == "cmdOK" ? 120 : 0));
