@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -28,6 +29,9 @@ constexpr FaultType kTypes[] = {
     {FaultKind::kOtherRateGarbage, "other-rate-garbage", 0, 0,
      "a host at another rate than a unit's hears noise instead of nothing"},
 };
+
+static_assert(std::size(kTypes) == static_cast<std::size_t>(FaultKind::kOtherRateGarbage) + 1,
+              "a kind has no row");
 
 const FaultType& typeOf(std::string_view name) {
   for (const FaultType& type : kTypes) {

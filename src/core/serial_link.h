@@ -37,7 +37,7 @@ class SerialLink {
   /// `forgetObstacle`.
   [[nodiscard]] const std::string& obstacle() const { return obstacle_; }
   void forgetObstacle() { obstacle_.clear(); }
-  /// Empties the receive buffer of an open port, closes it and opens it again; failing steps are
+  /// Drops what an open port has received, closes it and opens it again; failing steps are
   /// skipped.
   void reset();
   /// Whether characters have come in since `takeRawReply`, read or not.

@@ -117,6 +117,7 @@ QGroupBox* frmFlash::makeUpdateGroup() {
   cmdLoadImage = makeButton("Load Image", "cmdLoadImage");
   cmdUpdate = makeButton("Update", "cmdUpdate");
   cmdUpdate->setEnabled(false);
+  // As CrashUpdate, it is only drawn: units know no pause.
   cmdPause = makeButton("Pause Transfer", "cmdPause");
   cmdPause->setEnabled(false);
   auto* CrashUpdate = new QCheckBox("Crash Update");
