@@ -40,14 +40,21 @@ ReplyField::ReplyField(QWidget* parent) : QLineEdit(parent) {
   setFocusPolicy(Qt::ClickFocus);
 }
 
-void ReplyField::showReply(const QString& text, ReplyMark mark, const QString& story) {
+void ReplyField::showReply(const QString& text, ReplyMark mark) {
   setText(text);
   setCursorPosition(0);
   mark_ = mark;
   makeRoomForMark();
-  setPlainToolTip(*this,
-                  text.isEmpty() || story.isEmpty() ? story : shortened(text) + '\n' + story);
   update();
+}
+
+void ReplyField::tellStory(const QString& story) {
+  setPlainToolTip(*this, text().isEmpty() ? story : shortened(text()) + '\n' + story);
+}
+
+void ReplyField::clearReply() {
+  showReply({}, ReplyMark::kNone);
+  setPlainToolTip(*this, {});
 }
 
 void ReplyField::makeRoomForMark() {

@@ -24,9 +24,10 @@ class ReplyField : public QLineEdit {
  public:
   explicit ReplyField(QWidget* parent);
 
-  /// Shows `text` with `mark`, and `story` as the tool tip below the text.
-  void showReply(const QString& text, ReplyMark mark, const QString& story);
-  void clearReply() { showReply({}, ReplyMark::kNone, {}); }
+  void showReply(const QString& text, ReplyMark mark);
+  /// Puts `story` below the reply's text in the tool tip.
+  void tellStory(const QString& story);
+  void clearReply();
   [[nodiscard]] ReplyMark mark() const { return mark_; }
 
   /// Adds to the context menu behind "Copy".

@@ -80,6 +80,8 @@ void StringFun::connectRows() {
     ButtonTimer.push_back(platform_.makeTimer([this, row] {
       atHandlerEdge(platform_.dialogs(), "ButtonTimer_Timer",
                     [&] { setButtonShape(row, LightColour::kWhite); });
+      // A wait that goes on is told; most end before there is anything to see.
+      if (waiting_) showStripSoon();
     }));
   }
   keys_ = std::make_unique<RowKeys>(*screen_,
@@ -259,9 +261,9 @@ QRect StringFun::barButtonPlace(int button) const {
 }
 
 void StringFun::setReceiveString(int row, const std::string& text, const Exchange& exchange) {
-  screen_->ReceiveString[at(row)]->showReply(
-      QString::fromStdString(text), markOf(exchange),
-      QString::fromStdString(storyOf(exchange, platform_.timeOfDay())));
+  ReplyField* field = screen_->ReceiveString[at(row)];
+  field->showReply(QString::fromStdString(text), markOf(exchange));
+  field->tellStory(QString::fromStdString(storyOf(exchange, platform_.timeOfDay())));
   tellAssistiveTools(row);
   last_row_ = row;
   last_exchange_ = exchange;
@@ -286,7 +288,6 @@ void StringFun::startButtonTimer(int row) {
   ButtonTimer[at(row)]->setEnabled(true);
   last_row_ = row;
   waiting_ = true;
-  showStripSoon();
 }
 
 void StringFun::enableSendCommands(bool enabled) {
