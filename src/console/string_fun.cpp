@@ -257,7 +257,8 @@ void StringFun::setCommand(int row, const std::string& text) {
 }
 
 QRect StringFun::barButtonPlace(int button) const {
-  return screen_->LoadButton[at(button)]->geometry();
+  const QWidget* control = screen_->LoadButton[at(button)];
+  return {control->mapTo(this, QPoint()), control->size()};
 }
 
 void StringFun::setReceiveString(int row, const std::string& text, const Exchange& exchange) {
