@@ -146,7 +146,8 @@ void lendHands() {
   if (deed.starts_with("box")) return once(QApplication::activeModalWidget, end);
   const auto console_stands = [] {
     const auto* button = find<QPushButton>("SendCommand(0)");
-    return button && button->isVisible();
+    // Keys go to an active window only.
+    return button && button->isVisible() && (deed != "keyboard" || button->isActiveWindow());
   };
   once(console_stands, deed == "keyboard"    ? workByKeyboard
                        : deed == "assistive" ? workByAssistiveTool
