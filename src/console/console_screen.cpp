@@ -286,7 +286,7 @@ void ConsoleScreen::placeHead(const ConsoleLayout& layout) {
   const auto place_heading = [&](QLabel* heading, const TwipsRect& field) {
     heading->setGeometry(pixels(field).left(), heading_top, heading->sizeHint().width(),
                          head.height() - heading_top);
-    heading->setVisible(missing == 0);
+    heading->setVisible(scroll_area_->horizontalScrollBarPolicy() == Qt::ScrollBarAlwaysOff);
   };
   place_heading(command_heading_, layout.stringToSend(0));
   place_heading(reply_heading_, layout.receiveString(0));

@@ -68,6 +68,7 @@ StatusStrip::StatusStrip(std::function<void()> show_traffic)
   auto* row = new QHBoxLayout;
   row->setContentsMargins(0, 0, 0, 0);
   row->addWidget(line_);
+  row->addSpacing(fontMetrics().height());
   row->addStretch();
   row->addWidget(sign_label_);
   row->addWidget(activity_);

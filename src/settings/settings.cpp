@@ -20,6 +20,7 @@
 #include "core/stored_settings.h"
 #include "platform/handler_edge.h"
 #include "platform/text.h"
+#include "settings/port_list.h"
 
 namespace mvdirigo {
 namespace {
@@ -30,12 +31,6 @@ constexpr int kPortDetailsLines = 6;
 constexpr const char* kLongestProgress = "port 16 of 16, 38400 baud, unit 16";
 constexpr const char* kStringsWhenEmpty = "10";
 constexpr const char* kBaudRates[] = {"9600", "19200", "38400", "57600", "115200", "230400"};
-
-/// The row of the port list that tells of `port`.
-std::string portRowText(int port, bool available) {
-  return "COM" + std::to_string(port) +
-         (available ? "  available" : "  (not available or no such port)");
-}
 
 QString text(const std::string& utf8) { return QString::fromStdString(utf8); }
 
@@ -50,43 +45,6 @@ QLabel* addField(QFormLayout* form, const char* label, QWidget* field, const cha
   form->addRow(buddy, field);
   return buddy;
 }
-
-/// A row of the port list. Its tool tip is made when it is asked for, because the console opens and
-/// closes its port while the list is shown.
-class PortRow : public QListWidgetItem {
- public:
-  PortRow(const QString& row_text, bool available, std::function<QString()> tool_tip)
-      : QListWidgetItem(row_text), available_(available), tool_tip_(std::move(tool_tip)) {}
-
-  QVariant data(int role) const override {
-    if (role == Qt::ToolTipRole) return plainToolTip(tool_tip_());
-    if (role == Qt::AccessibleDescriptionRole) return tool_tip_();
-    if (role == Qt::ForegroundRole && !available_) return quietColour(listWidget()->palette());
-    return QListWidgetItem::data(role);
-  }
-
- private:
-  bool available_;
-  std::function<QString()> tool_tip_;
-};
-
-/// The list of ports, whose rows can be picked by the keys that move the highlight.
-class PortList : public QListWidget {
- public:
-  explicit PortList(std::function<void(int row)> pick) : pick_(std::move(pick)) {}
-
- protected:
-  void keyPressEvent(QKeyEvent* event) override {
-    const auto highlight = [this] { return std::pair(currentRow(), selectedItems()); };
-    const auto before = highlight();
-    QListWidget::keyPressEvent(event);
-    // With Ctrl the list would move its focus alone, or take the highlight off.
-    if (highlight() != before && currentRow() >= 0) pick_(currentRow());
-  }
-
- private:
-  std::function<void(int row)> pick_;
-};
 
 /// Makes a list exactly as high as its rows and as wide as the widest.
 void fitToRows(QListWidget* list) {
@@ -185,7 +143,7 @@ QGroupBox* Settings::makeSearchGroup() {
   lstPorts->setObjectName("lstPorts");
   lstPorts->setAccessibleName("Ports");
   for (int port = SerialPort::kLowestPort; port <= SerialPort::kHighestPort; ++port) {
-    lstPorts->addItem(text(portRowText(port, false)));
+    lstPorts->addItem(new PortRow(port, false, [] { return QString(); }));
   }
   lstPorts->viewport()->installEventFilter(this);
   PortDetails_ = new QPlainTextEdit;
@@ -302,7 +260,7 @@ void Settings::ScanPorts() {
   for (int port = SerialPort::kLowestPort; port <= SerialPort::kHighestPort; ++port) {
     const bool available = portAvailable(port);
     const auto tool_tip = [this, port, available] { return portToolTip(port, available); };
-    lstPorts->addItem(new PortRow(text(portRowText(port, available)), available, tool_tip));
+    lstPorts->addItem(new PortRow(port, available, tool_tip));
   }
   highlightPortInForce();
   showPortDetails();
