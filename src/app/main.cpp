@@ -38,7 +38,6 @@ int main(int argc, char** argv) {
   QApplication application(argc, argv);
   QApplication::setApplicationName(mvdirigo::kApplicationName);
   QApplication::setApplicationVersion(MVDIRIGO_VERSION);
-  QApplication::setWindowIcon(mvdirigo::applicationIcon());
   // The console ends the program itself, after it has saved its rows.
   QApplication::setQuitOnLastWindowClosed(false);
 
@@ -53,6 +52,8 @@ int main(int argc, char** argv) {
   program.start();
   // An exit asked for during the start reached no event loop that lasts.
   if (program.console().life().leaving()) return 0;
+  // Nobody waits for it, as for the window.
+  QApplication::setWindowIcon(mvdirigo::applicationIcon());
   const SaveAtExit save_at_exit([&] {
     program.console().saveRows();
     platform.settingsStore().flush();

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include <QShortcut>
+
 namespace mvdirigo {
 
 Program::Program(Platform& platform, std::function<void()> on_end)
@@ -24,7 +26,7 @@ Settings& Program::settings() {
 
 void Program::showSettings(QPoint anchor) {
   Settings& dialog = settings();
-  dialog.adjustSize();
+  dialog.fitToScreen();
   dialog.move(anchor + QPoint(0, dialog.height() / 2));
   dialog.show();
   dialog.raise();
@@ -49,6 +51,9 @@ void Program::showUpdate() {
   if (console_.life().leaving()) return;
   update_->show();
   if (line_traffic_) line_traffic_->standBeside(update_.get());
+  // The dialog blocks the console's own key.
+  QObject::connect(new QShortcut(Qt::Key_F12, update_.get()), &QShortcut::activated,
+                   [this] { showLineTraffic(); });
 }
 
 void Program::showLineTraffic() {

@@ -127,6 +127,8 @@ ConsoleScreen::ConsoleScreen(int row_count, QWidget* foot, QWidget* parent)
   scroll_area_->setFocusPolicy(Qt::NoFocus);
   scroll_area_->setAlignment(Qt::AlignHCenter | Qt::AlignTop);
   scroll_area_->setWidget(rows_area_);
+  connect(scroll_area_->horizontalScrollBar(), &QScrollBar::valueChanged, this,
+          [this] { placeHead(ConsoleLayout(metrics_)); });
   if (foot_ != nullptr) foot_->setParent(this);
   makeHead();
   for (int row = 0; row < row_count; ++row) makeRow(row);
@@ -284,9 +286,9 @@ void ConsoleScreen::placeHead(const ConsoleLayout& layout) {
   line_->setGeometry(line_left, frame.top(), line_right - line_left + 1, 1);
   const int heading_top = frame.top() + 2;
   const auto place_heading = [&](QLabel* heading, const TwipsRect& field) {
-    heading->setGeometry(pixels(field).left(), heading_top, heading->sizeHint().width(),
-                         head.height() - heading_top);
-    heading->setVisible(scroll_area_->horizontalScrollBarPolicy() == Qt::ScrollBarAlwaysOff);
+    // They go with the rows that scroll across.
+    heading->setGeometry(pixels(field).left() - scroll_area_->horizontalScrollBar()->value(),
+                         heading_top, heading->sizeHint().width(), head.height() - heading_top);
   };
   place_heading(command_heading_, layout.stringToSend(0));
   place_heading(reply_heading_, layout.receiveString(0));

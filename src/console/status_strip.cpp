@@ -3,6 +3,7 @@
 #include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPainter>
 #include <QVBoxLayout>
 
 #include "console/icons.h"
@@ -41,6 +42,14 @@ class StripText : public QLineEdit {
     constexpr int kCursorAndMargins = 8;
     return {fontMetrics().horizontalAdvance(text()) + kCursorAndMargins,
             QLineEdit::sizeHint().height()};
+  }
+  /// Where there is too little room, both ends show: the port and its state.
+  void paintEvent(QPaintEvent* event) override {
+    if (hasFocus() || width() >= sizeHint().width()) return QLineEdit::paintEvent(event);
+    QPainter painter(this);
+    painter.setPen(palette().color(QPalette::Text));
+    painter.drawText(rect().adjusted(2, 0, -2, 0), Qt::AlignVCenter | Qt::AlignLeft,
+                     fontMetrics().elidedText(text(), Qt::ElideMiddle, width() - 4));
   }
   QSize minimumSizeHint() const override { return {0, sizeHint().height()}; }
 };

@@ -100,8 +100,8 @@ void StringFun::makeShortcuts() {
   connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, this, [this] {
     if (recorder_.Playing()) LoadButton_Click(bar::kPlayback);
   });
-  connect(new QShortcut(Qt::Key_F12, this), &QShortcut::activated, this,
-          [this] { neighbours_.showLineTraffic(); });
+  connect(new QShortcut(Qt::Key_F12, this, nullptr, nullptr, Qt::ApplicationShortcut),
+          &QShortcut::activated, this, [this] { neighbours_.showLineTraffic(); });
 }
 
 StringFun::~StringFun() = default;
@@ -111,6 +111,7 @@ void StringFun::Form_Load() {
     LoadSettings();
     platform_.eventLoop().runPending();
     SetupScreen();
+    screen_->StringToSend[0]->setFocus();
     platform_.eventLoop().runPending();
   });
 }
@@ -313,7 +314,12 @@ void StringFun::setBarCaption(int button, const std::string& caption) {
 }
 
 void StringFun::enableBarButton(int button, bool enabled) {
-  screen_->LoadButton[at(button)]->setEnabled(enabled);
+  PressButton* control = screen_->LoadButton[at(button)];
+  // The focus goes to what ends the recording or playback, and not to the next button.
+  if (!enabled && control->hasFocus()) {
+    screen_->LoadButton[at(recorder_.Playing() ? bar::kPlayback : bar::kRecord)]->setFocus();
+  }
+  control->setEnabled(enabled);
 }
 
 void StringFun::extendReplyMenu(QMenu& menu, int row) {
@@ -419,7 +425,9 @@ QString StringFun::lineText() {
 QString StringFun::exchangeText() {
   if (last_row_ < 0) return {};
   const QString row = QStringLiteral("Row %1").arg(last_row_);
-  if (waiting_) return row + ": waiting for the reply";
+  const std::string& obstacle = transaction_.link().obstacle();
+  if (waiting_ && obstacle.empty()) return row + ": waiting for the reply";
+  if (waiting_) return row + ": nothing was sent: " + QString::fromStdString(obstacle);
   switch (last_exchange_.outcome) {
     case Exchange::Outcome::kAnswered:
       return row + QStringLiteral(" answered in %1 ms").arg(last_exchange_.elapsed_ms);

@@ -13,6 +13,9 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QScreen>
+#include <QScrollArea>
+#include <QScrollBar>
 
 #include "console/button_bar.h"
 #include "console/colours.h"
@@ -72,7 +75,20 @@ Settings::Settings(Platform& platform, StringFun& console, std::function<void()>
   auto* cmdOK = new QPushButton("OK");
   cmdOK->setObjectName("cmdOK");
 
-  auto* grid = new QGridLayout(this);
+  // On a small screen the dialog scrolls.
+  page_ = new QWidget;
+  page_->installEventFilter(this);
+  scroll_area_ = new QScrollArea(this);
+  scroll_area_->setFrameShape(QFrame::NoFrame);
+  scroll_area_->setFocusPolicy(Qt::NoFocus);
+  scroll_area_->setAccessibleName("Communications");
+  scroll_area_->horizontalScrollBar()->setAccessibleName("Scroll across");
+  scroll_area_->verticalScrollBar()->setAccessibleName("Scroll down");
+  scroll_area_->setWidget(page_);
+  auto* whole = new QVBoxLayout(this);
+  whole->setContentsMargins(0, 0, 0, 0);
+  whole->addWidget(scroll_area_);
+  auto* grid = new QGridLayout(page_);
   grid->addWidget(makeLineGroup(), 0, 0);
   grid->addWidget(makeConsoleGroup(), 1, 0);
   grid->addWidget(makeSearchGroup(), 0, 1, 3, 1);
@@ -197,6 +213,20 @@ void Settings::fitToFont() {
   constexpr int kFrameAndCursor = 16;
   SearchProgress_->setMinimumWidth(
       SearchProgress_->fontMetrics().horizontalAdvance(kLongestProgress) + kFrameAndCursor);
+}
+
+void Settings::fitToScreen() {
+  const QSize frame_and_panels(40, 60);
+  const QSize room = screen()->availableSize() - frame_and_panels;
+  const QSize all = page_->sizeHint();
+  const int bar = style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+  const bool across = all.width() > room.width();
+  const bool down = all.height() > room.height();
+  const QSize with_bars = all + QSize(down ? bar : 0, across ? bar : 0);
+  const auto policy = across || down ? Qt::ScrollBarAsNeeded : Qt::ScrollBarAlwaysOff;
+  scroll_area_->setHorizontalScrollBarPolicy(policy);
+  scroll_area_->setVerticalScrollBarPolicy(policy);
+  setFixedSize(with_bars.boundedTo(room));
 }
 
 // Palettes mostly give too little contrast to a placeholder.
@@ -345,6 +375,10 @@ void Settings::MaxStrings_Change() {
 }
 
 bool Settings::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == page_) {
+    if (event->type() == QEvent::Resize) fitToScreen();
+    return false;
+  }
   if (watched != lstPorts->viewport()) {
     const bool describes = event->type() == QEvent::ToolTip || event->type() == QEvent::FocusIn;
     if (describes) setPlainToolTip(*static_cast<QWidget*>(watched), scanObstacle());

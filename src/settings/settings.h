@@ -18,6 +18,7 @@ class QListWidget;
 class QPlainTextEdit;
 class QPushButton;
 class QRadioButton;
+class QScrollArea;
 
 namespace mvdirigo {
 
@@ -33,6 +34,8 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   void Form_Load();
   void Form_Unload();
   void SaveAppSettings() override;
+  /// Gives the dialog the size of its controls, or what the screen allows of it.
+  void fitToScreen();
 
   void closeConsolePort() override { console_.closePort(); }
   /// Takes the dialog out of the layer above all windows.
@@ -105,6 +108,8 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   WindowLife life_;
   AutoSearch search_;
 
+  QScrollArea* scroll_area_ = nullptr;
+  QWidget* page_ = nullptr;
   QLineEdit* CommPortSetting_ = nullptr;
   QListWidget* lstBaudRate = nullptr;
   QLineEdit* MaxStrings_ = nullptr;

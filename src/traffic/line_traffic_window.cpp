@@ -10,6 +10,7 @@
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QHideEvent>
+#include <QKeyEvent>
 #include <QListView>
 #include <QPushButton>
 #include <QSaveFile>
@@ -153,6 +154,16 @@ void LineTrafficWindow::hideEvent(QHideEvent* event) {
   if (event->spontaneous()) return;
   platform_.lineTraffic().watch(nullptr);
   showPending();
+}
+
+void LineTrafficWindow::keyPressEvent(QKeyEvent* event) {
+  auto* button = qobject_cast<QAbstractButton*>(focusWidget());
+  const bool enter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+  if (enter && button != nullptr && !event->isAutoRepeat()) {
+    button->click();
+  } else {
+    QWidget::keyPressEvent(event);
+  }
 }
 
 void LineTrafficWindow::lineTransfer(const LineTransfer& transfer, std::string_view bytes) {

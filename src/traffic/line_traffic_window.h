@@ -33,6 +33,7 @@ class LineTrafficWindow : public QWidget, private LineTraffic::Watcher {
  protected:
   void showEvent(QShowEvent* event) override;
   void hideEvent(QHideEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
 
  private:
   void lineTransfer(const LineTransfer& transfer, std::string_view bytes) override;

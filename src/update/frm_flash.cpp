@@ -14,6 +14,7 @@
 #include <QPushButton>
 
 #include "console/console_layout.h"
+#include "console/press_button.h"
 #include "console/tool_tip.h"
 #include "platform/handler_edge.h"
 #include "platform/text.h"
@@ -34,7 +35,7 @@ constexpr QSize kVerboseSize(static_cast<int>(10000 / kTwipsPerPixel),
                              static_cast<int>(4500 / kTwipsPerPixel));
 
 QPushButton* makeButton(const char* caption, const char* name) {
-  auto* button = new QPushButton(caption);
+  auto* button = new PressButton(caption);
   button->setObjectName(name);
   button->setAutoDefault(false);
   return button;
