@@ -147,10 +147,11 @@ TEST_F(ConsoleWindow, TellsUnderTheRowsWhatLineAndMotorsAreDoing) {
   press("LoadButton(6)");
   platform_.socket(1).refusal = Fault::kPermissionDenied;
   platform_.socket(1).details.obstacle = "No permission for /dev/ttyUSB0.";
-  press("SendCommand(1)", 1001);
+  press("SendCommand(1)", 1);
   EXPECT_EQ(strip(), line +
                          "No permission for /dev/ttyUSB0. | Row 1: nothing was sent: No "
                          "permission for /dev/ttyUSB0.");
+  platform_.runFor(1000);
   setting("CommPortSetting").setText("<b>9</b>");
   press("SendCommand(1)", 1);
   EXPECT_TRUE(strip().starts_with("COM<b>9</b> \u00B7 9600")) << strip();
@@ -163,7 +164,7 @@ TEST_F(ConsoleWindow, IsWorkedFromTheKeyboardAlone) {
     QTest::keyClick(console().focusWidget(), static_cast<Qt::Key>(code), modifiers);
     return console().focusWidget()->objectName().toStdString();
   };
-  commandField(0).setFocus();
+  EXPECT_EQ(console().focusWidget(), &commandField(0)) << "from the start";
   EXPECT_EQ(key(Qt::Key_Up), "StringToSend(0)");
   EXPECT_EQ(key(Qt::Key_Return), "StringToSend(0)") << "the hand stays where it types";
   EXPECT_EQ(key(Qt::Key_Return), "StringToSend(0)");
@@ -189,6 +190,9 @@ TEST_F(ConsoleWindow, IsWorkedFromTheKeyboardAlone) {
   key(Qt::Key_S, Qt::ControlModifier);
   platform_.script().expectOpenFile(std::nullopt);
   key(Qt::Key_O, Qt::ControlModifier);
+  onConsole("LoadButton(0)").setFocus();
+  EXPECT_EQ(key(Qt::Key_Return), "LoadButton(1)") << "which stops the playback";
+  key(Qt::Key_Return);
   key(Qt::Key_Comma, Qt::ControlModifier);
   EXPECT_TRUE(settings().isVisible());
 }
