@@ -383,10 +383,12 @@ void StringFun::showStrip() {
     strip_->showActivity("Recording: " + presses + (presses == "1" ? " press" : " presses"),
                          StatusStrip::Sign::kRecording);
   } else if (recorder_.Playing()) {
-    strip_->showActivity(QStringLiteral("Playing%1: press %2 of %3")
-                             .arg(recorder_.PlayEndless() ? ", endless" : "", presses)
-                             .arg(recorder_.pressesOfAll()),
-                         StatusStrip::Sign::kPlaying);
+    const QString playing = recorder_.PlayEndless() ? "Playing, endless: " : "Playing: ";
+    const int all = recorder_.pressesOfAll();
+    strip_->showActivity(
+        playing + (all == 0 ? "no presses are recorded"
+                            : QStringLiteral("press %1 of %2").arg(presses).arg(all)),
+        StatusStrip::Sign::kPlaying);
   } else {
     const std::string search = neighbours_.liveSettings().searchProgress();
     strip_->showActivity(
