@@ -88,6 +88,16 @@ TEST_F(LineTrafficTest, KeepsTheNewestAndFollowsThemUnlessScrolledBack) {
       << "the end of the longest row can be seen";
 }
 
+TEST_F(LineTrafficTest, ShowsAStreamThatNeverEndsWhileItRuns) {
+  open();
+  for (int i = 0; i < 100; ++i) {
+    const LineTransfer read{std::chrono::milliseconds(10 * i), 2, LineTransfer::Direction::kIn};
+    platform_.lineTraffic().tell(read, std::string(100, 'x'));
+    platform_.runFor(10);
+  }
+  EXPECT_GT(rows(), 20);
+}
+
 TEST_F(LineTrafficTest, WatchesNothingWhileItIsClosedAndKeepsWhatItHeld) {
   open();
   tell("held");

@@ -7,15 +7,16 @@
 #include <QClipboard>
 #include <QCloseEvent>
 #include <QMenu>
-#include <QScreen>
 #include <QShortcut>
 #include <QVBoxLayout>
 
 #include "console/button_bar.h"
 #include "console/command_file.h"
+#include "console/screen_room.h"
 #include "console/tool_tip.h"
 #include "console/window_role.h"
 #include "core/stored_settings.h"
+#include "platform/at_exit.h"
 #include "platform/handler_edge.h"
 #include "platform/text.h"
 
@@ -148,8 +149,7 @@ void StringFun::setReplyTimeOut(const std::string& text) {
 
 void StringFun::fitToScreen() {
   fitted_size_ = screen_->sizeHint();
-  const QSize frame_and_panels(40, 60);
-  resize(screen_->sizeWithin(screen()->availableSize() - frame_and_panels));
+  resize(screen_->sizeWithin(roomOnScreen(*this)));
 }
 
 // Another font or style changes the size of the controls.
@@ -351,17 +351,11 @@ void StringFun::lineSettingsChanged() {
 }
 
 void StringFun::SendCommand_Click(int Index) {
-  struct Sending {
-    explicit Sending(StringFun& console) : console_(console) { console_.sending_ = true; }
-    ~Sending() {
-      console_.sending_ = false;
-      if (std::exchange(console_.strip_due_, false)) console_.showStripSoon();
-    }
-    Sending(const Sending&) = delete;
-    Sending& operator=(const Sending&) = delete;
-    StringFun& console_;
-  };
-  const Sending sending(*this);
+  sending_ = true;
+  const AtExit sent([this] {
+    sending_ = false;
+    if (std::exchange(strip_due_, false)) showStripSoon();
+  });
   transaction_.SendCommand_Click(Index);
 }
 

@@ -4,9 +4,9 @@
 
 #include <QKeyEvent>
 #include <QMouseEvent>
-#include <QScreen>
 #include <QVBoxLayout>
 
+#include "console/screen_room.h"
 #include "console/window_role.h"
 #include "help/help_texts.h"
 #include "platform/handler_edge.h"
@@ -77,9 +77,8 @@ void StringFunHelp::SetupHelpScreen() {
 }
 
 void StringFunHelp::fitToScreen() {
-  const QSize frame_and_panels(40, 60);
   setMaximumSize(screen_->sizeHint());
-  resize(screen_->sizeWithin(screen()->availableSize() - frame_and_panels));
+  resize(screen_->sizeWithin(roomOnScreen(*this)));
 }
 
 // Another font or style changes the size of the controls.

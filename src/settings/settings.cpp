@@ -13,12 +13,12 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QRadioButton>
-#include <QScreen>
 #include <QScrollArea>
 #include <QScrollBar>
 
 #include "console/button_bar.h"
 #include "console/colours.h"
+#include "console/screen_room.h"
 #include "console/tool_tip.h"
 #include "core/stored_settings.h"
 #include "platform/handler_edge.h"
@@ -216,8 +216,7 @@ void Settings::fitToFont() {
 }
 
 void Settings::fitToScreen() {
-  const QSize frame_and_panels(40, 60);
-  const QSize room = screen()->availableSize() - frame_and_panels;
+  const QSize room = roomOnScreen(*this);
   const QSize all = page_->sizeHint();
   const int bar = style()->pixelMetric(QStyle::PM_ScrollBarExtent);
   const bool across = all.width() > room.width();

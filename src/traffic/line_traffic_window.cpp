@@ -169,7 +169,8 @@ void LineTrafficWindow::keyPressEvent(QKeyEvent* event) {
 void LineTrafficWindow::lineTransfer(const LineTransfer& transfer, std::string_view bytes) {
   if (continues(transfer)) {
     pending_.back().append(bytes);
-    pause_->setEnabled(false);
+    // A command and its reply show when the reply is over, but a stream that never is shows, too.
+    if (pending_.size() <= 2) pause_->setEnabled(false);
   } else {
     pending_.emplace_back(transfer, bytes);
   }

@@ -1,7 +1,6 @@
 #include "update/flash_link.h"
 
-#include <utility>
-
+#include "platform/at_exit.h"
 #include "platform/handler_edge.h"
 #include "platform/runtime_error.h"
 #include "platform/text.h"
@@ -11,17 +10,6 @@ namespace {
 
 /// Two bytes at 9600 bit/s, the slowest rate.
 constexpr int kDrainPollMs = 2;
-
-/// Runs `action` when the scope is left, however that happens.
-template <class Action>
-struct AtExit {
-  explicit AtExit(Action on_exit) : action(std::move(on_exit)) {}
-  ~AtExit() { action(); }
-  AtExit(const AtExit&) = delete;
-  AtExit& operator=(const AtExit&) = delete;
-
-  Action action;
-};
 
 }  // namespace
 
