@@ -28,7 +28,8 @@ class StripText : public QLineEdit {
     setPalette(ground);
   }
 
-  void show(const QString& text) {
+  void show(const QString& whole) {
+    const QString text = shortened(whole);
     if (text == this->text()) return;
     setText(text);
     setCursorPosition(0);

@@ -7,6 +7,7 @@
 #include <QClipboard>
 #include <QCloseEvent>
 #include <QMenu>
+#include <QRegularExpression>
 #include <QShortcut>
 #include <QVBoxLayout>
 
@@ -30,7 +31,10 @@ std::size_t at(int row) { return static_cast<std::size_t>(row); }
 
 /// What a tool tip tells of how a reply, or its absence, came about.
 std::string storyOf(const Exchange& exchange, const std::string& time) {
-  if (!exchange.obstacle.empty()) return "Nothing was sent: " + exchange.obstacle + "\nAt " + time;
+  if (!exchange.obstacle.empty()) {
+    const QString obstacle = shortened(QString::fromStdString(exchange.obstacle));
+    return "Nothing was sent: " + obstacle.toStdString() + "\nAt " + time;
+  }
   const std::string& raw = exchange.raw;
   return (raw.empty() ? "Nothing received" : "Received: " + shortVisibleText(raw)) + "\nAt " +
          time + ", " + std::to_string(exchange.elapsed_ms) + " ms after sending";
@@ -215,8 +219,9 @@ void StringFun::loadStrings() {
     screen_->ReceiveString[at(row)]->clearReply();
   };
   if (skipOnError([&] { readCommandFile(path, take_string, recorder_.table()); })) {
+    const QString text = QString::fromStdString(commandFileTitle(path));
     // "[*]" in a title stands for a mark of unsaved changes; doubled, it stands for itself.
-    setWindowTitle(QString::fromStdString(commandFileTitle(path)).replace("[*]", "[*][*]"));
+    setWindowTitle(onOneLine(text).replace("[*]", "[*][*]"));
   } else {
     platform_.dialogs().messageBox(commandFileReadError(path), box::kExclamation);
   }
@@ -323,20 +328,24 @@ void StringFun::enableBarButton(int button, bool enabled) {
 }
 
 void StringFun::extendReplyMenu(QMenu& menu, int row) {
-  menu.addAction("Copy Command and &Reply", this, [this, row] {
-    QApplication::clipboard()->setText(screen_->StringToSend[at(row)]->text() + '\t' +
-                                       screen_->ReceiveString[at(row)]->text());
-  });
+  menu.addAction("Copy Command and &Reply", this,
+                 [this, row] { QApplication::clipboard()->setText(cellsOf(row)); });
   menu.addAction("Copy &All Rows", this, [this] { copyAllRows(); });
   menu.addSeparator();
   menu.addAction("C&lear Replies", this, [this] { clearReplies(); });
 }
 
+// A spreadsheet ends a cell or a row at these characters.
+QString StringFun::cellsOf(int row) const {
+  const QRegularExpression ends("[\\t\\r\\n]");
+  return screen_->StringToSend[at(row)]->text().replace(ends, " ") + '\t' +
+         screen_->ReceiveString[at(row)]->text().replace(ends, " ");
+}
+
 void StringFun::copyAllRows() {
   QString rows;
   for (int row = 0; row < std::min(NumStrings, kRows); ++row) {
-    rows += QString::number(row) + '\t' + screen_->StringToSend[at(row)]->text() + '\t' +
-            screen_->ReceiveString[at(row)]->text() + '\n';
+    rows += QString::number(row) + '\t' + cellsOf(row) + '\n';
   }
   QApplication::clipboard()->setText(rows);
 }

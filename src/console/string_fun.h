@@ -85,6 +85,8 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   void connectRows();
   void makeShortcuts();
   void extendReplyMenu(QMenu& menu, int row);
+  /// Command and reply, a tab between them.
+  [[nodiscard]] QString cellsOf(int row) const;
   void copyAllRows();
   void clearReplies();
   void tellAssistiveTools(int row);

@@ -9,6 +9,8 @@
 namespace mvdirigo {
 namespace {
 
+QString shown(const QString& text) { return QString::fromStdString(printable(text.toStdString())); }
+
 /// A tool tip shows its lines as they are, however wide the screen is.
 QString wrapped(const QString& text) {
   constexpr int kLongestLine = 100;
@@ -27,21 +29,25 @@ QString wrapped(const QString& text) {
 
 }  // namespace
 
+QString onOneLine(const QString& text) {
+  return shown(text).replace('\n', QChar(QChar::ReplacementCharacter));
+}
+
 QString shortened(const QString& text) {
   constexpr int kLongest = 300;
-  return text.size() > kLongest ? text.left(kLongest) + QChar(0x2026) : text;
+  return text.size() > kLongest ? shown(text.left(kLongest)) + QChar(0x2026) : shown(text);
 }
 
 QString plainToolTip(const QString& text) {
   const QString lines =
-      wrapped(QString::fromStdString(breakLongStretches(text.toStdString(), "\n")));
+      wrapped(QString::fromStdString(breakLongStretches(printable(text.toStdString()), "\n")));
   return Qt::mightBeRichText(lines) ? Qt::convertFromPlainText(lines, Qt::WhiteSpacePre) : lines;
 }
 
 void setPlainToolTip(QWidget& widget, const QString& text) {
   widget.setToolTip(plainToolTip(text));
   // Without it, assistive tools would take the tool tip, markup and all.
-  widget.setAccessibleDescription(text);
+  widget.setAccessibleDescription(shown(text));
 }
 
 }  // namespace mvdirigo

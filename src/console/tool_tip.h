@@ -9,7 +9,11 @@ namespace mvdirigo {
 /// `text` as a tool tip that shows it letter by letter, even where it looks like markup.
 [[nodiscard]] QString plainToolTip(const QString& text);
 
-/// Of a longer text the first 300 characters and "…": as much as a tip has room for on any screen.
+/// `text` without control characters and the like: U+FFFD stands for them, for line feeds too.
+[[nodiscard]] QString onOneLine(const QString& text);
+
+/// The same with line feeds; of a longer text the first 300 characters and "…": as much as a tip
+/// has room for on any screen.
 QString shortened(const QString& text);
 
 /// Gives `widget` the tool tip `text`, letter by letter, and assistive tools the same words.

@@ -23,6 +23,18 @@ Integer roundedInto(std::string_view text) {
   return static_cast<Integer>(rounded);
 }
 
+bool isPrintable(utf8::uint32_t code) {
+  const auto within = [code](utf8::uint32_t first, utf8::uint32_t last) {
+    return code >= first && code <= last;
+  };
+  const bool control = code < 0x20 || within(0x7F, 0x9F);
+  const bool separator = within(0x2028, 0x2029);
+  // Marks, embeddings, overrides and isolates of a direction.
+  const bool direction =
+      code == 0x61C || within(0x200E, 0x200F) || within(0x202A, 0x202E) || within(0x2066, 0x2069);
+  return !control && !separator && !direction;
+}
+
 }  // namespace
 
 bool isUtf8(std::string_view text) { return utf8::is_valid(text.begin(), text.end()); }
@@ -93,6 +105,18 @@ std::string breakLongStretches(std::string_view utf8, std::string_view line_brea
     }
   }
   return broken;
+}
+
+std::string printable(std::string_view utf8) {
+  constexpr utf8::uint32_t kReplacement = 0xFFFD;
+  std::string valid, shown;
+  utf8::replace_invalid(utf8.begin(), utf8.end(), std::back_inserter(valid), kReplacement);
+  for (auto next = valid.begin(); next != valid.end();) {
+    const auto code = utf8::unchecked::next(next);
+    const bool as_it_is = code == '\n' || isPrintable(code);
+    utf8::unchecked::append(as_it_is ? code : kReplacement, std::back_inserter(shown));
+  }
+  return shown;
 }
 
 std::string_view trimBlanks(std::string_view text) {

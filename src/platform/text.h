@@ -26,6 +26,10 @@ namespace mvdirigo {
 /// windows break lines at blanks only, and would cut the rest.
 [[nodiscard]] std::string breakLongStretches(std::string_view utf8, std::string_view line_break);
 
+/// `utf8` without what is no character to look at: each control character but the line feed, and
+/// each that would break the line or turn the direction of the text, is U+FFFD instead.
+[[nodiscard]] std::string printable(std::string_view utf8);
+
 /// `text` without the blanks (code 32) at both ends.
 [[nodiscard]] std::string_view trimBlanks(std::string_view text);
 

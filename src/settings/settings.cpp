@@ -303,10 +303,9 @@ QString Settings::scanObstacle() {
 
 QString Settings::portToolTip(int port, bool available) {
   const PortDetails details = platform_.portDetails(port);
-  QStringList lines{text(details.device)};
-  if (!details.hardware.empty()) lines << text(details.hardware);
+  QStringList lines{shortened(text(details.device)), shortened(text(details.hardware))};
   if (!available) {
-    lines << (scanObstacle().isEmpty() ? text(details.obstacle) : scanObstacle());
+    lines << (scanObstacle().isEmpty() ? shortened(text(details.obstacle)) : scanObstacle());
     if (lines.last().isEmpty()) lines << "Press Re-Scan Ports to look again.";
   }
   lines.removeAll(QString());

@@ -10,17 +10,6 @@ namespace {
 
 const QString kSeparator = QStringLiteral(" \u00B7 ");
 
-/// `text` on one line and in one direction, whatever a file's name holds.
-QString onOneLine(QString text) {
-  for (QChar& character : text) {
-    const auto category = character.category();
-    const bool shown = category != QChar::Other_Control && category != QChar::Other_Format &&
-                       category != QChar::Separator_Line && category != QChar::Separator_Paragraph;
-    if (!shown) character = QChar::ReplacementCharacter;
-  }
-  return text;
-}
-
 QString factsOf(const UpdateFileFacts& file) {
   if (!file.obstacle.empty()) return "Can't be read: " + QString::fromStdString(file.obstacle);
   QStringList facts{QLocale(QLocale::English).toString(static_cast<qulonglong>(file.size)) +

@@ -124,9 +124,9 @@ BoxButton QtDialogs::messageBox(const std::string& text, int style) {
   QPointer<QMessageBox> message = new QMessageBox(owner());
   message->setTextFormat(Qt::PlainText);
   constexpr const char* kZeroWidthSpace = "\u200B";
-  message->setText(QString::fromStdString(breakLongStretches(text, kZeroWidthSpace))
-                       .replace("\r\n", "\n")
-                       .replace('\r', '\n'));
+  const QString lines = QString::fromStdString(text).replace("\r\n", "\n").replace('\r', '\n');
+  message->setText(
+      QString::fromStdString(breakLongStretches(printable(lines.toStdString()), kZeroWidthSpace)));
   message->setWindowTitle(QApplication::applicationName());
   message->setIcon(iconOf(style));
 
