@@ -1,4 +1,7 @@
+#include <sys/resource.h>
+
 #include <chrono>
+#include <csignal>
 
 #include <QFileDialog>
 #include <QLineEdit>
@@ -201,6 +204,28 @@ TEST_F(StoreTest, SetsAFileThatIsNoStoreAsideBeforeItWrites) {
   writeFile(file_, "spoilt meanwhile");
   store.flush();
   EXPECT_EQ(bytesOf(aside + ".4"), "spoilt meanwhile");
+  std::filesystem::resize_file(file_, std::uintmax_t{1} << 40);
+  EXPECT_EQ(get("Row"), "default") << "a store of 1 TiB";
+}
+
+TEST_F(StoreTest, LeavesTheFileAsItIsWhenTheDiskHasNoRoomForTheNewOne) {
+  save("Row", "old");
+  const std::string before = bytesOf(file_);
+  std::signal(SIGXFSZ, SIG_IGN);
+  for (const rlim_t room : {0U, 30U, 4096U}) {
+    const rlimit full{room, RLIM_INFINITY}, empty{RLIM_INFINITY, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &full);
+    save("Long", std::string(8000, 'x'));
+    setrlimit(RLIMIT_FSIZE, &empty);
+    EXPECT_EQ(bytesOf(file_), before) << room;
+  }
+}
+
+TEST_F(StoreTest, NeedsNoRoomAmongTheTemporaryFiles) {
+  qputenv("TMPDIR", "/dev/null");
+  save("Row", "kept");
+  EXPECT_EQ(get("Row"), "kept");
+  qunsetenv("TMPDIR");
 }
 
 TEST_F(StoreTest, WaitsForItsLockNoLongerThanHalfASecond) {

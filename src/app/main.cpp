@@ -1,3 +1,4 @@
+#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <utility>
@@ -35,6 +36,8 @@ class SaveAtExit {
 
 int main(int argc, char** argv) {
   mvdirigo::EndRequests::blockSignals();
+  // The write that failed says so itself; the signal would end the program with its rows unsaved.
+  for (const int failed_write : {SIGPIPE, SIGXFSZ}) std::signal(failed_write, SIG_IGN);
   QApplication application(argc, argv);
   QApplication::setApplicationName(mvdirigo::kApplicationName);
   QApplication::setApplicationVersion(MVDIRIGO_VERSION);

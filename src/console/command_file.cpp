@@ -45,7 +45,7 @@ class OutputFile {
 
   /// A full disk can show only when the bytes leave the system's buffers, or at the close.
   void flushAndClose() {
-    if (regular_ && ::fsync(descriptor_.number()) != 0 && errno != EINVAL) throwFileFault(errno);
+    if (regular_ && !reachedDisk(descriptor_.number())) throwFileFault(errno);
     if (descriptor_.close() != 0 && errno != EINTR) throwFileFault(errno);
   }
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace mvdirigo {
@@ -27,5 +28,11 @@ class Descriptor {
  private:
   int number_;
 };
+
+/// Whether what was written is on the disk, for what can be there: a full disk can show as late as
+/// that. `errno` tells why not.
+[[nodiscard]] inline bool reachedDisk(int descriptor) {
+  return ::fsync(descriptor) == 0 || errno == EINVAL;
+}
 
 }  // namespace mvdirigo

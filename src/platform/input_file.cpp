@@ -48,4 +48,10 @@ std::string InputFile::start(std::size_t length) const {
   return bytes;
 }
 
+std::string InputFile::whole(std::size_t most) const {
+  const std::size_t length = size();
+  if (length > most) throw RuntimeError(Fault::kOutOfMemory);
+  return start(length);
+}
+
 }  // namespace mvdirigo

@@ -25,6 +25,9 @@ class InputFile {
   /// The first `length` bytes. Throws `kInputPastEndOfFile` when there are fewer.
   [[nodiscard]] std::string start(std::size_t length) const;
 
+  /// All bytes. Throws `kOutOfMemory` when they are more than `most`.
+  [[nodiscard]] std::string whole(std::size_t most) const;
+
  private:
   Descriptor descriptor_;
 };

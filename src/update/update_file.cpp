@@ -84,10 +84,7 @@ std::string readStartOfFile(const std::string& path, std::size_t most) {
 }
 
 std::string readUpdateFile(const std::string& path) {
-  const InputFile file(path);
-  const std::size_t size = file.size();
-  if (size > kLargestUpdateFile) throw RuntimeError(Fault::kOutOfMemory);
-  return file.start(size);
+  return InputFile(path).whole(kLargestUpdateFile);
 }
 
 }  // namespace mvdirigo

@@ -1,5 +1,6 @@
 #include "platform/qt/ini_settings_store.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -17,6 +18,9 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include "platform/input_file.h"
+#include "platform/runtime_error.h"
+
 namespace mvdirigo {
 namespace {
 
@@ -25,6 +29,8 @@ namespace fs = std::filesystem;
 Q_LOGGING_CATEGORY(storeLog, "mvdirigo.store")
 
 constexpr int kLongestWaitForLockMs = 500;
+/// More than the rows at their longest take up. What is larger is no store.
+constexpr std::size_t kLargestStore = 16 * 1024 * 1024;
 
 /// By "section/key".
 using Values = std::map<std::string, std::string>;
@@ -34,22 +40,30 @@ QString pathOf(const std::string& application) {
          QString::fromStdString(application) + ".ini";
 }
 
-QByteArray bytesOf(const QString& path) {
-  QFile file(path);
-  return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 /// Another console, or a hand, may write the file while this program runs.
 fs::file_time_type lastWritten(const QString& path) {
   std::error_code error;
   return fs::last_write_time(path.toStdString(), error);
 }
 
-/// A copy of a store's file. QSettings works on it without the real one's lock, which it would wait
-/// for without end, and without the byte order mark, a broken line to it.
+/// The whole store at `path`, which may not exist yet; none when there is something else, or it
+/// can't be read to its end.
+std::optional<QByteArray> readBytes(const QString& path) {
+  const fs::path file = path.toStdString();
+  std::error_code error;
+  if (fs::symlink_status(file, error).type() == fs::file_type::not_found) return QByteArray();
+  try {
+    return QByteArray::fromStdString(InputFile(file).whole(kLargestStore));
+  } catch (const RuntimeError&) {
+    return std::nullopt;
+  }
+}
+
+/// A copy of the store at `path`, made in `folder`. QSettings works on it without the real one's
+/// lock, which it would wait for without end, and without the byte order mark, a broken line to it.
 class WorkingCopy {
  public:
-  explicit WorkingCopy(QByteArray bytes) {
+  WorkingCopy(QByteArray bytes, const QString& folder) : folder_(folder + "/mvdirigo-XXXXXX") {
     if (bytes.startsWith("\xEF\xBB\xBF")) bytes.remove(0, 3);
     QFile file(path_);
     made_ = folder_.isValid() && file.open(QIODevice::WriteOnly) &&
@@ -65,25 +79,15 @@ class WorkingCopy {
   bool made_ = false;
 };
 
-/// The values in `path`, which may not exist yet; none when it holds what can't be read as a store.
-/// QSettings reads bytes that are not UTF-8 as other characters and would write those back, so they
-/// count as such.
-std::optional<Values> read(const QString& path) {
-  const fs::path file = path.toStdString();
-  std::error_code error;
-  if (!fs::exists(fs::symlink_status(file, error))) return Values();
-  // Opening a pipe would wait for its other end.
-  if (!fs::is_regular_file(file, error)) return std::nullopt;
+/// Where a copy of the store at `path` can be made. Temporary files often have a disk of their own,
+/// and a full one is no reason to lose what the store has room for.
+QStringList foldersForCopies(const QString& path) {
+  return {QDir::tempPath(), QFileInfo(path).path()};
+}
 
-  QFile stored(path);
-  if (!stored.open(QIODevice::ReadOnly)) return std::nullopt;
-  const QByteArray bytes = stored.readAll();
-  QStringDecoder utf8(QStringDecoder::Utf8);
-  const QString text = utf8(bytes);
-  if (utf8.hasError() || text.contains(QChar::Null)) return std::nullopt;
-
-  const WorkingCopy copy(bytes);
-  const QSettings settings(copy.made() ? copy.path() : path, QSettings::IniFormat);
+/// What stands in the store's file at `path`; none when QSettings can't make sense of it.
+std::optional<Values> parse(const QString& path) {
+  const QSettings settings(path, QSettings::IniFormat);
   Values values;
   for (const QString& key : settings.allKeys()) {
     const QVariant value = settings.value(key);
@@ -92,6 +96,25 @@ std::optional<Values> read(const QString& path) {
   }
   if (settings.status() != QSettings::NoError) return std::nullopt;
   return values;
+}
+
+/// The values among the `bytes` of the store at `path`; none when these can't be read as a store.
+/// QSettings reads bytes that are not UTF-8 as other characters and would write those back, so they
+/// count as such.
+std::optional<Values> valuesIn(const QByteArray& bytes, const QString& path) {
+  QStringDecoder utf8(QStringDecoder::Utf8);
+  const QString text = utf8(bytes);
+  if (utf8.hasError() || text.contains(QChar::Null)) return std::nullopt;
+  for (const QString& folder : foldersForCopies(path)) {
+    const WorkingCopy copy(bytes, folder);
+    if (copy.made()) return parse(copy.path());
+  }
+  return parse(path);
+}
+
+std::optional<Values> read(const QString& path) {
+  const auto bytes = readBytes(path);
+  return bytes ? valuesIn(*bytes, path) : std::nullopt;
 }
 
 /// Moves `path` out of the way, so that nothing of it is overwritten, nor what was moved before.
@@ -111,21 +134,54 @@ bool setAside(const QString& path) {
   return !error;
 }
 
-/// Writes `values` into the store at `path`, all or none of them, and keeps the others.
-bool write(const QString& path, const Values& values) {
-  if (!read(path) && !setAside(path)) return false;
-  const WorkingCopy copy(bytesOf(path));
-  if (!copy.made()) return false;
+/// Whether all keys of `values` stand in `bytes`. QSettings doesn't tell that a disk was full, and
+/// leaves the file empty or cut off then.
+bool holdAll(const QByteArray& bytes, const Values& values, const QString& folder) {
+  const WorkingCopy copy(bytes, folder);
+  const QSettings settings(copy.path(), QSettings::IniFormat);
+  return copy.made() && std::all_of(values.begin(), values.end(), [&](const auto& value) {
+           return settings.contains(QString::fromStdString(value.first));
+         });
+}
+
+/// A store's `bytes` with `values` put in, which are then to hold `all`; none when `folder` has no
+/// room for the work.
+std::optional<QByteArray> merged(const QByteArray& bytes, const Values& values, const Values& all,
+                                 const QString& folder) {
+  const WorkingCopy copy(bytes, folder);
+  if (!copy.made()) return std::nullopt;
   QSettings settings(copy.path(), QSettings::IniFormat);
   for (const auto& [key, value] : values) {
     settings.setValue(QString::fromStdString(key), QString::fromStdString(value));
   }
   settings.sync();
-  if (settings.status() != QSettings::NoError) return false;
-  const QByteArray bytes = bytesOf(copy.path());
+  auto whole = readBytes(copy.path());
+  return whole && holdAll(*whole, all, folder) ? std::move(whole) : std::nullopt;
+}
+
+/// Puts `bytes` in place of the store at `path`, all or none of them; only where the folder takes
+/// no new file they are written over the old ones.
+bool replace(const QString& path, const QByteArray& bytes) {
   QSaveFile file(path);
   file.setDirectWriteFallback(true);
-  return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit();
+  return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush() &&
+         reachedDisk(file.handle()) && file.commit();
+}
+
+/// Writes `values` into the store at `path` and keeps the others.
+bool write(const QString& path, const Values& values) {
+  auto bytes = readBytes(path);
+  auto all = bytes ? valuesIn(*bytes, path) : std::nullopt;
+  if (!all) {
+    if (!setAside(path)) return false;
+    bytes = QByteArray();
+    all = Values();
+  }
+  all->insert(values.begin(), values.end());
+  for (const QString& folder : foldersForCopies(path)) {
+    if (const auto whole = merged(*bytes, values, *all, folder)) return replace(path, *whole);
+  }
+  return false;
 }
 
 /// Takes the lock that keeps two programs from losing each other's values. A lock that nobody gives
