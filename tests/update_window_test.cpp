@@ -117,26 +117,5 @@ TEST_F(UpdateWindow, TellsWhatItIsAboutToSendAndNeverMindsAFileThatCannotBeRead)
   EXPECT_TRUE(summary()[1].startsWith("2 bytes")) << "it was written since";
 }
 
-TEST_F(UpdateWindow, EndsCleanlyWhenItOrTheConsoleIsClosedInAnyWait) {
-  for (const int after_ms : {1, 4, 500, 5030, 5050, 6000, 10100, 10500}) {
-    for (const bool whole : {false, true}) {
-      openWithImage(6000);
-      after(std::chrono::milliseconds(after_ms), [&] {
-        if (whole) {
-          console().close();
-        } else {
-          press(dialog(), "cmdClose");
-        }
-      });
-      update();
-      EXPECT_EQ(settings().isVisible(), !whole) << after_ms;
-      EXPECT_EQ(ended_, whole);
-      EXPECT_TRUE(console().PortAvailable(1)) << after_ms;
-      program_.reset();
-      platform_.detach(1);
-    }
-  }
-}
-
 }  // namespace
 }  // namespace mvdirigo
