@@ -223,9 +223,6 @@ TEST_F(UpdateTest, DeliversThePayloadAtEveryRate) {
 }
 
 TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
-  const Box no_terminate = {
-      "No response from Terminate command. Verify unit is powered up, connected and the address "
-      "switch is set to 1."};
   const std::string no_version =
       "Unable to get a valid version string from stepper controller. Got: ";
   const std::string x299(299, 'x');
@@ -240,8 +237,6 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
   };
   const Case cases[] = {
       {"\xAA", "", {}, kOk, "TbR&!["},
-      {"T", "", {no_terminate}, kTerminating, "\xAAT"},
-      {"&", "", {kUnable}, kValidating, "R&"},
       {"&", "ERR 12\r", {{no_version + "ERR 12", 65, kCancel}}, kValidating, "R&"},
       {"&",
        "\x02" + x299 + "x\n\r",
@@ -249,13 +244,7 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
        kValidating,
        "R&"},
       {"&", "v123.4\r", {kUnable}, kValidating, "R&"},
-      {"&",
-       "v7.x\r",
-       {{"validUpdateFile() Error #: 13 :: Type mismatch", 64}, kUnable},
-       kValidating,
-       "R&"},
       {"&", "v7.01\r", {}, kOk, "R&["},
-      {"!", "", {kUnable}, kValidating, "R&!"},
       {"!", "/0@A7\r", {kUnable}, kValidating, "R&!"},
       {"!", "/0@103A8\r", {kWrongModel}, kValidating, "R&!"},
       {"!", "/0@103a7\r", {}, kOk, "R&!["},
