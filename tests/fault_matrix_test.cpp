@@ -12,24 +12,24 @@ using namespace std::chrono_literals;
 // have it. A refused piece exists in an update only, of which another table tells.
 
 constexpr const char* kDt = R"(
-silent late=1500 drop=10 double=10 corrupt=10 garbage-before lost-etx bad-checksum endless vanish back  taken while
-mute   late      drop    double    corrupt    garbage        cut      -sum         read    shut   read  shut  closed
-mute   late      drop    double    corrupt    garbage        cut      -sum         read    fail   again read  open answered timed-out full-box
-mute   late      drop    double    corrupt    garbage        cut      -sum         read    fail   fail  read  pressed sending recording playing endlessly
-mute   late      drop    double    corrupt    garbage        cut      -sum         read    fail   fail  read  slash-box strings-box help-box load-box save-box unread-box
-mute   -cut      -cut    -cut      -cut       -cut           -cut     -sum         -cut    fail   fail  read  answering
-none   astray    drop    double    corrupt    garbage        cut      -sum         read    none   read  read  searching
-end    end       end     end       end        end            end      -sum         end     told   told  end   closing
+silent late=1500 drop=10 double=10 corrupt=10 garbage-before lost-etx bad-checksum endless vanish back  taken seized while
+mute   late      drop    double    corrupt    garbage        cut      -sum         read    shut   read  shut  shut   closed
+mute   late      drop    double    corrupt    garbage        cut      -sum         read    fail   again read  shut   open answered timed-out full-box
+mute   late      drop    double    corrupt    garbage        cut      -sum         read    fail   fail  read  shut   pressed sending recording playing endlessly
+mute   late      drop    double    corrupt    garbage        cut      -sum         read    fail   fail  read  shut   slash-box strings-box help-box load-box save-box unread-box
+mute   -cut      -cut    -cut      -cut       -cut           -cut     -sum         -cut    fail   fail  read  -cut   answering
+none   astray    drop    double    corrupt    garbage        cut      -sum         read    none   read  read  none   searching
+end    end       end     end       end        end            end      -sum         end     told   told  end   end    closing
 )";
 constexpr const char* kOem = R"(
-silent late=1500 drop=10 double=10 corrupt=10 garbage-before lost-etx bad-checksum endless vanish back  taken while
-mute   late      mute*   mute      mute       read           mute*    mute*        read    shut   read  shut  closed
-mute   late      mute*   mute      mute       read           mute*    mute*        read    fail   again read  open answered timed-out full-box
-mute   late      mute*   mute      mute       read           mute*    mute*        read    fail   fail  read  pressed sending recording playing endlessly
-mute   late      mute*   mute      mute       read           mute*    mute*        read    fail   fail  read  slash-box strings-box help-box load-box save-box unread-box
-mute*  -cut      -cut    -cut      -cut       -cut           -cut     -cut         -cut    fail*  fail* read  answering
-none   astray    none*   none      none       read           none*    none*        read    none   read  read  searching
-end    end       end     end       end        end            end      end          end     told   told  end   closing
+silent late=1500 drop=10 double=10 corrupt=10 garbage-before lost-etx bad-checksum endless vanish back  taken seized while
+mute   late      mute*   mute      mute       read           mute*    mute*        read    shut   read  shut  shut   closed
+mute   late      mute*   mute      mute       read           mute*    mute*        read    fail   again read  shut   open answered timed-out full-box
+mute   late      mute*   mute      mute       read           mute*    mute*        read    fail   fail  read  shut   pressed sending recording playing endlessly
+mute   late      mute*   mute      mute       read           mute*    mute*        read    fail   fail  read  shut   slash-box strings-box help-box load-box save-box unread-box
+mute*  -cut      -cut    -cut      -cut       -cut           -cut     -cut         -cut    fail*  fail* read  -cut   answering
+none   astray    none*   none      none       read           none*    none*        read    none   read  read  none   searching
+end    end       end     end       end        end            end      end          end     told   told  end   end    closing
 )";
 
 #define READ "Movane Stepper v7.02 No Error (green)"

@@ -40,8 +40,9 @@ inline std::vector<MatrixCell> cellsOf(const std::string& table) {
 
 /// Lets one fault after the other strike. A fault is one that a simulated line knows, such as
 /// "late=1500", or that the device vanishes for good ("vanish") or is back after 50 ms ("back"),
-/// that another program takes the port as soon as it is closed ("taken"), or that the user closes
-/// the update ("close") or the console ("quit").
+/// that another program takes the port as soon as it is closed ("taken"), which the time-out of a
+/// silent unit makes happen ("seized"), or that the user closes the update ("close") or the console
+/// ("quit").
 class FaultMatrixTest : public UpdateWindow {
  protected:
   virtual void expectCell() = 0;
@@ -69,8 +70,9 @@ class FaultMatrixTest : public UpdateWindow {
     if (fault == "vanish" || fault == "back") {
       platform_.detach(1);
       if (fault == "back") comeBack(std::chrono::milliseconds(50));
-    } else if (fault == "taken") {
+    } else if (fault == "taken" || fault == "seized") {
       platform_.socket(1).refusal = Fault::kPortAlreadyOpen;
+      if (fault == "seized") bus_->setFaults({parseFault("silent")});
     } else if (fault == "close") {
       press(dialog(), "cmdClose");
     } else if (fault == "quit") {
