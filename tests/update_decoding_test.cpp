@@ -67,5 +67,15 @@ TEST(FlashReply, FindsANumberTwoPlacesBehindAZero) {
   }
 }
 
+TEST(FlashReply, KeepsTheNewestOfAReplyWithoutEndAndFindsANumberInIt) {
+  FlashReply reply;
+  reply.WantNumeric = reply.ReplyDone = true;
+  for (int i = 0; i < 100000; ++i) reply.append(i % 3 == 0 ? '0' : 'x');
+  for (const char c : std::string("//0`  7")) reply.append(c);
+  EXPECT_TRUE(reply.UpdateRxBuffer().ends_with("0xx0//0`  7"));
+  EXPECT_EQ(reply.UpdateRxBuffer().size(), BoundedText::kCapacity);
+  EXPECT_TRUE(reply.NumericSeen);
+}
+
 }  // namespace
 }  // namespace mvdirigo
