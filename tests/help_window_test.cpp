@@ -5,51 +5,69 @@ namespace {
 
 using HelpWindow = WindowTest;
 
-TEST_F(HelpWindow, ExplainsTheFocusedControlOnTheHelpScreen) {
-  start();
+TEST_F(HelpWindow, ExplainsTheControlThatIsClickedOrFocused) {
+  store("Settings", "MaxStrings", "25");
+  startWithUnit();
   press("LoadButton(7)");
   auto& help = find<QWidget>(console(), "StringFunHelp");
   help.activateWindow();
-  EXPECT_EQ(QAccessible::queryAccessibleInterface(&help)->role(), QAccessible::Window);
+  EXPECT_EQ(help.findChildren<QPushButton*>(QRegularExpression("SendCommand")).size(), 5);
+  const std::string order = tabOrder(help);
+  EXPECT_TRUE(order.starts_with("StringToSend(0) SendCommand(0) ReceiveString(0) StringToSend(1) "))
+      << order;
   EXPECT_TRUE(
-      tabOrder(help).starts_with("StringToSend(0) SendCommand(0) ReceiveString(0) "
-                                 "StringToSend(1) "))
-      << tabOrder(help);
-  EXPECT_TRUE(
-      tabOrder(help).ends_with("ReceiveString(4) LoadButton(3) LoadButton(2) LoadButton(1) "
-                               "LoadButton(0) LoadButton(7) LoadButton(6) LoadButton(5) "
-                               "LoadButton(4) "))
-      << tabOrder(help);
+      order.ends_with("ReceiveString(4) LoadButton(3) LoadButton(2) LoadButton(1) LoadButton(0) "
+                      "LoadButton(7) LoadButton(6) LoadButton(5) LoadButton(4) "))
+      << order;
+  // On a screen that is too small the rows scroll, and the bar stays in sight.
+  EXPECT_EQ(help.size().boundedTo(help.screen()->size()), help.size());
+  ASSERT_GT(help.findChild<QScrollArea*>()->widget()->width(), help.width());
+  for (const char* corner : {"LoadButton(3)", "LoadButton(4)"}) {
+    EXPECT_TRUE(help.rect().contains(find<QWidget>(help, corner).geometry())) << corner;
+  }
 
-  const std::tuple<std::string, Qt::Key, std::string> keys[] = {
+  const QString long_caption = "Dirigo Help - Click a control for its description.";
+  const QString short_caption = "Dirigo Help";
+  EXPECT_EQ(help.windowTitle(), long_caption);
+  platform_.runFor(1000);
+  EXPECT_EQ(help.windowTitle(), short_caption);
+  platform_.runFor(500);
+  constexpr auto kClick = Qt::Key();
+  const std::tuple<std::string, Qt::Key, std::string> messages[] = {
+      {"ReceiveString(4)", kClick, "Responses from the motor drives will appear in these fields."},
+      {"LoadButton(3)", kClick,
+       "This opens the settings window where you set the COM port, baud rate and number of strings "
+       "to display."},
+      {"SendCommand(0)", kClick,
+       "Click \"Send String\" to transmit the command string to the Motor Drive."},
       {"ReceiveString(0)", Qt::Key_Return,
        "Responses from the motor drives will appear in these fields."},
       {"StringToSend(4)", Qt::Key_F1,
        "Enter your command strings in these fields. Click \"Send String\" to transmit the string"},
       {"LoadButton(7)", Qt::Key_Return, "This opens the Help Window."},
       {"LoadButton(7)", Qt::Key_F1, "This opens the Help Window."}};
-  for (const auto& [name, key, text] : keys) {
+  QString meanwhile = long_caption;
+  for (const auto& [name, key, text] : messages) {
     auto& control = find<QWidget>(help, name);
     EXPECT_EQ(control.accessibleDescription().toStdString(), text);
     EXPECT_EQ(control.cursor().shape(), Qt::WhatsThisCursor);
+    platform_.script().expectBox(text, box::kOkOnly, BoxButton::kOk,
+                                 [&] { EXPECT_EQ(help.windowTitle(), meanwhile); });
     control.setFocus();
-    expectBox(text, box::kOkOnly);
-    QTest::keyClick(&control, key);
-    platform_.runFor(0);
+    key == kClick ? QTest::mouseClick(&control, Qt::LeftButton) : QTest::keyClick(&control, key);
+    platform_.runFor(2000);
+    EXPECT_EQ(help.windowTitle(), short_caption) << "stopped after the first message";
+    meanwhile = short_caption;
     QKeyEvent held(QEvent::KeyPress, key, Qt::NoModifier, {}, true);
-    QApplication::sendEvent(&control, &held);
+    if (key != kClick) QApplication::sendEvent(&control, &held);
   }
-
-  // On a screen that is too small the rows scroll, and the bar stays in sight.
-  const auto& view = *help.findChild<QScrollArea*>();
-  const QSize whole = view.widget()->size();
-  EXPECT_EQ(help.size().boundedTo(help.screen()->size()), help.size());
-  ASSERT_GT(whole.width(), help.width());
-  for (const char* corner : {"LoadButton(3)", "LoadButton(4)"}) {
-    EXPECT_TRUE(help.rect().contains(find<QWidget>(help, corner).geometry())) << corner;
-  }
-
+  EXPECT_FALSE(settings().isVisible());
+  EXPECT_EQ(platform_.socket(1).sent, "");
   QTest::keyClick(&help, Qt::Key_Escape);
+  EXPECT_FALSE(help.isVisible());
+  press("LoadButton(7)");
+  EXPECT_EQ(help.windowTitle(), long_caption) << "loaded anew";
+  console().close();
   EXPECT_FALSE(help.isVisible());
 }
 

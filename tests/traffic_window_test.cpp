@@ -1,13 +1,12 @@
 #include <QAccessible>
 #include <QClipboard>
 
-#include "support/files.h"
-#include "support/window_test.h"
+#include "support/update_window.h"
 
 namespace mvdirigo {
 namespace {
 
-class LineTrafficTest : public WindowTest {
+class LineTrafficTest : public UpdateWindow {
  protected:
   /// Starts the console on port 3 and opens the window.
   void open() {
@@ -150,27 +149,15 @@ TEST_F(LineTrafficTest, CopiesAndSavesWhatIsThere) {
 
 // Clicks through the windowing system, which withholds them from a window that another one blocks.
 TEST_F(LineTrafficTest, StaysUsableBesideTheUpdateDialogWhichBlocksTheOthers) {
-  open();
   const auto click = [](const QWidget& window, const std::string& name) {
     const auto& button = find<QAbstractButton>(window, name);
     QTest::mouseClick(window.windowHandle(), Qt::LeftButton, {},
                       button.mapTo(&window, QPoint(5, button.height() / 2)));
   };
+  openWithImage(600);
+  program_->showLineTraffic();
   const auto& record = onConsole<QPushButton>("LoadButton(2)");
   const auto& save = find<QPushButton>(window(), "Save");
-  TemporaryFolder folder;
-  const std::string image = folder.path / "image.zrf";
-  writeFile(image, "103A7" + std::string(600, 'x'));
-  press("SendCommand(0)", 100);
-  press("LoadButton(3)");
-  press(settings(), "cmdUpdate");
-  platform_.script().expectOpenFile(image);
-  press(*program_->update(), "cmdLoadImage");
-  platform_.script().expectBox(
-      "Are you sure you want to continue? \r\n\r\n- Disconnect all other devices from serial "
-      "bus.\r\n- Terminate connections for high baud rates.\r\n\r\n- DO NOT POWER OFF DEVICE until "
-      "update is complete.",
-      box::kYesNo + box::kInformation, BoxButton::kYes);
   after(std::chrono::milliseconds(10'500), [&] {
     window().close();
     program_->showLineTraffic();
@@ -179,10 +166,10 @@ TEST_F(LineTrafficTest, StaysUsableBesideTheUpdateDialogWhichBlocksTheOthers) {
     click(console(), "LoadButton(2)");
     EXPECT_EQ(record.text(), "Record");
   });
-  press(*program_->update(), "cmdUpdate");
+  update();
   platform_.runFor(200);
-  EXPECT_TRUE(row(rows() - 2).ends_with(" COM3 > 78 78 78 78 78 78")) << row(rows() - 2);
-  press(*program_->update(), "cmdClose");
+  EXPECT_TRUE(row(rows() - 2).ends_with(" COM1 > 78 78 78 78 78 78")) << row(rows() - 2);
+  press(dialog(), "cmdClose");
   EXPECT_TRUE(window().isVisible() && save.isEnabled());
   click(console(), "LoadButton(2)");
   EXPECT_NE(record.text(), "Record");

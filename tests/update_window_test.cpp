@@ -1,48 +1,9 @@
-#include "support/files.h"
-#include "support/window_test.h"
+#include "support/update_window.h"
 
 namespace mvdirigo {
 namespace {
 
 using namespace std::chrono_literals;
-
-class UpdateWindow : public WindowTest {
- protected:
-  /// Opens the update dialog with an image of `size` bytes loaded.
-  void openWithImage(std::size_t size) {
-    writeFile(image_, "103A7" + std::string(size, 'x'));
-    startWithUnit();
-    press("SendCommand(0)", 100);
-    press("LoadButton(3)");
-    press(settings(), "cmdUpdate");
-    EXPECT_FALSE(settings().isVisible() || enabled("cmdUpdate"));
-    load(image_);
-  }
-  void load(const std::string& file) {
-    platform_.script().expectOpenFile(file);
-    press(dialog(), "cmdLoadImage");
-    EXPECT_EQ(display("txtStatus").text().toStdString(), "Status: Loaded " + file);
-    EXPECT_TRUE(enabled("cmdUpdate"));
-  }
-  /// Presses "Update" and confirms it, or declines.
-  void update(std::function<void()> while_asked = {}, BoxButton answer = BoxButton::kYes) {
-    platform_.script().expectBox(
-        "Are you sure you want to continue? \r\n\r\n- Disconnect all other devices from serial "
-        "bus.\r\n- Terminate connections for high baud rates.\r\n\r\n- DO NOT POWER OFF DEVICE "
-        "until update is complete.",
-        box::kYesNo + box::kInformation, answer, std::move(while_asked));
-    press(dialog(), "cmdUpdate");
-  }
-  QWidget& dialog() { return *program_->update(); }
-  bool enabled(const char* name) { return find<QWidget>(dialog(), name).isEnabled(); }
-  QString toolTip(const char* name) { return find<QWidget>(dialog(), name).toolTip(); }
-  QStringList summary() { return find<QLabel>(dialog(), "Summary").text().split('\n'); }
-  QString bar() { return find<QProgressBar>(dialog(), "pgbUpdate").text(); }
-  QLineEdit& display(const char* name) { return find<QLineEdit>(dialog(), name); }
-
-  TemporaryFolder folder_;
-  std::string image_ = folder_.path / "<b>.zrf";
-};
 
 TEST_F(UpdateWindow, UpdatesAUnitUndisturbedAndGivesTheLineBack) {
   openWithImage(600);
@@ -154,27 +115,6 @@ TEST_F(UpdateWindow, TellsWhatItIsAboutToSendAndNeverMindsAFileThatCannotBeRead)
   writeFile(image_, "11");
   update({}, BoxButton::kNo);
   EXPECT_TRUE(summary()[1].startsWith("2 bytes")) << "it was written since";
-}
-
-TEST_F(UpdateWindow, EndsCleanlyWhenItOrTheConsoleIsClosedInAnyWait) {
-  for (const int after_ms : {1, 4, 500, 5030, 5050, 6000, 10100, 10500}) {
-    for (const bool whole : {false, true}) {
-      openWithImage(6000);
-      after(std::chrono::milliseconds(after_ms), [&] {
-        if (whole) {
-          console().close();
-        } else {
-          press(dialog(), "cmdClose");
-        }
-      });
-      update();
-      EXPECT_EQ(settings().isVisible(), !whole) << after_ms;
-      EXPECT_EQ(ended_, whole);
-      EXPECT_TRUE(console().PortAvailable(1)) << after_ms;
-      program_.reset();
-      platform_.detach(1);
-    }
-  }
 }
 
 }  // namespace

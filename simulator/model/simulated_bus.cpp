@@ -1,6 +1,7 @@
 #include "simulator/model/simulated_bus.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace mvdirigo {
 
@@ -8,6 +9,11 @@ SimulatedBus::SimulatedBus(const std::vector<UnitOptions>& units, const BusOptio
     : options_(options),
       faults_(options.faults, options.seed),
       units_(units.begin(), units.end()) {}
+
+void SimulatedBus::setFaults(std::vector<LineFault> faults) {
+  faults_ = LineFaults(std::move(faults), options_.seed);
+  noise_left_ = 0;
+}
 
 void SimulatedBus::receive(char byte, int host_baud, SimTime now) {
   if (vanished_) return;

@@ -35,6 +35,9 @@ class SimulatedBus : public SimulatedLine {
   /// Brings a vanished device back, with its units as they were.
   void restore() { vanished_ = false; }
 
+  /// What goes wrong from the next answer on, in place of all that did until now.
+  void setFaults(std::vector<LineFault> faults);
+
   [[nodiscard]] SimulatedUnit& unit(std::size_t index) { return units_.at(index); }
   [[nodiscard]] const SimulatedUnit& unit(std::size_t index) const { return units_.at(index); }
   [[nodiscard]] std::size_t unitCount() const { return units_.size(); }

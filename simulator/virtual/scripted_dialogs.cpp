@@ -25,12 +25,14 @@ void ScriptedDialogs::expectBox(std::string text, int style, BoxButton answer, A
   expected_.push_back({Kind::kBox, std::move(text), style, answer, {}, std::move(while_open)});
 }
 
-void ScriptedDialogs::expectOpenFile(std::optional<std::string> path) {
-  expected_.push_back({Kind::kOpenFile, {}, 0, BoxButton::kOk, std::move(path), {}});
+void ScriptedDialogs::expectOpenFile(std::optional<std::string> path, Action while_open) {
+  expected_.push_back(
+      {Kind::kOpenFile, {}, 0, BoxButton::kOk, std::move(path), std::move(while_open)});
 }
 
-void ScriptedDialogs::expectSaveFile(std::optional<std::string> path) {
-  expected_.push_back({Kind::kSaveFile, {}, 0, BoxButton::kOk, std::move(path), {}});
+void ScriptedDialogs::expectSaveFile(std::optional<std::string> path, Action while_open) {
+  expected_.push_back(
+      {Kind::kSaveFile, {}, 0, BoxButton::kOk, std::move(path), std::move(while_open)});
 }
 
 std::vector<std::string> ScriptedDialogs::problems() const {
@@ -57,6 +59,7 @@ std::string ScriptedDialogs::saveFile(const FileRequest& request) {
 std::string ScriptedDialogs::answerFile(Kind kind, const FileRequest& request) {
   file_requests_.push_back(request);
   const auto expected = take({kind, {}, 0, BoxButton::kOk, {}, {}});
+  if (expected && expected->while_open) expected->while_open();
   if (expected && expected->path) return *expected->path;
   if (request.cancel_is_error) throw RuntimeError(Fault::kCancelled);
   return {};

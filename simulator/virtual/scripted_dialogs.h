@@ -19,13 +19,13 @@ class ScriptedDialogs : public Dialogs {
   /// Takes over a new script. There are no copies: one would be asked for nothing.
   ScriptedDialogs& operator=(ScriptedDialogs&&) = default;
 
-  /// `while_open` runs while the box stands on the screen, before it is answered.
+  /// `while_open` runs while the dialog stands on the screen, before it is answered.
   void expectBox(std::string text, int style, BoxButton answer = BoxButton::kOk,
                  Action while_open = {});
 
   /// Without a path the dialog is cancelled.
-  void expectOpenFile(std::optional<std::string> path);
-  void expectSaveFile(std::optional<std::string> path);
+  void expectOpenFile(std::optional<std::string> path, Action while_open = {});
+  void expectSaveFile(std::optional<std::string> path, Action while_open = {});
 
   /// What the file dialogs were asked for, in order.
   [[nodiscard]] const std::vector<FileRequest>& fileRequests() const { return file_requests_; }
