@@ -1,24 +1,17 @@
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <vector>
+#include <span>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+#include "property.h"
+#include "support/files.h"
 
 /// Stands in for libFuzzer: runs every file of the folders that are named, and an empty input.
 int main(int argc, char** argv) {
-  LLVMFuzzerTestOneInput(nullptr, 0);
+  mvdirigo::check({});
   int inputs = 0;
-  for (int argument = 1; argument < argc; ++argument) {
-    if (argv[argument][0] == '-') continue;  // an option of libFuzzer's
-    for (const auto& entry : std::filesystem::directory_iterator(argv[argument])) {
-      std::ifstream file(entry.path(), std::ios::binary);
-      const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-      const std::vector<std::uint8_t> input(bytes.begin(), bytes.end());
-      LLVMFuzzerTestOneInput(input.data(), input.size());
+  for (const std::string_view argument :
+       std::span(argv, static_cast<std::size_t>(argc)).subspan(1)) {
+    if (argument.starts_with('-')) continue;  // an option of libFuzzer's
+    for (const auto& entry : std::filesystem::directory_iterator(argument)) {
+      mvdirigo::check(mvdirigo::bytesOf(entry.path()));
       ++inputs;
     }
   }

@@ -11,6 +11,8 @@ namespace {
 
 constexpr char kStx = 2;
 constexpr char kEtx = 3;
+/// Noise of this length fits into memory, and a delay of as many ms into the time.
+constexpr long kLargestAmount = 10'000'000;
 
 constexpr FaultType kTypes[] = {
     {FaultKind::kSilent, "silent", 0, 0, "no answers; with @PIECE none from that piece on"},
@@ -70,6 +72,9 @@ LineFault parseFault(std::string_view text) {
   if (equals < at) fault.amount = numberOf(text.substr(equals + 1, at - equals - 1), "the amount");
   if (fault.amount < std::min(type.default_amount, 0L)) {
     throw std::invalid_argument("the amount of \"" + std::string(type.name) + "\" is negative");
+  }
+  if (fault.amount > kLargestAmount) {
+    throw std::invalid_argument("amounts go up to " + std::to_string(kLargestAmount));
   }
   if (fault.kind == FaultKind::kVanish && fault.piece == 0 && fault.amount == 0) {
     throw std::invalid_argument("\"vanish-at\" needs a number of bytes or a piece");

@@ -144,7 +144,7 @@ SimOptions parseSimOptions(int argc, char** argv) {
     settle(typed);
   } catch (const CLI::ParseError& error) {
     const int code = app.exit(error);
-    std::exit(code == 0 ? EXIT_SUCCESS : kWrongOption);
+    throw NothingToRun{code == 0 ? EXIT_SUCCESS : kWrongOption};
   }
   return typed.options;
 }

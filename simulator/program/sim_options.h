@@ -26,8 +26,13 @@ struct SimOptions {
   std::vector<std::string> command;
 };
 
-/// Reads the command line, what follows "--" being the command. A request for help and a wrong
-/// option end the program here, with exit code 0 and 2.
+/// What is thrown for a command line with which there is nothing to run: it asks for help, or for
+/// what can't be done, and has been answered.
+struct NothingToRun {
+  int exit_code;
+};
+
+/// Reads the command line, what follows "--" being the command. Throws `NothingToRun`.
 [[nodiscard]] SimOptions parseSimOptions(int argc, char** argv);
 
 }  // namespace mvdirigo

@@ -1,0 +1,35 @@
+#include "platform/text.h"
+#include "property.h"
+
+using namespace mvdirigo;
+
+/// Characters of a text in UTF-8; -1 when it is none.
+static long charactersIn(std::string_view utf8) {
+  const auto starts_one = [](char byte) { return (byte & 0xC0) != 0x80; };
+  return isUtf8(utf8) ? std::ranges::count_if(utf8, starts_one) : -1;
+}
+
+void mvdirigo::check(std::string_view some) {
+  const std::string input = sometimesFlooding(some), text = utf8FromLatin1(input);
+  const std::string start = visibleControls(input.substr(0, 300)), shown = shownReply(input);
+  const long length = static_cast<long>(input.size());
+  require(charactersIn(text) == length && latin1FromUtf8(text) == input, "a byte is a character");
+  require(latin1FromUtf8(input).size() <= input.size(), "no text grows on the line");
+  for (const char byte : latin1FromUtf8(visibleControls(input))) {
+    require((byte & 0x60) != 0 && byte != 0x7F, "controls are made visible");
+  }
+  require(shortVisibleText(input) == start + (length > 300 ? "…" : ""), "tips show the start");
+  require(charactersIn(shown) == std::min(length, 4001L), "fields show at most so many");
+  require(text.starts_with(shown) || shown.ends_with("…"), "fields show the start");
+  if (!isUtf8(input)) return;
+  std::string broken = breakLongStretches(input, "\xFF"), lines = broken;
+  std::ranges::replace(lines, '\n', ' ');
+  for (std::string_view stretches = lines; !stretches.empty();) {
+    for (std::string_view words = takeUntil('\xFF', stretches); !words.empty();) {
+      const long word = charactersIn(takeUntil(' ', words));
+      require(word >= 0 && word <= 100, "stretches are cut between characters");
+    }
+  }
+  std::erase(broken, '\xFF');
+  require(broken == input, "nothing but breaks comes in");
+}
