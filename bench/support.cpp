@@ -110,7 +110,8 @@ double CpuShare::percent() const {
 }
 
 BoxButton UnattendedPlatform::Answers::messageBox(const std::string& text, int style) {
-  std::printf("  box: %s\n", text.substr(0, text.find_first_of("\r\n")).c_str());
+  platform_.boxes << QString::fromStdString(text.substr(0, text.find_first_of(".\r\n")));
+  std::printf("  box: %s\n", qPrintable(platform_.boxes.last()));
   return style & box::kYesNo ? BoxButton::kYes : BoxButton::kOk;
 }
 

@@ -110,20 +110,22 @@ class UnattendedPlatform : public QtPlatform {
  public:
   Dialogs& dialogs() override { return answers_; }
   std::string file_to_open;
+  /// How the texts of the boxes shown begin.
+  QStringList boxes;
 
  private:
   class Answers : public Dialogs {
    public:
-    explicit Answers(const std::string& file) : file_(file) {}
+    explicit Answers(UnattendedPlatform& platform) : platform_(platform) {}
     BoxButton messageBox(const std::string& text, int style) override;
-    std::string openFile(const FileRequest&) override { return file_; }
-    std::string saveFile(const FileRequest&) override { return file_; }
+    std::string openFile(const FileRequest&) override { return platform_.file_to_open; }
+    std::string saveFile(const FileRequest&) override { return platform_.file_to_open; }
 
    private:
-    const std::string& file_;
+    UnattendedPlatform& platform_;
   };
 
-  Answers answers_{file_to_open};
+  Answers answers_{*this};
 };
 
 /// A configuration folder of its own. Sets the application's name. To be made before the platform.
