@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -140,15 +139,6 @@ void startOnce(Display& display, Candidate& candidate, bool measured) {
   display.waitForWindowsEnd();
 }
 
-/// Keeps every port from leading to a real device.
-void leadPortsNowhere(const Desk& desk) {
-  const std::filesystem::path links = std::filesystem::path(desk.portLink()).parent_path();
-  std::filesystem::create_directories(links);
-  for (int port = SerialPort::kLowestPort; port <= SerialPort::kHighestPort; ++port) {
-    std::filesystem::create_symlink("/dev/no-device", links / ("com" + std::to_string(port)));
-  }
-}
-
 /// Prints the figures of `candidate`, and those of `console` as their multiples.
 void report(Candidate& candidate, Candidate& console) {
   candidate.until_painted.print(candidate.name);
@@ -168,7 +158,7 @@ int main(int argc, char** argv) {
   using namespace mvdirigo::bench;
   const QCoreApplication application(argc, argv);
   const Desk desk;
-  leadPortsNowhere(desk);
+  desk.unplug();
   qputenv("XDG_RUNTIME_DIR", QByteArray::fromStdString(desk.file("")));
   Display display;
   std::array candidates{Candidate{"empty window", EMPTY_WINDOW},

@@ -43,7 +43,7 @@ void pinTo(int core) {
   sched_setaffinity(0, sizeof cores, &cores);
 }
 
-Line::Line(const std::function<void(int)>& serve) {
+Line::Line(const std::function<void(int)>& serve, Cores cores) {
   int far_end = -1;
   std::array<char, 64> path{};
   require(openpty(&far_end, &fd_, path.data(), nullptr, nullptr) == 0, "openpty");
@@ -53,12 +53,12 @@ Line::Line(const std::function<void(int)>& serve) {
   require(peer_ >= 0, "fork");
   if (peer_ == 0) {
     close(fd_);
-    pinTo(1);
+    if (cores == Cores::kOneEach) pinTo(1);
     serve(far_end);
     _exit(0);
   }
   close(far_end);
-  pinTo(0);
+  if (cores == Cores::kOneEach) pinTo(0);
 }
 
 Line::~Line() {
@@ -118,14 +118,18 @@ BoxButton UnattendedPlatform::Answers::messageBox(const std::string& text, int s
 Desk::Desk() {
   qputenv("XDG_CONFIG_HOME", folder_.path().toUtf8());
   QCoreApplication::setApplicationName(kApplicationName);
-}
-
-Desk::Desk(const Line& line) : Desk() {
   std::filesystem::create_directories(std::filesystem::path(portLink()).parent_path());
-  std::filesystem::create_symlink(line.path(), portLink());
+  for (int port = 2; port <= SerialPort::kHighestPort; ++port) link(port, kNoDevice);
 }
 
-std::string Desk::portLink() const { return file(kApplicationName) + "/ports/com1"; }
+std::string Desk::portLink(int port) const {
+  return file(kApplicationName) + "/ports/com" + std::to_string(port);
+}
+
+void Desk::link(int port, const std::string& device) const {
+  std::filesystem::remove(portLink(port));
+  std::filesystem::create_symlink(device, portLink(port));
+}
 
 std::string Desk::file(const char* name) const { return folder_.filePath(name).toStdString(); }
 

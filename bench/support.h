@@ -50,9 +50,11 @@ T& makeShared() {
 /// application object, which starts threads.
 class Line {
  public:
+  enum class Cores { kOneEach, kAny };
+
   /// `serve` gets the file descriptor of the other end, on which reads fail once the line is
   /// closed.
-  explicit Line(const std::function<void(int)>& serve);
+  explicit Line(const std::function<void(int)>& serve, Cores cores = Cores::kOneEach);
   ~Line();
   Line(const Line&) = delete;
   Line& operator=(const Line&) = delete;
@@ -128,17 +130,26 @@ class UnattendedPlatform : public QtPlatform {
   Answers answers_{*this};
 };
 
-/// A configuration folder of its own. Sets the application's name. To be made before the platform.
+/// A configuration folder of its own, in which the ports 2 to 16 lead nowhere: the console tries
+/// them at its start. Sets the application's name. To be made before the platform.
 class Desk {
  public:
   Desk();
   /// Makes `line` port 1.
-  explicit Desk(const Line& line);
+  explicit Desk(const Line& line) : Desk() { plug(line.path()); }
+  /// Makes `device` port 1.
+  void plug(const std::string& device) const { link(1, device); }
+  /// Leaves port 1 without a device.
+  void unplug() const { link(1, kNoDevice); }
   std::string file(const char* name) const;
-  /// The link of port 1.
-  std::string portLink() const;
+  /// The link that says which device the port is.
+  std::string portLink(int port = 1) const;
 
  private:
+  static constexpr const char* kNoDevice = "/dev/no-device";
+
+  void link(int port, const std::string& device) const;
+
   QTemporaryDir folder_;
 };
 
