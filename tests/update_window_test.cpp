@@ -117,5 +117,19 @@ TEST_F(UpdateWindow, TellsWhatItIsAboutToSendAndNeverMindsAFileThatCannotBeRead)
   EXPECT_TRUE(summary()[1].startsWith("2 bytes")) << "it was written since";
 }
 
+TEST_F(UpdateWindow, StaysTheOnlyOneAndComesAloneToItsEndWhateverIsPressedWhileItCloses) {
+  openWithImage(600);
+  after(0s, [this] {
+    press("LoadButton(3)");
+    press(settings(), "cmdUpdate");
+  });
+  press(dialog(), "cmdClose");
+  EXPECT_TRUE(program_->update() == nullptr && settings().isVisible());
+  press(settings(), "cmdUpdate");
+  after(0s, [this] { console().close(); });
+  press(dialog(), "cmdClose");
+  EXPECT_TRUE(ended_ && !settings().isVisible());
+}
+
 }  // namespace
 }  // namespace mvdirigo

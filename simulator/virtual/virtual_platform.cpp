@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/at_exit.h"
 #include "simulator/virtual/virtual_timer.h"
 
 namespace mvdirigo {
@@ -98,17 +99,22 @@ std::string VirtualPlatform::timeOfDay() {
 }
 
 void VirtualPlatform::runPending() {
+  ++yields_;
+  const AtExit over([this] { --yields_; });
   do runForeignEvents();
   while (runNextUntil(queue_.now()));
 }
 
 WaitResult VirtualPlatform::waitUntil(const std::function<bool()>& done, const WindowLife& waiter) {
-  const SimTime end = queue_.now() + kLongestWait;
+  SimTime end = queue_.now() + kLongestWait;
   while (true) {
     runForeignEvents();
     if (waiter.leaving()) return WaitResult::kWindowGone;
     if (done()) return WaitResult::kDone;
+    const SimTime due = queue_.nextTime().value_or(end);
     if (!runNextUntil(end)) fail("a wait that nothing ends");
+    // What an event itself waits for holds this wait up, and is not part of it.
+    end += queue_.now() - due;
   }
 }
 

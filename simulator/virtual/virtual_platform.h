@@ -34,6 +34,8 @@ class VirtualPlatform : public Platform, private EventLoop {
 
   MemoryStore& store() { return store_; }
   ScriptedDialogs& script() { return dialogs_; }
+  /// Lets `dialogs`, which outlive the machine, answer in place of the script.
+  void answerWith(Dialogs& dialogs) { answering_ = &dialogs; }
 
   /// The random numbers to come, in order; after the last, and when there is none, 0.5.
   void setRandomNumbers(std::deque<double> numbers) { random_numbers_ = std::move(numbers); }
@@ -51,6 +53,8 @@ class VirtualPlatform : public Platform, private EventLoop {
   void runUntilIdle();
 
   [[nodiscard]] SimTime now() const { return queue_.now(); }
+  /// Whether a handler on the call stack lets pending events run, and has not gone on yet.
+  [[nodiscard]] bool yielding() const { return yields_ > 0; }
   EventQueue& queue() { return queue_; }
 
   /// What went wrong so far, dialogs that were expected and never shown included.
@@ -60,7 +64,7 @@ class VirtualPlatform : public Platform, private EventLoop {
 
   EventLoop& eventLoop() override { return *this; }
   SettingsStore& settingsStore() override { return store_; }
-  Dialogs& dialogs() override { return dialogs_; }
+  Dialogs& dialogs() override { return *answering_; }
   std::unique_ptr<Timer> makeTimer(std::function<void()> on_tick) override;
   std::unique_ptr<SerialPort> makeSerialPort(std::function<void()> on_comm) override;
   LineTraffic& lineTraffic() override { return line_traffic_; }
@@ -84,6 +88,8 @@ class VirtualPlatform : public Platform, private EventLoop {
   std::vector<std::unique_ptr<VirtualSocket>> sockets_;
   MemoryStore store_;
   ScriptedDialogs dialogs_;
+  Dialogs* answering_ = &dialogs_;
+  int yields_ = 0;
   LineTraffic line_traffic_;
   std::deque<double> random_numbers_;
   std::vector<std::string> problems_;

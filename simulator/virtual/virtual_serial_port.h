@@ -39,6 +39,8 @@ class VirtualSocket {
   /// Bytes that reach the host at once, whatever the line's rate.
   void deliver(const std::string& bytes);
 
+  /// Whether a port control holds it open.
+  [[nodiscard]] bool held() const { return holder_ != nullptr; }
   /// For the port control that opens this socket: throws when that is not possible now.
   void take(VirtualSerialPort& holder);
   void release(const VirtualSerialPort& holder);

@@ -42,6 +42,8 @@ void Program::showHelp() {
 }
 
 void Program::showUpdate() {
+  // The one before is still closing: this press came while it let pending events run.
+  if (update_) return;
   std::erase_if(closed_updates_, [](const auto& dialog) { return !dialog->busy(); });
   update_ = std::make_unique<frmFlash>(platform_, settings(), &console_, [this] {
     closed_updates_.push_back(std::move(update_));

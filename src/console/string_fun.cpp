@@ -410,7 +410,11 @@ QString StringFun::lineText() {
     rate = link.Settings();
   }
   PortDetails details;
-  skipOnError([&] { details = platform_.portDetails(textToInt16(port)); });
+  skipOnError([&] {
+    const int number = textToInt16(port);
+    const bool exists = number >= SerialPort::kLowestPort && number <= SerialPort::kHighestPort;
+    if (exists) details = platform_.portDetails(number);
+  });
   const std::string& obstacle = link.obstacle().empty() ? details.obstacle : link.obstacle();
   const auto shown = [](const std::string& utf8) {
     return QString::fromStdString(shortVisibleText(latin1FromUtf8(utf8)));

@@ -51,6 +51,8 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   std::string searchProgress() const override;
   void takeReply(const std::string& latin1) override;
 
+  [[nodiscard]] const WindowLife& life() const override { return life_; }
+
  protected:
   void changeEvent(QEvent* event) override;
   void showEvent(QShowEvent* event) override;
@@ -100,7 +102,6 @@ class Settings : public QDialog, public LiveSettings, private AutoSearch::Bench 
   void clearResponseString() override;
   void setSearchCaption(const std::string& caption) override;
   void searchProgressed() override;
-  const WindowLife& life() const override { return life_; }
 
   Platform& platform_;
   StringFun& console_;

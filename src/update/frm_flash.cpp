@@ -218,7 +218,8 @@ void frmFlash::cmdClose_Click() {
     settings_.leaveTopmostLayer();
     Form_Unload();
     platform_.eventLoop().runPending();
-    settings_.show();
+    // Unless the console was closed meanwhile.
+    if (!settings_.life().leaving()) settings_.show();
     on_unload_();
   });
 }
