@@ -65,6 +65,7 @@ class StringFun : public QWidget, private Transaction::Rows, private Recorder::B
   /// In the console; `button` is one of `bar`.
   [[nodiscard]] QRect barButtonPlace(int button) const;
 
+  [[nodiscard]] bool replyTimeOutRuns() const { return transaction_.tmrReceiveTimeOut().Enabled(); }
   [[nodiscard]] int replyTimeOutMs() const { return transaction_.tmrReceiveTimeOut().Interval(); }
   /// Sets the interval of `tmrReceiveTimeOut` to `text`, in ms; 0 or less leaves it as it is.
   /// Throws RuntimeError for text that is no number.
