@@ -19,6 +19,8 @@ namespace {
 
 constexpr int kPorts[] = {1, 1, 2, 3};
 constexpr std::int64_t kForEverMs = 1'000'000'000;
+/// An answer that agrees to nothing.
+constexpr std::uint32_t kDismissal = 3;
 constexpr std::size_t kMostWidgets = 500, kMostReply = 4200;
 constexpr std::size_t kMostBytesAtStart = 4 << 20, kMostBytes = 64 << 20;
 
@@ -125,8 +127,9 @@ class Walk : private Dialogs {
   void nextStep() {
     if (ended_) return;
     check();
-    const Step step = next_ < steps_.size() ? steps_[next_++] : Step{"end", 1};
-    const std::chrono::milliseconds pass(std::atoi(step.act.c_str()));
+    const bool last = next_ == steps_.size();
+    const Step step = last ? Step{"end", 0} : steps_[next_++];
+    const std::chrono::milliseconds pass(last ? 1000 : std::atoi(step.act.c_str()));
     // Some steps come as soon as a handler lets pending events run, the others where one waits.
     const SimTime pause = pass.count() > 0 ? pass : SimTime(step.choice % 4 != 0);
     platform_.queue().post(platform_.now() + pause, {"a step"}, [this] { nextStep(); });
@@ -192,6 +195,8 @@ class Walk : private Dialogs {
   void end(std::uint32_t) {
     say("the session ends");
     console_.close();
+    // A box that was opened in the very closing still waits.
+    answer_ = kDismissal;
   }
 
   void plug(std::uint32_t choice) {
@@ -254,7 +259,7 @@ class Walk : private Dialogs {
   BoxButton messageBox(const std::string& text, int style) override {
     checkBox(text);
     const auto chosen = answer("box", text);
-    const bool agreed = chosen && *chosen % 4 != 3;
+    const bool agreed = chosen && *chosen % 4 != kDismissal;
     say(agreed ? "agree" : "dismiss it");
     if ((style & 0x0F) == box::kOkCancel) return agreed ? BoxButton::kOk : BoxButton::kCancel;
     if ((style & 0x0F) == box::kYesNo) return agreed ? BoxButton::kYes : BoxButton::kNo;
@@ -263,10 +268,10 @@ class Walk : private Dialogs {
 
   std::string openFile(const FileRequest& request) override {
     const auto chosen = answer("file dialog", request.title);
-    const std::size_t file = chosen.value_or(3) / 4 % std::size(kFiles);
+    const std::size_t file = chosen.value_or(kDismissal) / 4 % std::size(kFiles);
     const bool image = request.title == "Firmware Update";
     const std::string& name = kFiles[image ? file : std::size(kFiles) - 1 - file].first;
-    const bool agreed = chosen && *chosen % 4 != 3;
+    const bool agreed = chosen && *chosen % 4 != kDismissal;
     say(agreed ? ("choose \"" + name + "\"").c_str() : "cancel it");
     if (!agreed && request.cancel_is_error) throw RuntimeError(Fault::kCancelled);
     return agreed ? folder_ + name : "";
