@@ -210,15 +210,18 @@ TEST_F(StoreTest, SetsAFileThatIsNoStoreAsideBeforeItWrites) {
 
 TEST_F(StoreTest, LeavesTheFileAsItIsWhenTheDiskHasNoRoomForTheNewOne) {
   save("Row", "old");
-  const std::string before = bytesOf(file_);
+  const std::string before = bytesOf(file_), long_text(8000, 'x');
   std::signal(SIGXFSZ, SIG_IGN);
+  IniSettingsStore store;
   for (const rlim_t room : {0U, 30U, 4096U}) {
     const rlimit full{room, RLIM_INFINITY}, empty{RLIM_INFINITY, RLIM_INFINITY};
     setrlimit(RLIMIT_FSIZE, &full);
-    save("Long", std::string(8000, 'x'));
+    store.save("app", "Strings", "Row", long_text);
     setrlimit(RLIMIT_FSIZE, &empty);
     EXPECT_EQ(bytesOf(file_), before) << room;
   }
+  store.flush();
+  EXPECT_EQ(get("Row"), long_text) << "it was not taken for saved";
 }
 
 TEST_F(StoreTest, NeedsNoRoomAmongTheTemporaryFiles) {

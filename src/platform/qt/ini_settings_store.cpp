@@ -14,12 +14,12 @@
 #include <QSaveFile>
 #include <QSettings>
 #include <QStandardPaths>
-#include <QStringDecoder>
 #include <QStringList>
 #include <QTemporaryDir>
 
 #include "platform/input_file.h"
 #include "platform/runtime_error.h"
+#include "platform/text.h"
 
 namespace mvdirigo {
 namespace {
@@ -102,9 +102,7 @@ std::optional<Values> parse(const QString& path) {
 /// QSettings reads bytes that are not UTF-8 as other characters and would write those back, so they
 /// count as such.
 std::optional<Values> valuesIn(const QByteArray& bytes, const QString& path) {
-  QStringDecoder utf8(QStringDecoder::Utf8);
-  const QString text = utf8(bytes);
-  if (utf8.hasError() || text.contains(QChar::Null)) return std::nullopt;
+  if (!isUtf8(bytes.toStdString()) || bytes.contains('\0')) return std::nullopt;
   for (const QString& folder : foldersForCopies(path)) {
     const WorkingCopy copy(bytes, folder);
     if (copy.made()) return parse(copy.path());
@@ -134,18 +132,17 @@ bool setAside(const QString& path) {
   return !error;
 }
 
-/// Whether all keys of `values` stand in `bytes`. QSettings doesn't tell that a disk was full, and
-/// leaves the file empty or cut off then.
-bool holdAll(const QByteArray& bytes, const Values& values, const QString& folder) {
-  const WorkingCopy copy(bytes, folder);
-  const QSettings settings(copy.path(), QSettings::IniFormat);
-  return copy.made() && std::all_of(values.begin(), values.end(), [&](const auto& value) {
-           return settings.contains(QString::fromStdString(value.first));
+/// Whether `found` is `all`. Keys that QSettings spells anew, as in a group "[%GENERAL]" that a
+/// hand wrote, need only be as many.
+bool holds(const Values& found, const Values& all) {
+  return found.size() == all.size() && std::ranges::all_of(all, [&](const auto& expected) {
+           const auto value = found.find(expected.first);
+           return value == found.end() || value->second == expected.second;
          });
 }
 
-/// A store's `bytes` with `values` put in, which are then to hold `all`; none when `folder` has no
-/// room for the work.
+/// A store's `bytes` with `values` put in; none when `folder` has no room for the work. QSettings
+/// doesn't always tell that a disk was full: what it left may be the old file or a part of the new.
 std::optional<QByteArray> merged(const QByteArray& bytes, const Values& values, const Values& all,
                                  const QString& folder) {
   const WorkingCopy copy(bytes, folder);
@@ -156,7 +153,10 @@ std::optional<QByteArray> merged(const QByteArray& bytes, const Values& values, 
   }
   settings.sync();
   auto whole = readBytes(copy.path());
-  return whole && holdAll(*whole, all, folder) ? std::move(whole) : std::nullopt;
+  if (settings.status() != QSettings::NoError || !whole) return std::nullopt;
+  const WorkingCopy written(*whole, folder);
+  const auto found = written.made() ? parse(written.path()) : std::nullopt;
+  return found && holds(*found, all) ? std::move(whole) : std::nullopt;
 }
 
 /// Puts `bytes` in place of the store at `path`, all or none of them; only where the folder takes
@@ -177,7 +177,7 @@ bool write(const QString& path, const Values& values) {
     bytes = QByteArray();
     all = Values();
   }
-  all->insert(values.begin(), values.end());
+  for (const auto& [key, value] : values) (*all)[key] = value;
   for (const QString& folder : foldersForCopies(path)) {
     if (const auto whole = merged(*bytes, values, *all, folder)) return replace(path, *whole);
   }
