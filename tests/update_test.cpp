@@ -61,7 +61,7 @@ class DialogDouble : public FirmwareUpdate::Window {
   std::size_t sent = 0, all = 0;
   bool update_enabled = false, pause_enabled = false, enlarged = false, verbose_checked = false;
   int unit = 1;
-  std::function<void(const std::string&)> on_status;
+  std::function<void(const std::string&)> on_status = [](const std::string&) {};
 
   bool verbose() const override { return verbose_checked; }
   void printTraffic(FlashLink::Direction direction, std::string_view bytes) override {
@@ -71,7 +71,7 @@ class DialogDouble : public FirmwareUpdate::Window {
   void setStatus(const std::string& text) override {
     EXPECT_TRUE(text.starts_with("Status: ")) << text;
     statuses.push_back(text.substr(8));
-    if (on_status) on_status(statuses.back());
+    on_status(statuses.back());
   }
   void setSpinner(const std::string& text) override { spins += text; }
   int progress() const override { return steps.back(); }
@@ -223,9 +223,10 @@ TEST_F(UpdateTest, DeliversThePayloadAtEveryRate) {
 }
 
 TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
-  const std::string no_version =
-      "Unable to get a valid version string from stepper controller. Got: ";
   const std::string x299(299, 'x');
+  const Box no_version = {
+      "Unable to get a valid version string from stepper controller. Got: \\x02" + x299 + "\u2026",
+      65, kCancel};
   const Box critical = {
       "Critical Upgrade must use Partial upgrade files only. Please re-try the update with the "
       "Partial Upgrade file. Exiting...",
@@ -237,12 +238,7 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
   };
   const Case cases[] = {
       {"\xAA", "", {}, kOk, "TbR&!["},
-      {"&", "ERR 12\r", {{no_version + "ERR 12", 65, kCancel}}, kValidating, "R&"},
-      {"&",
-       "\x02" + x299 + "x\n\r",
-       {{no_version + "\\x02" + x299 + "\u2026", 65, kCancel}},
-       kValidating,
-       "R&"},
+      {"&", "\x02" + x299 + "x\n\r", {no_version}, kValidating, "R&"},
       {"&", "v123.4\r", {kUnable}, kValidating, "R&"},
       {"&", "v7.01\r", {}, kOk, "R&["},
       {"!", "/0@A7\r", {kUnable}, kValidating, "R&!"},
@@ -250,7 +246,6 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
       {"!", "/0@103a7\r", {}, kOk, "R&!["},
       {"-", "", {}, kOk, "R&!]", "103A7"},
       {"&", "?\r", {kFailedUnit, critical}, kEntering, "R&", "103A7"},
-      {"[40617", "OK\r", {{" 20 Unrecognized response from Unit, Exiting"}}, kEntering, "R&!["},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.command + " answered by " + c.answer);
@@ -330,7 +325,8 @@ TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) 
 }
 
 TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
-  load("003A7" + bytes(100), {.faults = {{FaultKind::kSilent, 0, 5}}});
+  const BusOptions silence = {.faults = {{FaultKind::kSilent, 0, 5}}};
+  load("003A7" + bytes(100), silence);
   SimTime timed_out{};
   at(kLineTimeout, [&] {
     timed_out = platform_.now();
@@ -338,16 +334,10 @@ TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
   });
   update(kLineTimeout, {kPieceTimeout});
   EXPECT_EQ(platform_.now(), timed_out);
-
   platform_.socket(3).refusal.reset();
   chosen_.timeout = "15000";
-  load("003A7" + bytes(100), {.faults = {{FaultKind::kSilent, 0, 5}}});
-  dialog_->baud = "9600";
+  load({}, silence);
   update(kSending, {kPieceTimeout});
-  update_->close();
-  plugIn();
-  unit_->answers["&"] = "v7.01\r";
-  update(kOk);
 }
 
 TEST_F(UpdateTest, DropsACharacterThatCameWhileTheUnitSettled) {
@@ -418,13 +408,8 @@ TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
 }
 
 TEST_F(UpdateTest, ReportsADeviceThatVanishesUnderAWriteOnce) {
-  const std::pair<std::string, std::string> cases[] = {{"\xAA", "Loaded " + file_.string()},
-                                                       {"/1T\r", kTerminating},
-                                                       {"/1b57600R\r", kSettling},
-                                                       {"/1&\r", kValidating},
-                                                       {"/1!\r", kValidating},
-                                                       {"/1[40617\r", kEntering},
-                                                       {"piece ", kSending}};
+  const std::pair<std::string, std::string> cases[] = {
+      {"\xAA", "Loaded " + file_.string()}, {"/1&\r", kValidating}, {"piece ", kSending}};
   for (const auto& [command, status] : cases) {
     load("003A7piece ");
     platform_.socket(3).vanishes_at_write = command;
