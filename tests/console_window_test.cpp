@@ -14,7 +14,6 @@ class ConsoleWindow : public WindowTest {
     return rows;
   }
   bool canSend(int row) { return onConsole("SendCommand", row).isEnabled(); }
-  /// In the window.
   QRect place(const std::string& name) {
     QWidget& control = onConsole(name);
     return {control.mapTo(&console(), QPoint()), control.size()};
@@ -52,19 +51,18 @@ TEST_F(ConsoleWindow, StartsWithTheDefaultsOfAnEmptyStore) {
   EXPECT_EQ(shownRows(), 11);
   EXPECT_EQ(commandField(19).text(), "/1?11");
   EXPECT_EQ(commandField(25).text(), "/1?0");
-  EXPECT_EQ(onConsole<QPushButton>("SendCommand(10)").text(), "Send String &10");
   EXPECT_FALSE(onConsole("Command1").isVisible());
   EXPECT_TRUE(platform_.store().saves.empty()) << "nobody has chosen anything yet";
   commandField(24).setText("/1hidden,\"\u20AC\"");
   commandField(25).setText("");
   EXPECT_EQ(sent(), "");
-  const std::string tabs = tabOrder(console());
-  EXPECT_TRUE(tabs.starts_with("cmdTraffic StringToSend(0) SendCommand(0) StringToSend(1) "))
-      << tabs;
-  EXPECT_TRUE(
-      tabs.ends_with(" LoadButton(3) LoadButton(2) LoadButton(1) LoadButton(0) "
-                     "LoadButton(7) LoadButton(6) LoadButton(5) LoadButton(4) "))
-      << tabs;
+  commandField(9).setFocus();
+  for (const char* next : {"SendCommand(9)", "StringToSend(10)", "SendCommand(10)", "LoadButton(3)",
+                           "LoadButton(2)", "LoadButton(1)", "LoadButton(0)", "LoadButton(7)",
+                           "LoadButton(6)", "LoadButton(5)", "LoadButton(4)", "cmdTraffic"}) {
+    QTest::keyClick(console().focusWidget(), Qt::Key_Tab);
+    EXPECT_EQ(console().focusWidget()->objectName(), next);
+  }
   console().close();
   EXPECT_EQ(platform_.store().saves[0].address.key, "StringToSend0");
   EXPECT_EQ(stored("Strings", "StringToSend24") + stored("Strings", "StringToSend25"),
@@ -138,9 +136,8 @@ TEST_F(ConsoleWindow, TellsUnderTheRowsWhatLineAndMotorsAreDoing) {
   press("LoadButton(2)");
   press("LoadButton(0)", 60);
   EXPECT_EQ(strip(), line + "open | Playing, endless: press 1 of 2");
-  platform_.runFor(100);
+  platform_.runFor(140);
   EXPECT_EQ(strip(), line + "open | Playing, endless: press 2 of 2");
-  platform_.runFor(40);
   QTest::keyClick(&console(), Qt::Key_Escape);
   platform_.runFor(500);
   EXPECT_EQ(strip(), line + "closed | Row 9 answered in 11 ms");
@@ -171,8 +168,8 @@ TEST_F(ConsoleWindow, IsWorkedFromTheKeyboardAlone) {
   };
   EXPECT_EQ(console().focusWidget(), &commandField(0)) << "from the start";
   EXPECT_EQ(key(Qt::Key_Up), "StringToSend(0)");
+  key(Qt::Key_Return);
   EXPECT_EQ(key(Qt::Key_Return), "StringToSend(0)") << "the hand stays where it types";
-  EXPECT_EQ(key(Qt::Key_Return), "StringToSend(0)");
   platform_.runFor(100);
   EXPECT_EQ(sent(), "/1&\r") << "one at a time";
   EXPECT_EQ(key(Qt::Key_F6), "ReceiveString(0)");
