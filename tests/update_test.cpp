@@ -11,6 +11,7 @@
 #include "support/files.h"
 #include "support/virtual_test.h"
 #include "update/firmware_update.h"
+#include "update/flash_reply.h"
 
 namespace mvdirigo {
 namespace {
@@ -331,7 +332,12 @@ TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
   platform_.socket(3).refusal.reset();
   chosen_.timeout = "15000";
   load({}, silence);
+  dialog_->baud = "9600";
   update(kSending, {kPieceTimeout});
+  update_->close();
+  plugIn();
+  unit_->answers["&"] = "v7.01\r";
+  update(kOk);
 }
 
 TEST_F(UpdateTest, DropsACharacterThatCameWhileTheUnitSettled) {
@@ -439,6 +445,15 @@ TEST_F(UpdateTest, ReportsWhatKeepsItFromStarting) {
   EXPECT_EQ(dialog_->statuses.back(), kNone);
   platform_.detach(3);
   update(kNone, {{"cmdUpdate_Click() Error #: 8002 :: Invalid port number"}});
+}
+
+TEST(FlashReply, KeepsTheNewestOfAReplyWithoutEndAndFindsANumberInIt) {
+  FlashReply reply;
+  reply.WantNumeric = reply.ReplyDone = true;
+  for (int i = 0; i < 100000; ++i) reply.append(i % 3 == 0 ? '0' : 'x');
+  for (const char c : std::string("//0`  7")) reply.append(c);
+  EXPECT_TRUE(reply.UpdateRxBuffer().ends_with("0xx0//0`  7"));
+  EXPECT_TRUE(reply.NumericSeen);
 }
 
 }  // namespace
