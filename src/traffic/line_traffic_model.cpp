@@ -57,7 +57,7 @@ int LineTrafficModel::rowCount(const QModelIndex& parent) const {
 }
 
 QVariant LineTrafficModel::data(const QModelIndex& index, int role) const {
-  return role == Qt::DisplayRole ? text(index.row()) : QVariant();
+  return role == Qt::DisplayRole && index.isValid() ? text(index.row()) : QVariant();
 }
 
 void LineTrafficModel::widenFor(int first_row) {
