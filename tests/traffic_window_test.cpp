@@ -99,6 +99,7 @@ TEST_F(LineTrafficTest, ShowsAStreamThatNeverEndsWhileItRuns) {
 
 TEST_F(LineTrafficTest, WatchesNothingWhileItIsClosedAndKeepsWhatItHeld) {
   open();
+  EXPECT_FALSE(view().model()->data({}, Qt::DisplayRole).isValid()) << "the list asks on Ctrl+C";
   tell("held");
   QTest::keyClick(&view(), Qt::Key_Escape);
   EXPECT_FALSE(window().isVisible() || platform_.lineTraffic().watched());
