@@ -33,9 +33,15 @@ void mvdirigo::check(std::string_view some) {
   require(start == spelledOut(input.substr(0, 300)), "controls are spelled out");
   require(shortVisibleText(input) == start + (length > 300 ? "…" : ""), "tips show the start");
   require(charactersIn(shown) == std::min(length, 4001L), "fields show at most so many");
-  require(text.starts_with(shown) || shown.ends_with("…"), "fields show the start");
+  const bool whole = length <= 4000;
+  require(shown == (whole ? text : utf8FromLatin1(input.substr(0, 4000)) + "…"),
+          "fields show the start");
+  const std::string printed = printable(text);
+  const auto control = [](char byte) { return byte != '\n' && byte >= 0 && byte < ' '; };
+  require(charactersIn(printed) == length, "each character is shown, or another in its place");
+  require(std::ranges::none_of(printed, control), "no control is shown");
   if (!isUtf8(input)) return;
-  std::string broken = breakLongStretches(input, "\xFF"), lines = broken;
+  std::string broken = breakLongStretches(input, "\xFF", 100), lines = broken;
   std::ranges::replace(lines, '\n', ' ');
   for (std::string_view stretches = lines; !stretches.empty();) {
     for (std::string_view words = takeUntil('\xFF', stretches); !words.empty();) {

@@ -344,6 +344,14 @@ TEST_F(DialogTest, FileDialogsReturnThePathOrReportTheCancelAsAsked) {
   EXPECT_EQ(choose(open, "as-typed", request), "as-typed");
   EXPECT_EQ(choose(open, "image", request), "image.zrf");
 
+  writeFile(folder.path() / "<b>x", "");
+  request.ask_before_overwriting = true;
+  whenShown<QMessageBox>([](QMessageBox& question) {
+    EXPECT_EQ(question.textFormat(), Qt::PlainText);
+    question.button(QMessageBox::Yes)->click();
+  });
+  EXPECT_EQ(choose(save, "<b>x", request), "<b>x");
+
   const auto cancel = [](QFileDialog& dialog) { dialog.reject(); };
   whenShown<QFileDialog>(cancel);
   EXPECT_EQ(dialogs_.openFile(request), "");

@@ -190,8 +190,14 @@ void readCommandFile(const std::string& path,
   }
 }
 
-std::string commandFileWriteError(const std::string& path) { return "Error Writing File: " + path; }
-std::string commandFileReadError(const std::string& path) { return "Error Reading file: " + path; }
-std::string commandFileTitle(const std::string& path) { return "Current Command File: " + path; }
+std::string commandFileWriteError(const std::string& path) {
+  return "Error Writing File: " + shownPath(path);
+}
+std::string commandFileReadError(const std::string& path) {
+  return "Error Reading file: " + shownPath(path);
+}
+std::string commandFileTitle(const std::string& path) {
+  return "Current Command File: " + shownPath(path);
+}
 
 }  // namespace mvdirigo

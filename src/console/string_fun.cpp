@@ -219,9 +219,9 @@ void StringFun::loadStrings() {
     screen_->ReceiveString[at(row)]->clearReply();
   };
   if (skipOnError([&] { readCommandFile(path, take_string, recorder_.table()); })) {
-    const QString text = QString::fromStdString(commandFileTitle(path));
+    QString text = QString::fromStdString(commandFileTitle(path));
     // "[*]" in a title stands for a mark of unsaved changes; doubled, it stands for itself.
-    setWindowTitle(onOneLine(text).replace("[*]", "[*][*]"));
+    setWindowTitle(text.replace("[*]", "[*][*]"));
   } else {
     platform_.dialogs().messageBox(commandFileReadError(path), box::kExclamation);
   }

@@ -35,12 +35,12 @@ QString onOneLine(const QString& text) {
 
 QString shortened(const QString& text) {
   constexpr int kLongest = 300;
-  return text.size() > kLongest ? shown(text.left(kLongest)) + QChar(0x2026) : shown(text);
+  return text.size() > kLongest ? onOneLine(text.left(kLongest)) + QChar(0x2026) : onOneLine(text);
 }
 
 QString plainToolTip(const QString& text) {
   const QString lines =
-      wrapped(QString::fromStdString(breakLongStretches(printable(text.toStdString()), "\n")));
+      wrapped(QString::fromStdString(breakLongStretches(printable(text.toStdString()), "\n", 100)));
   return Qt::mightBeRichText(lines) ? Qt::convertFromPlainText(lines, Qt::WhiteSpacePre) : lines;
 }
 

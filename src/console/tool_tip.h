@@ -12,7 +12,7 @@ namespace mvdirigo {
 /// `text` without control characters and the like: U+FFFD stands for them, for line feeds too.
 [[nodiscard]] QString onOneLine(const QString& text);
 
-/// The same with line feeds; of a longer text the first 300 characters and "…": as much as a tip
+/// The same; of a longer text the first 300 characters and "…": as much as a tip
 /// has room for on any screen.
 QString shortened(const QString& text);
 

@@ -87,13 +87,12 @@ std::string shownReply(std::string_view latin1) {
   return utf8FromLatin1(latin1.substr(0, kShown)) + (latin1.size() > kShown ? "\u2026" : "");
 }
 
-std::string breakLongStretches(std::string_view utf8, std::string_view line_break) {
-  constexpr int kLongest = 100;
+std::string breakLongStretches(std::string_view utf8, std::string_view line_break, int longest) {
   std::string broken;
   int stretch = 0;
   for (const char byte : utf8) {
     const bool starts_character = (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
-    if (starts_character && stretch == kLongest) {
+    if (starts_character && stretch == longest) {
       broken += line_break;
       stretch = 0;
     }
@@ -117,6 +116,17 @@ std::string printable(std::string_view utf8) {
     utf8::unchecked::append(as_it_is ? code : kReplacement, std::back_inserter(shown));
   }
   return shown;
+}
+
+std::string shownPath(std::string_view path) {
+  constexpr std::ptrdiff_t kShown = 300;
+  std::string text = printable(path), shown;
+  for (const char byte : text) shown += byte == '\n' ? "\uFFFD" : std::string(1, byte);
+  const auto hidden = utf8::unchecked::distance(shown.begin(), shown.end()) - kShown;
+  if (hidden <= 0) return shown;
+  auto start = shown.begin();
+  utf8::unchecked::advance(start, hidden);
+  return "\u2026" + std::string(start, shown.end());
 }
 
 std::string_view trimBlanks(std::string_view text) {

@@ -22,13 +22,18 @@ namespace mvdirigo {
 /// and "…".
 [[nodiscard]] std::string shownReply(std::string_view latin1);
 
-/// `utf8` with `line_break` put after every 100 characters of a stretch that has none, nor a blank:
-/// windows break lines at blanks only, and would cut the rest.
-[[nodiscard]] std::string breakLongStretches(std::string_view utf8, std::string_view line_break);
+/// `utf8` with `line_break` put after every `longest` characters of a stretch that has none, nor a
+/// blank: windows break lines at blanks only, and would cut the rest.
+[[nodiscard]] std::string breakLongStretches(std::string_view utf8, std::string_view line_break,
+                                             int longest);
 
 /// `utf8` without what is no character to look at: each control character but the line feed, and
 /// each that would break the line or turn the direction of the text, is U+FFFD instead.
 [[nodiscard]] std::string printable(std::string_view utf8);
+
+/// `path` as boxes and titles show it: printable, on one line, and of more than 300 characters the
+/// last 300 behind "…", which the file's name is among.
+[[nodiscard]] std::string shownPath(std::string_view path);
 
 /// `text` without the blanks (code 32) at both ends.
 [[nodiscard]] std::string_view trimBlanks(std::string_view text);

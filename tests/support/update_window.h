@@ -25,7 +25,8 @@ class UpdateWindow : public WindowTest {
   void load(const std::string& file) {
     platform_.script().expectOpenFile(file);
     press(dialog(), "cmdLoadImage");
-    EXPECT_EQ(display("txtStatus").text().toStdString(), "Status: Loaded " + file);
+    const QString shown = QString::fromStdString(file).replace('\n', QChar(0xFFFD));
+    EXPECT_EQ(display("txtStatus").text(), "Status: Loaded " + shown);
     EXPECT_TRUE(enabled("cmdUpdate"));
   }
   void expectConfirmation(std::function<void()> while_asked = {},

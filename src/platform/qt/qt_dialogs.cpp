@@ -81,6 +81,13 @@ class FileDialog : public QFileDialog {
     QFileDialog::accept();
   }
 
+  /// The toolkit's own questions name the file, whose name may look like markup.
+  void childEvent(QChildEvent* event) override {
+    QFileDialog::childEvent(event);
+    auto* question = qobject_cast<QMessageBox*>(event->child());
+    if (question != nullptr && event->polished()) question->setTextFormat(Qt::PlainText);
+  }
+
   void showEvent(QShowEvent* event) override {
     if (!event->spontaneous()) fitToColumns();
     QFileDialog::showEvent(event);
@@ -124,9 +131,11 @@ BoxButton QtDialogs::messageBox(const std::string& text, int style) {
   QPointer<QMessageBox> message = new QMessageBox(owner());
   message->setTextFormat(Qt::PlainText);
   constexpr const char* kZeroWidthSpace = "\u200B";
+  // So many wide characters fit a box on a small screen.
+  constexpr int kLongestStretch = 40;
   const QString lines = QString::fromStdString(text).replace("\r\n", "\n").replace('\r', '\n');
-  message->setText(
-      QString::fromStdString(breakLongStretches(printable(lines.toStdString()), kZeroWidthSpace)));
+  message->setText(QString::fromStdString(
+      breakLongStretches(printable(lines.toStdString()), kZeroWidthSpace, kLongestStretch)));
   message->setWindowTitle(QApplication::applicationName());
   message->setIcon(iconOf(style));
 
