@@ -43,7 +43,7 @@ int main(int argc, char** argv) {
   QApplication::setApplicationName(mvdirigo::kApplicationName);
   QApplication::setApplicationVersion(mvdirigo::kVersion);
   // The desktop shows the menu entry's name and icon for the windows.
-  QApplication::setDesktopFileName("org.mvdirigo.Console");
+  QApplication::setDesktopFileName("org.mvdirigo.console");
   // The console ends the program itself, after it has saved its rows.
   QApplication::setQuitOnLastWindowClosed(false);
 
