@@ -1,6 +1,4 @@
 # The Debian package: all that is installed, and what Debian has in every package beside it.
-find_program(DPKG_SHLIBDEPS dpkg-shlibdeps REQUIRED)
-
 set(maintainer "MVDirigo maintainers <maintainers@mvdirigo.invalid>")
 set(debian_revision 1)
 string(TIMESTAMP changed "%a, %d %b %Y %H:%M:%S +0000" UTC)
