@@ -43,9 +43,7 @@ void set(PlacedUnit& unit, std::string_view key, std::string_view value) {
   UnitOptions& options = unit.options;
   if (key == "port") {
     unit.port = numberOr(value, 0);
-    if (unit.port < SerialPort::kLowestPort || unit.port > SerialPort::kHighestPort) {
-      refuse(value, "ports are numbered 1 to 16");
-    }
+    if (!SerialPort::isPort(unit.port)) refuse(value, "ports are numbered 1 to 16");
   } else if (key == "address") {
     const bool good = value.size() == 1 && value[0] > ' ' && value[0] < 0x7F;
     if (!good || value == "/" || value == "0") {
