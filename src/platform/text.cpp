@@ -118,10 +118,15 @@ std::string printable(std::string_view utf8) {
   return shown;
 }
 
+std::string onOneLine(std::string_view utf8) {
+  std::string line;
+  for (const char byte : printable(utf8)) line += byte == '\n' ? "\uFFFD" : std::string(1, byte);
+  return line;
+}
+
 std::string shownPath(std::string_view path) {
   constexpr std::ptrdiff_t kShown = 300;
-  std::string text = printable(path), shown;
-  for (const char byte : text) shown += byte == '\n' ? "\uFFFD" : std::string(1, byte);
+  const std::string shown = onOneLine(path);
   const auto hidden = utf8::unchecked::distance(shown.begin(), shown.end()) - kShown;
   if (hidden <= 0) return shown;
   auto start = shown.begin();
