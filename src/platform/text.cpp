@@ -23,8 +23,8 @@ Integer roundedInto(std::string_view text) {
   return static_cast<Integer>(rounded);
 }
 
-bool isPrintable(utf8::uint32_t code) {
-  const auto within = [code](utf8::uint32_t first, utf8::uint32_t last) {
+bool isPrintable(char32_t code) {
+  const auto within = [code](char32_t first, char32_t last) {
     return code >= first && code <= last;
   };
   const bool control = code < 0x20 || within(0x7F, 0x9F);
@@ -107,7 +107,7 @@ std::string breakLongStretches(std::string_view utf8, std::string_view line_brea
 }
 
 std::string printable(std::string_view utf8) {
-  constexpr utf8::uint32_t kReplacement = 0xFFFD;
+  constexpr char32_t kReplacement = 0xFFFD;
   std::string valid, shown;
   utf8::replace_invalid(utf8.begin(), utf8.end(), std::back_inserter(valid), kReplacement);
   for (auto next = valid.begin(); next != valid.end();) {
