@@ -1,11 +1,10 @@
 #include "support/files.h"
 #include "support/window_test.h"
 
-namespace mvdirigo {
-namespace {
+using namespace mvdirigo;
 
 /// Markup, an entity, formats, a terminal's sequence, paths, and more than fits a screen.
-std::string hostile() {
+static std::string hostile() {
   return "<img src=/etc/passwd><b>x</b>&lt;%1%n%s[*]\x1B]0;x\x07\x9B"
          "31m\t\v../../etc `id`" +
          std::string(5000, 'w');
@@ -99,6 +98,3 @@ TEST_F(HostileText, IsShownAsTextWhereverItComesFrom) {
   press(*program_->update(), "cmdLoadImage");
   lookAround();
 }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -16,8 +16,7 @@
 #include "support/files.h"
 #include "support/real_time.h"
 
-namespace mvdirigo {
-namespace {
+using namespace mvdirigo;
 
 /// What both machines promise: the real one and the one in virtual time.
 class TimerTest : public ::testing::TestWithParam<const char*> {
@@ -359,6 +358,3 @@ TEST_F(DialogTest, FileDialogsReturnThePathOrReportTheCancelAsAsked) {
   whenShown<QFileDialog>(cancel);
   EXPECT_THROW(static_cast<void>(dialogs_.openFile(request)), RuntimeError);
 }
-
-}  // namespace
-}  // namespace mvdirigo

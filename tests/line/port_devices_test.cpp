@@ -15,8 +15,7 @@
 #include "support/fault_number.h"
 #include "support/files.h"
 
-namespace mvdirigo {
-namespace {
+using namespace mvdirigo;
 
 /// A pseudo-terminal that nobody uses yet.
 struct Line {
@@ -64,22 +63,6 @@ class PortDevicesTest : public ::testing::Test {
   const Line line_, other_line_;
 };
 
-TEST_F(PortDevicesTest, StaysWithTheLinkOfANumberUntilItIsToldToForget) {
-  link("com5", line_.path);
-  link("ttyUSB0", other_line_.path);
-  EXPECT_EQ(opened(), line_.path);
-  unlink("com5");
-  EXPECT_EQ(opened(), "8002");
-  link("com5", line_.path);
-  EXPECT_EQ(devices_.describe(5).obstacle, "") << "that is over";
-  unlink("com5");
-  devices_.forgetLinks();
-  EXPECT_EQ(opened(), other_line_.path);
-  std::filesystem::create_directories(home_.portLink(5).parent_path().parent_path());
-  std::filesystem::create_directory_symlink("ports", home_.portLink(5).parent_path());
-  EXPECT_EQ(opened(), "8002") << "links that can't be looked at";
-}
-
 TEST_F(PortDevicesTest, FindsAnAdapterThatCameBackUnderAnotherName) {
   link("serial/by-id/usb-adapter", "../../ttyUSB0");
   EXPECT_EQ(opened(), line_.path);
@@ -93,6 +76,9 @@ TEST_F(PortDevicesTest, FindsAnAdapterThatCameBackUnderAnotherName) {
   EXPECT_EQ(opened(), "8002");
   devices_.forgetLinks();
   EXPECT_EQ(opened(), line_.path);
+  std::filesystem::create_directories(home_.portLink(5).parent_path().parent_path());
+  std::filesystem::create_directory_symlink("ports", home_.portLink(5).parent_path());
+  EXPECT_EQ(opened(), "8002") << "links that can't be looked at";
 }
 
 TEST_F(PortDevicesTest, KeepsItsLockFileOverAReopeningAndRemovesItAtTheEnd) {
@@ -165,6 +151,3 @@ TEST_F(PortDevicesTest, NamesALockFileThatCanNotBeWritten) {
   EXPECT_EQ(faultNumber([&] { return devices.take(5, {}); }), 70);
   EXPECT_EQ(devices.describe(5).obstacle.find("Its lock file /sys/LCK..pts_"), 0U);
 }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -9,7 +9,6 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdarg>
 #include <cstring>
@@ -26,6 +25,8 @@
 #include "support/fault_number.h"
 #include "support/port_refusals.h"
 #include "support/real_time.h"
+
+using namespace mvdirigo;
 
 /// Stands between this program and the system's serial drivers, because a pseudo-terminal takes any
 /// rate and never holds up a closing: `close` and `ioctl` of this program go through it. While it
@@ -69,9 +70,6 @@ extern "C" int ioctl(int handle, unsigned long request, ...) noexcept {
   if (request == TCGETS2 && driver->only_rate != 0) settings->c_ospeed = driver->only_rate;
   return result;
 }
-
-namespace mvdirigo {
-namespace {
 
 /// A pseudo-terminal; the test is the device at its master side.
 class Line {
@@ -147,7 +145,7 @@ class SerialPortTest : public ::testing::Test {
   std::function<void()> then_;
 };
 
-std::string everyByte(std::size_t size) {
+static std::string everyByte(std::size_t size) {
   std::string bytes(size, '\0');
   for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i % 256);
   return bytes;
@@ -214,26 +212,6 @@ TEST_F(SerialPortTest, LetsAHandlerCloseReopenOrDestroyThePort) {
   EXPECT_TRUE(runUntil([&] { return !port_; }));
   loadDuring(platform_, 20);
   EXPECT_EQ(received_, "ofreshg");
-}
-
-TEST_F(SerialPortTest, HandsOverAsMuchAsInputLenSaysAndAnnouncesAsTheThresholdSays) {
-  port_->setPortOpen(true);
-  port_->setRThreshold(0);
-  line_.send("abcdef");
-  EXPECT_TRUE(runUntil([&] { return port_->InBufferCount() == 6; }));
-  EXPECT_EQ(port_->Input(), "a");
-  port_->setInputLen(3);
-  EXPECT_EQ(port_->Input(), "bcd");
-  port_->setInputLen(0);
-  EXPECT_EQ(port_->Input(), "ef");
-  EXPECT_EQ(port_->Input(), "");
-  EXPECT_EQ(events_, 0);
-  // What is read at the first event of several is not announced again.
-  port_->setRThreshold(1);
-  line_.send("ghi");
-  EXPECT_TRUE(receive("ghi"));
-  loadDuring(platform_, 20);
-  EXPECT_EQ(events_, 1);
 }
 
 TEST_F(SerialPortTest, KeepsAFloodBoundedInMemoryAndLosesNothing) {
@@ -433,6 +411,3 @@ TEST_F(SerialPortTest, GivesTheLineTimeForItsLastBytesBeforeItChangesTheRate) {
   port_->setSettings("57600");
   EXPECT_GE(std::chrono::steady_clock::now() - arrived, std::chrono::microseconds(10'400));
 }
-
-}  // namespace
-}  // namespace mvdirigo
