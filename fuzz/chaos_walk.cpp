@@ -38,8 +38,7 @@ static const QStringList kTexts = list(
     "1000|50|300|1.5|/1<b>&amp;|/1\u00B5\u20AC\n");
 static const QStringList kKeys = list(
     "F1|F12|Esc|Return|Up|Down|Tab|Backtab|F6|Space|Del|7|PgDown|Alt+0|Alt+1|Alt+H|Alt+L|"
-    "Ctrl+S|"
-    "Ctrl+O|Ctrl+,|Ctrl+C|Ctrl+V|Ctrl+A");
+    "Ctrl+S|Ctrl+O|Ctrl+,|Ctrl+C|Ctrl+V|Ctrl+A");
 /// The first is none.
 static const QStringList kFaults = list(
     "late=0|late=1|late=130|late=1100|silent|silent@3|drop|double|corrupt|garbage-before|endless|"
@@ -48,16 +47,14 @@ static const QStringList kVersions = list("Movane Stepper v7.02|v7.01|none|v123.
 static const QStringList kHeard = list(
     "\u00FF/0`2000\3\r|\2\60`2000\3S|\2\60`2000\3T|?\r|Error 3\r|\x1B[31m<b>\2\3|"
     "\u00FF/0b\r\n|\r");
-static constexpr int kPorts[] = {1, 1, 2, 3};
+static constexpr int kPorts[] = {1, 1, 2, 3}, kRates[] = {9600, 9600, 19200, 57600};
+static constexpr std::optional<Fault> kRefusals[] = {
+    {}, {}, Fault::kPortAlreadyOpen, Fault::kDeviceIo};
 static constexpr std::int64_t kForEverMs = 1'000'000'000;
 /// The answer that agrees to nothing; any other agrees, and is the file that is chosen.
 static constexpr int kNone = -1;
 static constexpr std::size_t kMostWidgets = 500, kMostReply = 4200;
 static constexpr std::size_t kMostBytesAtStart = 4 << 20, kMostBytes = 64 << 20;
-
-static constexpr int kRates[] = {9600, 9600, 19200, 57600};
-static constexpr std::optional<Fault> kRefusals[] = {
-    {}, {}, Fault::kPortAlreadyOpen, Fault::kDeviceIo};
 /// Files and what they hold at first. The first is fit for all that is done with files.
 static const QList<std::pair<std::string, QByteArray>> kFiles = {
     {"strings", "103A7\r\n" + QByteArray("/1?0\r\n").repeated(24) +
@@ -295,8 +292,7 @@ class Walk : private Dialogs {
     platform_.runUntil([this] { return answer_ || ended_; }, kForEverMs);
     --open_dialogs_;
     const int chosen = std::exchange(answer_, {}).value_or(kNone);
-    say(chosen == kNone ? "dismiss it"
-                        : QString("agree: \"%1\"").arg(kFiles[chosen].first.c_str()));
+    say(chosen == kNone ? "dismiss it" : ("agree, or choose " + kFiles[chosen].first).c_str());
     return chosen;
   }
 
@@ -381,7 +377,7 @@ class Walk : private Dialogs {
               QString::number(size) + what);
     };
     bounded(QApplication::allWidgets().size(), kMostWidgets, " widgets");
-    for (const QLineEdit* reply : fields("ReceiveString")) {
+    for (const QLineEdit* reply : all<QLineEdit>("ReceiveString")) {
       bounded(reply->text().size(), kMostReply, " characters of a reply");
     }
     // None is counted under a sanitizer.
@@ -405,11 +401,9 @@ class Walk : private Dialogs {
     ++tally["lives"];
   }
 
-  QList<QLineEdit*> fields(const char* name) {
-    return console_.findChildren<QLineEdit*>(QRegularExpression(name));
-  }
-  QList<QPushButton*> buttons(const char* name) {
-    return console_.findChildren<QPushButton*>(QRegularExpression(name));
+  template <class Control>
+  QList<Control*> all(const char* name) {
+    return console_.findChildren<Control*>(QRegularExpression(name));
   }
 
   const Steps& steps_;
@@ -425,10 +419,11 @@ class Walk : private Dialogs {
   VirtualPlatform platform_;
   Program program_{platform_, [this] { ended_ = true; }};
   StringFun& console_ = program_.console();
-  const QList<QPushButton*> send_buttons_ = buttons("SendCommand"), bar_ = buttons("LoadButton");
-  const QList<QLineEdit*> strings_ = fields("StringToSend");
-  const QLineEdit* line_ = fields("LineStatus")[0];
-  const QLineEdit* activity_ = fields("Activity")[0];
+  const QList<QPushButton*> send_buttons_ = all<QPushButton>("SendCommand"),
+                            bar_ = all<QPushButton>("LoadButton");
+  const QList<QLineEdit*> strings_ = all<QLineEdit>("StringToSend");
+  const QLineEdit* line_ = all<QLineEdit>("LineStatus")[0];
+  const QLineEdit* activity_ = all<QLineEdit>("Activity")[0];
 };
 
 }  // namespace

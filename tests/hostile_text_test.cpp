@@ -36,13 +36,11 @@ class HostileText : public WindowTest {
                         text.contains(QRegularExpression("<(img|b)\\b"));
     const bool control = text.contains(QRegularExpression(
         "[\\x00-\\x08\\x0B-\\x1F\\x7F-\\x9F\\x{202A}-\\x{202E}\\x{2028}\\x{2029}]"));
-    if (markup || control || text.size() > 2000) {
-      stuck_ += where +
-                (markup    ? " as markup"
-                 : control ? " with controls"
-                           : " endless") +
-                ": " + text.left(60) + "\n";
-    }
+    const QString what = markup               ? " as markup: "
+                         : control            ? " with controls: "
+                         : text.size() > 2000 ? " endless: "
+                                              : "";
+    if (!what.isEmpty()) stuck_ += where + what + text.left(60) + "\n";
   }
 
   QString stuck_;
