@@ -20,7 +20,7 @@ using namespace mvdirigo;
 static QStringList list(const char* joined) { return QString::fromUtf8(joined).split('|'); }
 
 static constexpr int kStepsOfALife = 300;
-static constexpr unsigned kLongestLifeS = 20;
+static constexpr unsigned kLongestLifeS = 10;
 /// How often acts come, alone or in a row with what a person does on purpose and chance would
 /// seldom bring about. Where a box is open, "yes" agrees to it.
 static const QStringList kActs = list(
