@@ -56,6 +56,18 @@ TEST(SimulatedUnit, DoesNotExecuteARepeatTwice) {
       << "a repeat never heard before";
 }
 
+TEST(SimulatedUnit, AnswersAChangeOfRateAtTheOldOneAndForgetsItInAnUpdate) {
+  SimulatedUnit unit({});
+  const LineFaults none({}, 1);
+  std::vector<int> rates;
+  for (const char byte : std::string("/1b57600R\r/1[40617\r")) {
+    if (const auto answer = unit.receive(byte, {}, none)) rates.push_back(answer->baud);
+  }
+  EXPECT_EQ(rates, (std::vector{9600, 57600}));
+  unit.advance(std::chrono::seconds(10));
+  EXPECT_EQ(unit.baud(), 9600);
+}
+
 struct VirtualMachine : VirtualTest {
   VirtualMachine() {
     platform_.attach(3, silence_);
