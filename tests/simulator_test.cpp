@@ -92,10 +92,11 @@ TEST_F(VirtualMachine, SaysWhereItsScriptWasLeftAndThatAWaitNeverEnds) {
 
 TEST_F(VirtualMachine, CarriesBytesAtItsBaudRate) {
   port_->setPortOpen(true);
+  port_->setSettings("57600");
   const SimTime start = platform_.now();
   port_->Output("abc");
   platform_.runUntil([&] { return port_->OutBufferCount() == 1; }, 1000);
-  EXPECT_EQ(platform_.now(), start + 2 * byteTime(9600));
+  EXPECT_EQ(platform_.now(), start + 2 * byteTime(57600));
   EXPECT_EQ(platform_.socket(3).sent, "ab");
 }
 
