@@ -3,8 +3,7 @@
 
 #include "support/window_test.h"
 
-namespace mvdirigo {
-namespace {
+using namespace mvdirigo;
 
 class Assistive : public WindowTest {
  protected:
@@ -68,6 +67,3 @@ TEST_F(Assistive, HearsOfAReplyWhereTheFocusIs) {
   commandField(0).setText("/2&");
   EXPECT_EQ(commandField(0).accessibleDescription(), "");
 }
-
-}  // namespace
-}  // namespace mvdirigo

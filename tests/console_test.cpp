@@ -12,9 +12,7 @@
 #include "support/files.h"
 #include "support/virtual_test.h"
 
-namespace mvdirigo {
-namespace {
-
+using namespace mvdirigo;
 namespace fs = std::filesystem;
 
 constexpr int kTickMs = 50;
@@ -231,6 +229,3 @@ TEST_F(CommandFileTest, RefusesAtOnceWhatItCantReadOrWrite) {
     EXPECT_EQ(read(file), taken_in) << file;
   }
 }
-
-}  // namespace
-}  // namespace mvdirigo

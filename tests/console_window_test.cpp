@@ -1,9 +1,7 @@
 #include "support/files.h"
 #include "support/window_test.h"
 
-namespace mvdirigo {
-namespace {
-
+using namespace mvdirigo;
 using namespace std::chrono_literals;
 
 class ConsoleWindow : public WindowTest {
@@ -388,6 +386,3 @@ TEST_F(ConsoleWindow, KeepsStringsAndRecordingInACommandFile) {
   press("LoadButton(4)");
   EXPECT_EQ(title(), "Current Command File: " + path("first"));
 }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -1,9 +1,7 @@
 // What the console tells when a line goes wrong, whatever it is doing.
 #include "support/fault_matrix.h"
 
-namespace mvdirigo {
-namespace {
-
+using namespace mvdirigo;
 using namespace std::chrono_literals;
 
 // "-" can't happen, because  -sum  a DT answer has no checksum,
@@ -272,6 +270,3 @@ class FaultMatrix : public FaultMatrixTest {
 
 TEST_F(FaultMatrix, OfDt) { expectEveryCell(kDt, "DTProtocol"); }
 TEST_F(FaultMatrix, OfOem) { expectEveryCell(kOem, "OEMProtocol"); }
-
-}  // namespace
-}  // namespace mvdirigo

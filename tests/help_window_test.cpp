@@ -1,7 +1,6 @@
 #include "support/window_test.h"
 
-namespace mvdirigo {
-namespace {
+using namespace mvdirigo;
 
 using HelpWindow = WindowTest;
 
@@ -70,6 +69,3 @@ TEST_F(HelpWindow, ExplainsTheControlThatIsClickedOrFocused) {
   console().close();
   EXPECT_FALSE(help.isVisible());
 }
-
-}  // namespace
-}  // namespace mvdirigo

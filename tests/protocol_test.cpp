@@ -10,9 +10,7 @@
 #include "support/chosen_settings.h"
 #include "support/virtual_test.h"
 
-namespace mvdirigo {
-namespace {
-
+using namespace mvdirigo;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 
@@ -234,6 +232,3 @@ TEST_F(TransactionTest, SurvivesSettingsThatOpenNoPort) {
   replyTo("\xFF/0`7\x03\r");
   EXPECT_EQ(last_.obstacle, "");
 }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -1,8 +1,6 @@
 #include "support/window_test.h"
 
-namespace mvdirigo {
-namespace {
-
+using namespace mvdirigo;
 using namespace std::chrono_literals;
 
 const std::string kNothingFound =
@@ -341,6 +339,3 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
   EXPECT_TRUE(takeSaves().find("FirstTimeStartup") == std::string::npos);
   EXPECT_TRUE(ended_ && !portOpen());
 }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -3,8 +3,7 @@
 
 #include "support/update_window.h"
 
-namespace mvdirigo {
-namespace {
+using namespace mvdirigo;
 
 class LineTrafficTest : public UpdateWindow {
  protected:
@@ -178,6 +177,3 @@ TEST_F(LineTrafficTest, StaysUsableBesideTheUpdateDialogWhichBlocksTheOthers) {
   click(console(), "LoadButton(2)");
   EXPECT_NE(record.text(), "Record");
 }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -1,9 +1,7 @@
 // What an update tells when its line goes wrong, in each of its waits and boxes.
 #include "support/fault_matrix.h"
 
-namespace mvdirigo {
-namespace {
-
+using namespace mvdirigo;
 using namespace std::chrono_literals;
 
 // Faults of an answer concern the one to what is just being sent. "-" can't happen, because
@@ -149,6 +147,3 @@ class UpdateFaultMatrix : public FaultMatrixTest {
 };
 
 TEST_F(UpdateFaultMatrix, OfBothProtocols) { expectEveryCell(kTable); }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -1,8 +1,6 @@
 #include "support/update_window.h"
 
-namespace mvdirigo {
-namespace {
-
+using namespace mvdirigo;
 using namespace std::chrono_literals;
 
 TEST_F(UpdateWindow, UpdatesAUnitUndisturbedAndGivesTheLineBack) {
@@ -130,6 +128,3 @@ TEST_F(UpdateWindow, StaysTheOnlyOneAndComesAloneToItsEndWhateverIsPressedWhileI
   press(dialog(), "cmdClose");
   EXPECT_TRUE(ended_ && !settings().isVisible());
 }
-
-}  // namespace
-}  // namespace mvdirigo
