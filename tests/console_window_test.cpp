@@ -100,12 +100,23 @@ TEST_F(ConsoleWindow, SendsARowAndShowsTheReplyForHalfASecondInGreen) {
 }
 
 TEST_F(ConsoleWindow, TellsWhyNothingWasSentAndWhatCantBe) {
-  platform_.socket(1).details.obstacle = "There is no such device.";
+  platform_.socket(2).details.obstacle = "There is no such device.";
   start();
-  press("SendCommand(0)", 1001);
-  EXPECT_EQ(reply(0), kSilent);
-  EXPECT_EQ(replyField(0).toolTip().toStdString(),
-            kSilent + "\nNothing was sent: There is no such device.\nAt 08:00:01");
+  auto& baud_rates = find<QListWidget>(settings(), "lstBaudRate");
+  const std::tuple<const char*, int, std::string> cases[] = {
+      {"x", 0, "\"x\" is no port number from 1 to 16."},
+      {"17", 0, "\"17\" is no port number from 1 to 16."},
+      {"2", 0, "There is no such device."},
+      {"3", 0, "The port can't be opened."},
+      {"1", -1, "No baud rate is chosen."}};
+  for (const auto& [port, rate, obstacle] : cases) {
+    setting("CommPortSetting").setText(port);
+    baud_rates.setCurrentRow(rate);
+    press("SendCommand(0)", 1001);
+    const std::string tip = replyField(0).toolTip().toStdString();
+    EXPECT_TRUE(tip.starts_with(kSilent + "\nNothing was sent: " + obstacle + "\nAt 08:0")) << tip;
+    EXPECT_FALSE(portOpen());
+  }
   const std::pair<const char*, const char*> commands[] = {{"/1A\u22121000R\u20AC", "4, \"\u2212\""},
                                                           {"/\U0001F600", "2, \"\U0001F600\""},
                                                           {"/1\u00B5\u200B", "4, \"U+200B\""},

@@ -270,7 +270,8 @@ TEST_F(SettingsWindow, FindsNothingOnSilentPortsAndFasterUnits) {
   platform_.attach(3, fast);
   start();
   platform_.script().expectBox(kNothingFound, box::kOkOnly, BoxButton::kOk, [this] {
-    EXPECT_EQ(reply(0), "Auto Scan in Progress. Searching for Devices on serial bus. ");
+    EXPECT_EQ(reply(0) + light(0),
+              "Auto Scan in Progress. Searching for Devices on serial bus. yellow");
     EXPECT_EQ(progress(), "|Row 0: waiting for the reply");
   });
   EXPECT_NEAR(search(), 5760, 0.001);
