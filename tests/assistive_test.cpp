@@ -50,20 +50,3 @@ TEST_F(Assistive, SeesNoNamelessControlInAnyWindow) {
   EXPECT_EQ(nameless(*program_->lineTraffic()), "");
   EXPECT_GT(seen, 120) << "so there was something to name";
 }
-
-TEST_F(Assistive, HearsOfAReplyWhereTheFocusIs) {
-  startWithUnit();
-  const QString spoken = "Reply: " + QString::fromStdString(kVersionReply);
-  onConsole("SendCommand(0)").setFocus();
-  press("SendCommand(0)");
-  EXPECT_EQ(console().focusWidget()->accessibleName(), "Waiting for the reply");
-  platform_.runFor(100);
-  EXPECT_EQ(console().focusWidget(), &onConsole("SendCommand(0)"));
-  EXPECT_EQ(console().focusWidget()->accessibleDescription(), spoken);
-  commandField(0).setFocus();
-  QTest::keyClick(&commandField(0), Qt::Key_Return);
-  platform_.runFor(100);
-  EXPECT_EQ(commandField(0).accessibleDescription(), spoken);
-  commandField(0).setText("/2&");
-  EXPECT_EQ(commandField(0).accessibleDescription(), "");
-}

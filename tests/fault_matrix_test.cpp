@@ -242,7 +242,7 @@ class FaultMatrix : public FaultMatrixTest {
     bus_.emplace(std::vector{UnitOptions{.address = address}});
     platform_.attach(1, *bus_);
     start();
-    chooseProtocol();
+    choose(protocol_);
     for (int row = 0; row < 11; ++row) commandField(row).setText(QString("/%1&").arg(address));
     next_ = [this] { press("SendCommand(4)", 100); };
     lookAt(3);

@@ -11,7 +11,6 @@ class ProtocolTest : public WindowTest {
     start();
   }
 
-  void choose(const char* protocol) { find<QRadioButton>(settings(), protocol).click(); }
   /// The bytes that `action` puts on the line, and the time-out of the reply.
   std::string sentBy(const std::function<void()>& action) {
     platform_.socket(1).sent.clear();

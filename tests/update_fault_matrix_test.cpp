@@ -113,7 +113,7 @@ class UpdateFaultMatrix : public FaultMatrixTest {
 
   void expectCell() override {
     openWithImage(18);
-    chooseProtocol();
+    choose(protocol_);
     platform_.socket(1).sent.clear();
     state_ = kStates.at(cell_.state);
     const Outcome& outcome = kOutcomes.at(cell_.outcome);
@@ -146,4 +146,5 @@ class UpdateFaultMatrix : public FaultMatrixTest {
   std::size_t heal_at_ = 0;
 };
 
-TEST_F(UpdateFaultMatrix, OfBothProtocols) { expectEveryCell(kTable); }
+TEST_F(UpdateFaultMatrix, OfDt) { expectEveryCell(kTable, "DTProtocol"); }
+TEST_F(UpdateFaultMatrix, OfOem) { expectEveryCell(kTable, "OEMProtocol"); }
