@@ -66,6 +66,8 @@ TEST_F(LineTrafficTest, KeepsTheNewestAndFollowsThemUnlessScrolledBack) {
   tellNumbers(10'050, 1000);
   EXPECT_EQ(topRow(), seen);
   view().scrollToBottom();
+  tellNumbers(11'050, 1);
+  EXPECT_TRUE(isInView(9999));
   tellNumbers(20'000, 30'000);
   EXPECT_EQ(row(0), numbered(40'000));
   EXPECT_TRUE(isInView(9999));
