@@ -26,35 +26,33 @@ unseen done     unseen   done       unseen      done           -etx     done    
 )";
 
 struct Outcome {
+  std::vector<Box> boxes;
   /// Without "Status: "; empty for that of the state.
   std::string status;
-  std::vector<Box> boxes;
 };
 const std::string kNegotiating = "Negotiating baud rate...";
 const std::string kValidating = "Validating ZRF file...";
 const std::string kFault = "cmdUpdate_Click() Error #: ";
 
 const std::map<std::string, Outcome> kOutcomes = {
-    {"done", {"OK", {}}},
-    {"aborted", {kLineTimeout, {}}},
-    {"piece", {kLineTimeout, {kPieceTimeout}}},
-    {"unseen", {kLineTimeout, {kPieceTimeout}}},
-    {"refused", {"Error 3!", {}}},
-    {"prompt", {"", {{" 20 Unrecognized response from Unit, Exiting"}}}},
-    {"unable", {"", {kUnable}}},
+    {"done", {{}, "OK"}},
+    {"aborted", {{}, kLineTimeout}},
+    {"piece", {{kPieceTimeout}, kLineTimeout}},
+    {"unseen", {{kPieceTimeout}, kLineTimeout}},
+    {"refused", {{}, "Error 3!"}},
+    {"prompt", {{{" 20 Unrecognized response from Unit, Exiting"}}}},
+    {"unable", {{kUnable}}},
     {"nover",
-     {"",
-      {{"Unable to get a valid version string from stepper controller. Got: \u00FF/`Mvane Sep 7.0",
+     {{{"Unable to get a valid version string from stepper controller. Got: \u00FF/`Mvane Sep 7.0",
         65, BoxButton::kCancel}}}},
-    {"mismatch", {"", {{"validUpdateFile() Error #: 13 :: Type mismatch", 64}, kUnable}}},
+    {"mismatch", {{{"validUpdateFile() Error #: 13 :: Type mismatch", 64}, kUnable}}},
     {"nostop",
-     {"",
-      {{"No response from Terminate command. Verify unit is powered up, connected and the address "
+     {{{"No response from Terminate command. Verify unit is powered up, connected and the address "
         "switch is set to 1."}}}},
-    {"gone", {"", {{"MSComm_OnComm() Error #: 57 :: Device I/O error"}}}},
-    {"noport", {"", {{kFault + "8002 :: Invalid port number"}}}},
-    {"inuse", {"", {{kFault + "8005 :: Port already open"}}}},
-    {"taken", {kNegotiating, {{kFault + "8005 :: Port already open"}}}},
+    {"gone", {{{"MSComm_OnComm() Error #: 57 :: Device I/O error"}}}},
+    {"noport", {{{kFault + "8002 :: Invalid port number"}}}},
+    {"inuse", {{{kFault + "8005 :: Port already open"}}}},
+    {"taken", {{{kFault + "8005 :: Port already open"}}, kNegotiating}},
     {"closed", {}},
     {"quit", {}}};
 
