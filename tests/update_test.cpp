@@ -74,7 +74,6 @@ class UpdateTest : public UpdateWindow {
     store("Settings", "CommPortSetting", "3");
     start();
     press("LoadButton(3)");
-    openDialog();
   }
 
   void openDialog(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
@@ -94,16 +93,13 @@ class UpdateTest : public UpdateWindow {
       if (on_status_) on_status_();
     });
   }
-  /// Loads the update file, which holds `content`, or what it held before.
-  void choose(const std::optional<std::string>& content = {}) {
-    if (content) writeFile(image_, *content);
-    UpdateWindow::load(image_);
-  }
-  /// The same in a new dialog, for another unit.
+  /// Loads the update file, which holds `content`, or what it held before, in a new dialog for a
+  /// new unit.
   void load(const std::optional<std::string>& content = {}, const BusOptions& bus = {},
             const UnitOptions& unit = {}) {
     openDialog(unit, bus);
-    choose(content);
+    if (content) writeFile(image_, *content);
+    UpdateWindow::load(image_);
   }
   void target(const char* which, const char* choice) {
     find<QComboBox>(dialog(), which).setCurrentText(choice);
@@ -207,7 +203,7 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
 }
 
 TEST_F(UpdateTest, CallsASuccessAtTheTenthTryInvalidAndGoesOnAfterTenFailures) {
-  choose("003A7" + bytes(20));
+  load("003A7" + bytes(20));
   unit_->answers["&"] = "";
   update(kOk, std::vector(10, kGoOn));
   EXPECT_EQ(unit_->unit(0).image(), bytes(20) + "    ");
@@ -220,8 +216,8 @@ TEST_F(UpdateTest, CallsASuccessAtTheTenthTryInvalidAndGoesOnAfterTenFailures) {
 }
 
 TEST_F(UpdateTest, LooksForANumberInNoVersionButInEarlierAnswers) {
+  load("003A7" + bytes(20));
   target("cboBaud", "9600");  // The only rate at which a restarted unit hears this dialog's port.
-  choose("003A7" + bytes(20));
   unit_->answers = {{"&", "/0`123 v7.02\r"}, {"!", ""}};
   update(kOk, {{kGoOn.text, kGoOn.style, BoxButton::kOk, [&] { unit_->answers.clear(); }}});
   platform_.runFor(5000);
@@ -239,9 +235,9 @@ TEST_F(UpdateTest, LeavesTheBaudRateToAUnitWithoutFirmware) {
 }
 
 TEST_F(UpdateTest, EndsWhenThePromptCameBeforeItsCommand) {
+  load("003A7" + bytes(20));
   find<QAbstractButton>(dialog(), "Verbose").click();
   at(kEntering, [&] { platform_.socket(3).deliver("?"); });
-  choose("003A7" + bytes(20));
   update(kEntering, {{"Response: ''. Exiting...", 112}});
   platform_.runFor(100);
   const QString traffic = find<QPlainTextEdit>(dialog(), "Traffic").toPlainText();
@@ -285,7 +281,7 @@ TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
 }
 
 TEST_F(UpdateTest, DropsACharacterThatCameWhileTheUnitSettled) {
-  choose("003A7" + bytes(20));
+  load("003A7" + bytes(20));
   SimTime start = platform_.now(), settling{};
   at(kSettled, [&] { settling = platform_.now() - start; });
   update(kOk);
@@ -379,7 +375,7 @@ TEST_F(UpdateTest, ReportsWhatKeepsItFromStarting) {
   EXPECT_EQ(request.title + "/" + request.filter + "/" + request.default_extension,
             "Firmware Update/MVUpdate (*.zrf)|*.zrf/hex");
   EXPECT_TRUE(request.file_must_exist);
-  choose("603A7");
+  load("603A7");
   UpdateWindow::update({}, BoxButton::kNo);
   EXPECT_EQ(statuses_.back(), kNone);
   platform_.detach(3);
