@@ -1,3 +1,4 @@
+#include "platform/version.h"
 #include "support/files.h"
 #include "support/window_test.h"
 
@@ -41,7 +42,7 @@ class ConsoleWindow : public WindowTest {
 
 TEST_F(ConsoleWindow, StartsWithTheDefaultsOfAnEmptyStore) {
   start();
-  EXPECT_EQ(title(), "Dirigo Version " MVDIRIGO_VERSION);
+  EXPECT_EQ(title(), std::string("Dirigo Version ") + kVersion);
   EXPECT_EQ(shownRows(), 11);
   EXPECT_EQ(commandField(19).text(), "/1?11");
   EXPECT_EQ(commandField(25).text(), "/1?0");

@@ -10,6 +10,7 @@
 #include "console/icons.h"
 #include "core/stored_settings.h"
 #include "platform/qt/qt_platform.h"
+#include "platform/version.h"
 
 namespace {
 
@@ -40,7 +41,9 @@ int main(int argc, char** argv) {
   for (const int failed_write : {SIGPIPE, SIGXFSZ}) std::signal(failed_write, SIG_IGN);
   QApplication application(argc, argv);
   QApplication::setApplicationName(mvdirigo::kApplicationName);
-  QApplication::setApplicationVersion(MVDIRIGO_VERSION);
+  QApplication::setApplicationVersion(mvdirigo::kVersion);
+  // The desktop shows the menu entry's name and icon for the windows.
+  QApplication::setDesktopFileName("org.mvdirigo.console");
   // The console ends the program itself, after it has saved its rows.
   QApplication::setQuitOnLastWindowClosed(false);
 

@@ -20,6 +20,7 @@
 #include "platform/at_exit.h"
 #include "platform/handler_edge.h"
 #include "platform/text.h"
+#include "platform/version.h"
 
 namespace mvdirigo {
 namespace {
@@ -141,7 +142,7 @@ void StringFun::SetupScreen() {
     ButtonTimer[at(row)]->setInterval(kLightTimeMs);
   }
   fitToScreen();
-  setWindowTitle("Dirigo Version " MVDIRIGO_VERSION);
+  setWindowTitle(QString("Dirigo Version ") + kVersion);
   showStripSoon();
   skipOnError([&] { setReplyTimeOut(settings.RCVTimeout()); });
 }
