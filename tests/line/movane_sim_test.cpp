@@ -146,6 +146,10 @@ TEST_F(MovaneSimTest, RefusesWrongOptions) {
        {"surplus", "--check-image=/no/such/file", "--image-file=/no/such/folder/image"}) {
     EXPECT_EQ(run({wrong, "--", "true"}), 2) << wrong;
   }
+  sim_.start(MOVANE_SIM, {"--links", "/dev/null/x"});
+  EXPECT_TRUE(sim_.waitForFinished());
+  EXPECT_EQ(sim_.readAllStandardError(),
+            "movane-sim: can't make the folder /dev/null/x: Not a directory\n");
   const std::string kept = home_.path() / "kept", fresh = home_.path() / "fresh";
   writeFile(kept, "image");
   EXPECT_EQ(run({"--image-file", kept.c_str(), "--", "true"}), 0);
