@@ -112,7 +112,7 @@ class Run {
       std::fflush(stdout);
     }
     report(std::chrono::duration<double>(Clock::now() - start).count());
-    return !failed_ && done() == expected_ && deviations() == 0;
+    return !failed_ && done() == expected_ && deviations() == 0 && unfinished() == 0;
   }
 
  private:
@@ -139,6 +139,11 @@ class Run {
   }
   long done() const { return sum(&Tally::done); }
   long deviations() const { return sum(&Tally::deviations); }
+  /// Processes that were not at their end when they ended.
+  std::ptrdiff_t unfinished() const {
+    return std::count_if(tallies_.begin(), tallies_.begin() + processes_,
+                         [](const Tally& tally) { return !tally.isFinished(); });
+  }
   long sum(long (Tally::*part)() const) const {
     long all = 0;
     for (const Tally& tally : tallies_) all += (tally.*part)();

@@ -3,73 +3,92 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include <random>
+
 #include <QTest>
 #include <QtWidgets>
 
 #include "app/program.h"
 #include "console/button_bar.h"
-#include "core/stored_settings.h"
 #include "platform/text.h"
 #include "simulator/model/simulated_bus.h"
 #include "simulator/virtual/virtual_platform.h"
 #include "support/files.h"
 
-namespace mvdirigo {
-namespace {
+using namespace mvdirigo;
 
-constexpr int kPorts[] = {1, 1, 2, 3};
-constexpr std::int64_t kForEverMs = 1'000'000'000;
-/// An answer that agrees to nothing.
-constexpr std::uint32_t kDismissal = 3;
-constexpr std::size_t kMostWidgets = 500, kMostReply = 4200;
-constexpr std::size_t kMostBytesAtStart = 4 << 20, kMostBytes = 64 << 20;
+static QStringList list(const char* joined) { return QString::fromUtf8(joined).split('|'); }
 
-QStringList list(const char* joined) { return QString::fromUtf8(joined).split('|'); }
-const QStringList kTexts = list(
-    "/1&|/1?0|/1A1000R|/2&|/1RND,rnd|/||no slash| "
-    "/1|1|1|1|2|3|16|17|0|-5|25|26|x|1e99|9999999|1000|"
-    "50|300|1.5|/1<b>&amp;|/1\xC2\xB5\xE2\x82\xAC\n");
-const QStringList kKeys = list(
-    "F1|F12|Esc|Return|Up|Down|Tab|Backtab|F6|Space|Del|7|PgDown|Alt+0|Alt+1|Alt+H|Alt+L|Ctrl+S|"
-    "Ctrl+O|Ctrl+,|Ctrl+C|Ctrl+V|Ctrl+A");
-const QStringList kFaults = list(
+static constexpr int kStepsOfALife = 300;
+static constexpr unsigned kLongestLifeS = 10;
+/// How often acts come, alone or in a row with what a person does on purpose and chance would
+/// seldom bring about. Where a box is open, "yes" agrees to it.
+static const QStringList kActs = list(
+    "450: use|80: key|15: close|1: end|40: plug|10: unplug|6: refuse|60: hear|15: file|"
+    "100: 1|50: 10|50: 50|50: 120|40: 500|10: 3000|5: 12000|"
+    "30: SendCommand(0) 50 SendCommand(1) 1000|"
+    "10: LoadButton(2) SendCommand(0) 500 SendCommand(1) 500 LoadButton(2) LoadButton(1) 1000|"
+    "10: LoadButton(0) 3000|10: LoadButton(5) yes LoadButton(1) 3000|"
+    "10: LoadButton(3) AutoSetup 3000 5000|"
+    "15: LoadButton(3) cmdUpdate cmdLoadImage yes cmdUpdate yes 12000 3000|"
+    "10: LoadButton(3) LoadButton(2) SendCommand(0) 120 LoadButton(2) LoadButton(0) cmdUpdate "
+    "cmdLoadImage yes cmdUpdate yes 12000 3000");
+static const QStringList kTexts = list(
+    "/1&|/1?0|/1A1000R|/2&|/1RND,rnd|/||no slash| /1|1|1|1|2|3|16|17|0|-5|25|26|x|1e99|9999999|"
+    "1000|50|300|1.5|/1<b>&amp;|/1\u00B5\u20AC\n");
+static const QStringList kKeys = list(
+    "F1|F12|Esc|Return|Up|Down|Tab|Backtab|F6|Space|Del|7|PgDown|Alt+0|Alt+1|Alt+H|Alt+L|"
+    "Ctrl+S|Ctrl+O|Ctrl+,|Ctrl+C|Ctrl+V|Ctrl+A");
+/// The first is none.
+static const QStringList kFaults = list(
     "late=0|late=1|late=130|late=1100|silent|silent@3|drop|double|corrupt|garbage-before|endless|"
     "lost-etx=50|bad-checksum=50|endless=500|refuse-piece@2|vanish-at=40|vanish-at@3");
-const QStringList kVersions = list("Movane Stepper v7.02|v7.01|none|v123.4");
-constexpr int kRates[] = {9600, 9600, 19200, 57600};
-constexpr std::optional<Fault> kRefusals[] = {{}, {}, Fault::kPortAlreadyOpen, Fault::kDeviceIo};
-const std::string kHeard[] = {"\xFF/0`2000\3\r",     "\2\60`2000\3S",   "\2\60`2000\3T", "?\r",
-                              "Error 3\r",           "\x1B[31m<b>\2\3", "\xFF/0b\r\n",   "\r",
-                              std::string(3000, '0')};
-/// Files and what they hold at first. The update's dialog goes through them from the front, the
-/// others from the back.
-const std::pair<std::string, QByteArray> kFiles[] = {
+static const QStringList kVersions = list("Movane Stepper v7.02|v7.01|none|v123.4");
+static const QStringList kHeard = list(
+    "\u00FF/0`2000\3\r|\2\60`2000\3S|\2\60`2000\3T|?\r|Error 3\r|\x1B[31m<b>\2\3|"
+    "\u00FF/0b\r\n|\r");
+static constexpr int kPorts[] = {1, 1, 2, 3}, kRates[] = {9600, 9600, 19200, 57600};
+static constexpr std::optional<Fault> kRefusals[] = {
+    {}, {}, Fault::kPortAlreadyOpen, Fault::kDeviceIo};
+static constexpr std::int64_t kForEverMs = 1'000'000'000;
+/// The answer that agrees to nothing; any other agrees, and is the file that is chosen.
+static constexpr int kNone = -1;
+static constexpr std::size_t kMostWidgets = 500, kMostReply = 4200;
+static constexpr std::size_t kMostBytesAtStart = 4 << 20, kMostBytes = 64 << 20;
+/// Files and what they hold at first. The first is fit for all that is done with files.
+static const QList<std::pair<std::string, QByteArray>> kFiles = {
+    {"strings", "103A7\r\n" + QByteArray("/1?0\r\n").repeated(24) +
+                    QByteArray("2\r\n").repeated(20) + QByteArray("0\r\n").repeated(980)},
     {"full", "103A7" + QByteArray(61, 'x')},
     {"partial", "003a7" + QByteArray(30, 'y')},
     {"plain", "7777zz"},
     {"large", "5"},
     {".", "a folder"},
     {"no number", QByteArray("x\r\n").repeated(1025)},
-    {"no row", QByteArray("99\r\n").repeated(1025)},
-    {"strings", QByteArray("/1?0\r\n").repeated(25) + QByteArray("2\r\n").repeated(20) +
-                    QByteArray("0\r\n").repeated(980)}};
+    {"no row", QByteArray("99\r\n").repeated(1025)}};
 /// The procedures whose faults are reported, with the faults that they may meet.
-const QStringList kReports = list(
-    "RecordPlayTimer_Timer 6 9 13|cmdLoadImage_Click 32755|MSComm_OnComm 57|getRXBuffer 57|"
-    "validUpdateFile 13 53 57 75 8002 8005|cmdUpdate_Click 6 7 13 53 57 75 380 8002 8005");
+static const QRegularExpression kReports(
+    "^(RecordPlayTimer_Timer\\(\\) Error #: (6|9|13)|cmdLoadImage_Click\\(\\) Error #: 32755|"
+    "(MSComm_OnComm|getRXBuffer)\\(\\) Error #: 57|"
+    "validUpdateFile\\(\\) Error #: (13|53|57|75|8002|8005)|"
+    "cmdUpdate_Click\\(\\) Error #: (6|7|13|53|57|75|380|8002|8005)) ::");
 
-/// One of `table`; `which` tells those of one choice apart.
-const auto& pick(const auto& table, std::uint32_t choice, std::uint32_t which = 0) {
-  std::uint32_t number = choice + which * 0x9E3779B9;
-  number = (number ^ number >> 16) * 0x85EBCA6B;
-  number = (number ^ number >> 13) * 0xC2B2AE35;
-  return *std::next(std::begin(table), number % static_cast<std::uint32_t>(std::size(table)));
+Steps mvdirigo::drawSteps(std::uint32_t seed) {
+  QStringList urn;
+  for (const QString& act : kActs) urn += QStringList(act.section(':', 0, 0).toInt(), act);
+  std::mt19937 random(seed);
+  Steps steps;
+  while (steps.size() < kStepsOfALife) {
+    const QString& acts = urn[static_cast<int>(random() % static_cast<unsigned>(urn.size()))];
+    for (const QString& act : acts.split(' ').sliced(1)) {
+      steps.push_back({act, static_cast<std::uint32_t>(random())});
+    }
+  }
+  return steps;
 }
 
-int portOf(std::uint32_t choice) { return pick(kPorts, choice, 9); }
-
 /// Those that no other window or menu keeps a person from using.
-QList<QWidget*> usableWindows() {
+static QList<QWidget*> usableWindows() {
   if (QWidget* popup = QApplication::activePopupWidget()) return {popup};
   const QWidget* modal = QApplication::activeModalWidget();
   QList<QWidget*> windows = QApplication::topLevelWidgets();
@@ -82,233 +101,215 @@ QList<QWidget*> usableWindows() {
   return windows;
 }
 
-/// By kind, so that many rows count no more than one button.
-std::map<QString, QList<QWidget*>> usableControls(const QList<QWidget*>& windows) {
-  std::map<QString, QList<QWidget*>> kinds;
-  for (QWidget* window : windows) {
-    QList<QWidget*> controls = window->findChildren<QWidget*>();
-    if (window->inherits("QMenu")) controls << window;
-    for (QWidget* control : controls) {
-      const bool reacts = control->focusPolicy() != Qt::NoFocus ||
-                          control->inherits("QScrollBar") || control->inherits("QMenu");
-      if (!reacts || !control->isVisible() || !control->isEnabled()) continue;
-      kinds[window->objectName() + ' ' + control->objectName().section('(', 0, 0)] << control;
-    }
-  }
-  return kinds;
+static QList<QWidget*> usableControls(QWidget* window) {
+  QList<QWidget*> controls = window->findChildren<QWidget*>();
+  controls.removeIf([](const QWidget* control) {
+    const bool reacts = control->focusPolicy() != Qt::NoFocus || control->inherits("QScrollBar");
+    return !reacts || !control->isVisible() || !control->isEnabled();
+  });
+  return controls << window;
 }
+
+namespace {
 
 class Walk : private Dialogs {
  public:
-  Walk(const Steps& steps, const std::string& folder, Report& report, bool tell)
-      : steps_(steps), folder_(folder), report_(report), tell_(tell) {
+  Walk(const Steps& steps, Report& report) : steps_(steps), report_(report) {
     platform_.onRunPending = [] { QApplication::processEvents(); };
     platform_.answerWith(*this);
     QApplication::clipboard()->clear();
-    for (const auto& [name, bytes] : kFiles) writeFile(folder_ + name, bytes.toStdString());
-    std::filesystem::resize_file(folder_ + "large", 17 << 20);
-    for (std::uint32_t healthy = 0; lines_.size() < 3; healthy += 2) plug(healthy);
+    for (const auto& [name, bytes] : kFiles) writeFile(name, bytes.toStdString());
+    std::filesystem::resize_file("large", 17 << 20);
+    for (const int port : {1, 2, 3}) plug(port);
   }
 
   void run() {
-    platform_.queue().post(platform_.now(), {"a step"}, [this] { nextStep(); });
-    try {
-      program_.start();
-      auto* ok = program_.settings().findChild<QPushButton*>("cmdOK");
-      QObject::connect(ok, &QPushButton::clicked, [this] { laid_out_ = true; });
-      platform_.runUntil([this] { return ended_; }, kForEverMs);
-    } catch (const std::exception& error) {
-      require(false, std::string("no exception leaves a handler: ") + error.what());
-    }
+    stepAfter({});
+    program_.start();
+    auto* ok = program_.settings().findChild<QPushButton*>("cmdOK");
+    QObject::connect(ok, &QPushButton::clicked, [this] { laid_out_ = true; });
+    platform_.runUntil([this] { return ended_; }, kForEverMs);
     checkEnd();
   }
 
  private:
+  void stepAfter(SimTime pause) {
+    platform_.queue().post(platform_.now() + pause, {"a step"}, [this] { nextStep(); });
+  }
+
+  int random(auto limit) {
+    return std::uniform_int_distribution(0, static_cast<int>(limit) - 1)(random_);
+  }
+  /// One of `table`.
+  const auto& pick(const auto& table) {
+    return *std::next(std::begin(table), random(std::size(table)));
+  }
+
   void nextStep() {
     if (ended_) return;
     check();
     const bool last = next_ == steps_.size();
-    const Step step = last ? Step{"end", 0} : steps_[next_++];
-    const std::chrono::milliseconds pass(last ? 1000 : std::atoi(step.act.c_str()));
+    const auto [act, choice] = last ? Step{"end", 0} : steps_[next_++];
+    const std::chrono::milliseconds pass(last ? 1000 : act.toInt());
     // Some steps come as soon as a handler lets pending events run, the others where one waits.
-    const SimTime pause = pass.count() > 0 ? pass : SimTime(step.choice % 4 != 0);
-    platform_.queue().post(platform_.now() + pause, {"a step"}, [this] { nextStep(); });
+    stepAfter(pass.count() > 0 ? pass : SimTime(choice % 4 != 0));
+    random_.seed(choice);
     ++report_.steps;
     ++depth_;
-    if (const auto act = kActs.find(step.act); act != kActs.end()) {
-      (this->*act->second)(step.choice);
-    } else if (pass.count() > 0) {
-      say(QString("%1 ms pass").arg(pass.count()));
-    } else if (open_dialogs_ > 0) {
-      answer_ = step.choice;
-    } else if (const auto windows = usableWindows(); !windows.empty()) {
-      byHand(step, windows);
+    if (act.toInt() > 0) {
+      say(act + " ms pass");
+    } else if (!byTheMachine(act, pick(kPorts))) {
+      byHand(act, usableWindows());
     }
     --depth_;
   }
 
-  void byHand(const Step& step, const QList<QWidget*>& windows) {
-    QWidget* window = pick(windows, step.choice);
-    if (step.act == "key") {
-      const QString& key = pick(kKeys, step.choice, 1);
+  /// Whether `act` is one that comes from outside, which then has happened.
+  bool byTheMachine(const QString& act, int port) {
+    const QString name = QString("COM%1").arg(port);
+    VirtualSocket& socket = platform_.socket(port);
+    if (act == "end") {
+      say("the session ends");
+      console_.close();
+      // A box that was opened in the very closing still waits.
+      answer_ = kNone;
+    } else if (act == "plug") {
+      plug(port);
+    } else if (act == "unplug") {
+      say(name + "'s device vanishes");
+      socket.unplug();
+    } else if (act == "refuse") {
+      socket.refusal = pick(kRefusals);
+      say(name + (socket.refusal ? " can't be opened" : " can be opened"));
+    } else if (act == "hear") {
+      // Seldom a flood, which takes long.
+      const QByteArray bytes =
+          random(500) == 0 ? QByteArray(140'000, 'f') : pick(kHeard).toLatin1();
+      say(QString("%1 bytes come in").arg(bytes.size()));
+      if (const int open = heldPort()) platform_.socket(open).deliver(bytes.toStdString());
+    } else if (act == "file") {
+      const std::string& file = pick(kFiles).first;
+      const auto& [other, bytes] = pick(kFiles);
+      say(("the file \"" + file + "\" becomes as \"" + other + "\" was, or goes").c_str());
+      std::remove(file.c_str());
+      if (random(3) != 0) writeFile(file, bytes.toStdString());
+    } else {
+      return false;
+    }
+    return true;
+  }
+
+  void plug(int port) {
+    const bool healthy = next_ == 0 || random(2) == 0;
+    const QString& fault = healthy ? kFaults[0] : pick(kFaults);
+    UnitOptions unit;
+    if (!healthy) {
+      unit.baud = pick(kRates);
+      unit.version = pick(kVersions).toStdString();
+      unit.valid_firmware = random(5) != 0;
+    }
+    say(QString("COM%1 gets a unit: %2 baud, ").arg(port).arg(unit.baud) + unit.version.c_str() +
+        (unit.valid_firmware ? ", " : ", firmware invalid, ") + fault);
+    BusOptions options{.faults = {parseFault(fault.toStdString())}, .seed = report_.seed};
+    platform_.attach(port, lines_.emplace_back(std::vector{unit}, options));
+    platform_.socket(port).refusal.reset();
+  }
+
+  void byHand(const QString& act, const QList<QWidget*>& windows) {
+    if (open_dialogs_ > 0) {
+      answer_ = act == "yes" ? 0 : random(4) == 0 ? kNone : random(std::size(kFiles));
+      return;
+    }
+    if (windows.isEmpty()) return;
+    QWidget* window = pick(windows);
+    if (act == "key") {
+      const QString& key = pick(kKeys);
       say("press " + key + " in " + window->objectName());
       window->activateWindow();
       QApplication::processEvents();
       QTest::keySequence(window->focusWidget() ? window->focusWidget() : window, key);
-    } else if (step.act == "close" && window != &console_) {
+    } else if (act == "close" && window != &console_) {
       say("close " + window->objectName());
       window->close();
-    } else if (step.act == "use") {
-      const auto kinds = usableControls(windows);
-      use(pick(pick(kinds, step.choice, 1).second, step.choice, 2), step.choice);
+    } else if (act == "use") {
+      use(pick(usableControls(window)));
     } else {
       for (QWidget* each : windows) {
-        auto* control = each->findChild<QWidget*>(step.act.c_str());
-        if (control != nullptr && control->isVisible()) return use(control, 0);
+        auto* control = each->findChild<QWidget*>(act);
+        if (control != nullptr && control->isVisible()) return use(control);
       }
     }
   }
 
-  void use(QWidget* control, std::uint32_t choice) {
-    const QString where = control->objectName() + " of " + control->window()->objectName();
+  void use(QWidget* control) {
+    const QString where = control->objectName() + " \"" + control->property("text").toString() +
+                          "\" of " + control->window()->objectName();
     auto* field = qobject_cast<QLineEdit*>(control);
-    if (auto* button = qobject_cast<QAbstractButton*>(control)) {
-      say("press \"" + button->text() + "\", " + where);
-      button->click();
-    } else if (field != nullptr && !field->isReadOnly() && choice % 4 != 0) {
-      say("type \"" + pick(kTexts, choice) + "\" into " + where);
-      field->selectAll();
-      field->insert(pick(kTexts, choice));
-    } else if (field != nullptr && choice % 4 == 1) {
+    if (field != nullptr && random(8) == 0) {
       say("open the menu of " + where);
       QContextMenuEvent event(QContextMenuEvent::Keyboard, {}, {});
-      QApplication::sendEvent(field, &event);
-    } else {
-      if (auto* area = qobject_cast<QAbstractScrollArea*>(control)) control = area->viewport();
-      const QPoint place(control->width() * static_cast<int>(choice % 97) / 97,
-                         control->height() * static_cast<int>(choice % 89) / 89);
-      say("click " + where + QString(" at %1, %2").arg(place.x()).arg(place.y()));
-      QTest::mouseClick(control, Qt::LeftButton, {}, place);
+      return void(QApplication::sendEvent(field, &event));
     }
+    if (auto* area = qobject_cast<QAbstractScrollArea*>(control)) control = area->viewport();
+    const QPoint place(random(control->width() + 1), random(control->height() + 1));
+    say("click " + where + QString(" at %1, %2").arg(place.x()).arg(place.y()));
+    QTest::mouseClick(control, Qt::LeftButton, {}, place);
+    if (field == nullptr || field->isReadOnly()) return;
+    const QString& text = pick(kTexts);
+    say("type \"" + text + '"');
+    field->selectAll();
+    field->insert(text);
   }
-
-  void end(std::uint32_t) {
-    say("the session ends");
-    console_.close();
-    // A box that was opened in the very closing still waits.
-    answer_ = kDismissal;
-  }
-
-  void plug(std::uint32_t choice) {
-    const int port = portOf(choice);
-    UnitOptions unit;
-    BusOptions options{.seed = choice};
-    const bool healthy = choice % 2 == 0;
-    if (!healthy) {
-      options.faults = {parseFault(pick(kFaults, choice, 1).toStdString())};
-      unit.baud = pick(kRates, choice, 2);
-      unit.version = pick(kVersions, choice, 3).toStdString();
-      unit.valid_firmware = choice % 5 != 0;
-    }
-    say(QString("COM%1 gets a unit: %2 baud, \"%3\", firmware %4, %5")
-            .arg(QString::number(port), QString::number(unit.baud), unit.version.c_str(),
-                 unit.valid_firmware ? "valid" : "invalid",
-                 healthy ? "healthy" : pick(kFaults, choice, 1)));
-    auto line = std::make_unique<SimulatedBus>(std::vector{unit}, options);
-    platform_.attach(port, *line);
-    platform_.socket(port).refusal.reset();
-    lines_[port] = std::move(line);
-  }
-
-  void unplug(std::uint32_t choice) {
-    say(QString("COM%1's device vanishes").arg(portOf(choice)));
-    platform_.detach(portOf(choice));
-  }
-
-  void refuse(std::uint32_t choice) {
-    auto& refusal = platform_.socket(portOf(choice)).refusal = pick(kRefusals, choice, 1);
-    say(QString("COM%1 can%2 be opened").arg(portOf(choice)).arg(refusal ? "'t" : ""));
-  }
-
-  void hear(std::uint32_t choice) {
-    // Seldom a flood, which takes long.
-    const std::string bytes = choice % 500 == 0 ? std::string(140'000, 'f') : pick(kHeard, choice);
-    say(QString("%1 bytes come in").arg(bytes.size()));
-    if (const int open = heldPort()) platform_.socket(open).deliver(bytes);
-  }
-
-  void changeFile(std::uint32_t choice) {
-    const std::string& name = pick(kFiles, choice).first;
-    const auto& [other, bytes] = pick(kFiles, choice, 1);
-    say(("the file \"" + name + "\" becomes as \"" + other + "\" was, or goes").c_str());
-    std::remove((folder_ + name).c_str());
-    if (choice % 3 != 0) writeFile(folder_ + name, bytes.toStdString());
-  }
-
-  using Act = void (Walk::*)(std::uint32_t);
-  static inline const std::map<std::string, Act> kActs = {
-      {"end", &Walk::end},       {"plug", &Walk::plug}, {"unplug", &Walk::unplug},
-      {"refuse", &Walk::refuse}, {"hear", &Walk::hear}, {"file", &Walk::changeFile}};
 
   void say(const QString& words) const {
-    if (!tell_) return;
-    const double s = std::chrono::duration<double>(platform_.now() - std::chrono::hours(8)).count();
+    if (!report_.tell) return;
+    const double s = std::chrono::duration<double>(platform_.now()).count();
     std::printf("%12.3f s %*s%s\n", s, 2 * depth_, "", qPrintable(words.simplified()));
   }
 
   BoxButton messageBox(const std::string& text, int style) override {
-    checkBox(text);
-    const auto chosen = answer("box", text);
-    const bool agreed = chosen && *chosen % 4 != kDismissal;
-    say(agreed ? "agree" : "dismiss it");
+    checkBox(text.c_str());
+    const bool agreed = answer("box", text) != kNone;
     if ((style & 0x0F) == box::kOkCancel) return agreed ? BoxButton::kOk : BoxButton::kCancel;
     if ((style & 0x0F) == box::kYesNo) return agreed ? BoxButton::kYes : BoxButton::kNo;
     return BoxButton::kOk;
   }
 
   std::string openFile(const FileRequest& request) override {
-    const auto chosen = answer("file dialog", request.title);
-    const std::size_t file = chosen.value_or(kDismissal) / 4 % std::size(kFiles);
-    const bool image = request.title == "Firmware Update";
-    const std::string& name = kFiles[image ? file : std::size(kFiles) - 1 - file].first;
-    const bool agreed = chosen && *chosen % 4 != kDismissal;
-    say(agreed ? ("choose \"" + name + "\"").c_str() : "cancel it");
-    if (!agreed && request.cancel_is_error) throw RuntimeError(Fault::kCancelled);
-    return agreed ? folder_ + name : "";
+    const int file = answer("file dialog", request.title);
+    if (file == kNone && request.cancel_is_error) throw RuntimeError(Fault::kCancelled);
+    return file == kNone ? "" : kFiles[file].first;
   }
   std::string saveFile(const FileRequest& request) override { return openFile(request); }
 
-  /// Handles events until a step answers; nothing when the program ends first.
-  std::optional<std::uint32_t> answer(const char* dialog, const std::string& text) {
-    say(QString("%1 \"%2\"").arg(dialog, text.c_str()));
-    ++tally[dialog + (" \"" + text.substr(0, 30) + "\"")];
+  /// Handles events until a step answers, or the program ends.
+  int answer(const char* kind, const std::string& text) {
+    const QString dialog = QString("%1 \"%2\"").arg(kind, text.c_str());
+    say(dialog);
+    ++tally[dialog.left(35)];
     answer_.reset();
     ++open_dialogs_;
     platform_.runUntil([this] { return answer_ || ended_; }, kForEverMs);
     --open_dialogs_;
-    return std::exchange(answer_, std::nullopt);
+    const int chosen = std::exchange(answer_, {}).value_or(kNone);
+    say(chosen == kNone ? "dismiss it" : ("agree, or choose " + kFiles[chosen].first).c_str());
+    return chosen;
   }
 
-  void require(bool holds, const std::string& rule) const {
+  void require(bool holds, const char* rule, const QString& details = "") const {
     if (holds) return;
-    std::snprintf(report_.failure, sizeof report_.failure, "%s", rule.c_str());
-    say("BROKEN: " + QString::fromStdString(rule));
-    std::fflush(stdout);
+    say(QString("BROKEN: %1: %2").arg(rule, details));
+    report_.broken_rule = rule;
     _exit(EXIT_FAILURE);
   }
 
-  void checkBox(const std::string& text) {
-    static const QRegularExpression report("^(\\w+)\\(\\) Error #: (\\d+) ::");
-    const auto found = report.match(QString::fromStdString(text));
-    const bool known = std::ranges::any_of(kReports, [&found](const QString& rule) {
-      const QStringList words = rule.split(' ');
-      return words[0] == found.captured(1) && words.contains(found.captured(2));
-    });
-    require(known || !found.hasMatch(), "every error report has its rule: " + text);
+  void checkBox(const QString& text) {
+    const bool known = kReports.match(text).hasMatch();
+    require(known || !text.contains("() Error #: "), "every error report has its rule", text);
     const bool foreign = std::ranges::any_of(kPorts, [this](int port) {
       return platform_.socket(port).refusal == Fault::kPortAlreadyOpen;
     });
-    require(foreign || found.captured(2) != "8005", "a port has one owner: " + text);
+    require(foreign || !text.contains("() Error #: 8005 "), "a port has one owner", text);
   }
 
   void check() {
@@ -324,16 +325,15 @@ class Walk : private Dialogs {
     }
     if (next_ % 64 == 0) checkMemory();
     const auto* dialog = program_.update();
-    const QString status = dialog ? dialog->findChild<QLineEdit*>("txtStatus")->text() : "";
-    if (status != std::exchange(status_, status)) ++tally[status.left(24).toStdString()];
+    if (dialog) ++tally[dialog->findChild<QLineEdit*>("txtStatus")->text().left(24)];
   }
 
   /// The port that is open, or 0.
   int heldPort() {
     int held = 0;
-    for (int port = SerialPort::kHighestPort; port >= SerialPort::kLowestPort; --port) {
+    for (int port = SerialPort::kLowestPort; port <= SerialPort::kHighestPort; ++port) {
       if (!platform_.socket(port).held()) continue;
-      require(held == 0, "a port has one owner: two are open");
+      require(held == 0, "a port has one owner", "two are open");
       held = port;
     }
     return held;
@@ -347,9 +347,9 @@ class Walk : private Dialogs {
     const Settings& settings = program_.settings();
     const std::string chosen = shortVisibleText(latin1FromUtf8(settings.CommPortSetting()));
     const std::string port = "COM" + (open ? std::to_string(held) : chosen);
-    require(line.startsWith(QString::fromStdString(port)) && line.endsWith(" open") == open &&
+    require(line.startsWith(port.c_str()) && line.endsWith(" open") == open &&
                 line.contains(settings.DTProtocol() ? " DT " : " OEM "),
-            "the strip agrees with the port: " + line.toStdString());
+            "the strip agrees with the port", line);
   }
 
   void checkRecorder(const QString& activity) {
@@ -359,7 +359,7 @@ class Walk : private Dialogs {
     for (int button = 0; button <= bar::kLoadStrings; ++button) {
       const bool usable =
           (!recording || button == bar::kRecord) && (!playing || button == bar::kPlayback);
-      require(bar_[button]->isEnabled() == usable, "the bar agrees: " + activity.toStdString());
+      require(bar_[button]->isEnabled() == usable, "the bar agrees", activity);
     }
     const auto agrees = [this](int button, const char* caption, bool runs) {
       // A layout puts the captions of rest back, whatever runs.
@@ -367,24 +367,21 @@ class Walk : private Dialogs {
     };
     require(agrees(bar::kRecord, "Stop Recording", recording) &&
                 agrees(bar::kPlayback, "Stop Playback", playing),
-            "the captions agree: " + activity.toStdString());
-    if (activity == std::exchange(shown_activity_, activity)) return;
-    ++tally[QString(activity).remove(QRegularExpression("\\d+")).left(14).toStdString()];
+            "the captions agree", activity);
+    ++tally[QString(activity).remove(QRegularExpression("\\d+")).left(14)];
   }
 
   void checkMemory() {
-    const auto bounded = [this](const char* what, std::size_t size, std::size_t most) {
-      require(size <= most, std::string("memory is bounded: ") + what + ' ' + std::to_string(size));
-      tally[std::string("most ") + what] = std::max(size, tally[std::string("most ") + what]);
+    const auto bounded = [this](auto size, std::size_t most, const char* what) {
+      require(static_cast<std::size_t>(size) <= most, "memory is bounded",
+              QString::number(size) + what);
     };
-    bounded("widgets", static_cast<std::size_t>(QApplication::allWidgets().size()), kMostWidgets);
-    for (const QLineEdit* reply : replies_) {
-      bounded("characters of a reply", static_cast<std::size_t>(reply->text().size()), kMostReply);
+    bounded(QApplication::allWidgets().size(), kMostWidgets, " widgets");
+    for (const QLineEdit* reply : all<QLineEdit>("ReceiveString")) {
+      bounded(reply->text().size(), kMostReply, " characters of a reply");
     }
     // None is counted under a sanitizer.
-    const std::size_t bytes = ::mallinfo2().uordblks;
-    if (next_ == 0) bounded("bytes at the start", bytes, kMostBytesAtStart);
-    bounded("bytes", bytes, kMostBytes);
+    bounded(::mallinfo2().uordblks, next_ == 0 ? kMostBytesAtStart : kMostBytes, " bytes");
   }
 
   void checkEnd() {
@@ -393,48 +390,46 @@ class Walk : private Dialogs {
     if (QWidget* menu = QApplication::activePopupWidget()) menu->close();
     require(usableWindows().isEmpty(), "the end hides every window");
     std::string expected, saved;
-    for (int row = 0; row < kStoredRows; ++row) {
-      expected += "StringToSend" + std::to_string(row) + strings_[row]->text().toStdString();
+    for (const QLineEdit* row : strings_) {
+      expected += row->objectName().remove(QRegularExpression("[()]")).toStdString() +
+                  row->text().toStdString();
     }
     for (const auto& [address, value] : platform_.store().saves) {
       if (address.section == "Strings") saved += address.key + value;
     }
-    require(saved == expected, "the end saves the rows: " + saved);
+    require(saved == expected, "the end saves the rows", saved.c_str());
     ++tally["lives"];
   }
 
-  const Steps& steps_;
-  const std::string folder_;
-  Report& report_;
-  const bool tell_;
-  std::size_t next_ = 0;
-  bool ended_ = false;
-  /// In a recording or playback.
-  bool laid_out_ = false;
-  int open_dialogs_ = 0, depth_ = 0;
-  std::optional<std::uint32_t> answer_;
-  QString status_, shown_activity_;
-  std::map<int, std::unique_ptr<SimulatedBus>> lines_;
-  VirtualPlatform platform_;
-  Program program_{platform_, [this] { ended_ = true; }};
-  StringFun& console_ = program_.console();
   template <class Control>
   QList<Control*> all(const char* name) {
     return console_.findChildren<Control*>(QRegularExpression(name));
   }
-  const QList<QPushButton*> send_buttons_ = all<QPushButton>("SendCommand");
-  const QList<QPushButton*> bar_ = all<QPushButton>("LoadButton");
+
+  const Steps& steps_;
+  Report& report_;
+  std::size_t next_ = 0;
+  std::mt19937 random_;
+  bool ended_ = false;
+  /// In a recording or playback.
+  bool laid_out_ = false;
+  int open_dialogs_ = 0, depth_ = 0;
+  std::optional<int> answer_;
+  std::deque<SimulatedBus> lines_;
+  VirtualPlatform platform_;
+  Program program_{platform_, [this] { ended_ = true; }};
+  StringFun& console_ = program_.console();
+  const QList<QPushButton*> send_buttons_ = all<QPushButton>("SendCommand"),
+                            bar_ = all<QPushButton>("LoadButton");
   const QList<QLineEdit*> strings_ = all<QLineEdit>("StringToSend");
-  const QList<QLineEdit*> replies_ = all<QLineEdit>("ReceiveString");
   const QLineEdit* line_ = all<QLineEdit>("LineStatus")[0];
   const QLineEdit* activity_ = all<QLineEdit>("Activity")[0];
 };
 
 }  // namespace
 
-void live(const Steps& steps, const std::string& folder, Report& report, bool tell) {
-  Walk(steps, folder, report, tell).run();
+void mvdirigo::live(const Steps& steps, Report& report) {
+  ::alarm(kLongestLifeS);
+  Walk(steps, report).run();
   QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
-
-}  // namespace mvdirigo

@@ -2,36 +2,38 @@
 
 #include <cstdint>
 #include <map>
-#include <string>
 #include <vector>
+
+#include <QString>
 
 namespace mvdirigo {
 
 /// Something that happens: an act, the name of a control that is used, or so many ms that pass.
 struct Step {
-  std::string act;
+  QString act;
   /// What else is random about it.
   std::uint32_t choice;
 };
 using Steps = std::vector<Step>;
-
-/// A life of the program.
-[[nodiscard]] Steps drawSteps(std::uint32_t seed);
 
 /// How far the walk got, in memory that outlives the process that walks.
 struct Report {
   /// Of the life under way.
   std::uint32_t seed = 0;
   std::uint64_t steps = 0;
-  /// The rule that was broken, ": " and details.
-  char failure[1000] = "";
+  /// Whether every step is said in words.
+  bool tell = false;
+  const char* broken_rule = "";
 };
 
 /// How often things happened in this process.
-inline std::map<std::string, std::uint64_t> tally;
+inline std::map<QString, std::uint64_t> tally;
 
-/// Lets a life take its course on a machine in virtual time, with files in `folder`, and ends the
-/// process with status 1 when a rule is broken. `tell` says every step in words.
-void live(const Steps& steps, const std::string& folder, Report& report, bool tell);
+/// A life of the program.
+[[nodiscard]] Steps drawSteps(std::uint32_t seed);
+
+/// Lets a life take its course on a machine in virtual time, with files in the present folder, and
+/// ends the process when a rule is broken.
+void live(const Steps& steps, Report& report);
 
 }  // namespace mvdirigo

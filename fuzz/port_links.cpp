@@ -1,5 +1,3 @@
-#include <QCoreApplication>
-
 #include "platform/qt/port_devices.h"
 #include "property.h"
 #include "support/config_home.h"
@@ -17,8 +15,6 @@ static bool leadsTo(const fs::path& name, const std::string& device) {
 /// Links of any target, in lines "name=target", stand for ports; what is no serial device is never
 /// taken, and a number that a link served is no other device until it may be.
 void mvdirigo::check(std::string_view input) {
-  static int no_arguments = 0;
-  static const QCoreApplication application(no_arguments, nullptr);
   static const ConfigHome home;
   const fs::path link = home.path() / "d/com5", table = home.path() / "d/ttyUSB0";
   fs::remove_all(home.path() / "d");

@@ -3,71 +3,48 @@
 
 #include "support/window_test.h"
 
-namespace mvdirigo {
-namespace {
+using namespace mvdirigo;
 
-class Assistive : public WindowTest {
- protected:
-  /// The controls of `window` that have no name, by role and class.
-  static std::string nameless(QWidget& window) {
-    std::string found;
-    walk(*QAccessible::queryAccessibleInterface(&window), found);
-    return found;
+using Assistive = WindowTest;
+
+/// Adds the controls from `node` on that have no name, by role and class; returns how many it saw.
+static int findNameless(QAccessibleInterface& node, std::string& nameless) {
+  if (node.state().invisible) return 0;
+  // What only holds others together, or is a line, needs no name.
+  const bool control = node.role() != QAccessible::Client && node.role() != QAccessible::Border &&
+                       node.role() != QAccessible::Separator;
+  if (control && node.text(QAccessible::Name).isEmpty()) {
+    nameless += QMetaEnum::fromType<QAccessible::Role>().valueToKey(node.role());
+    if (node.object()) nameless += std::string(" ") + node.object()->metaObject()->className();
+    nameless += ", ";
   }
-
- private:
-  static void walk(QAccessibleInterface& node, std::string& nameless) {
-    if (node.state().invisible) return;
-    ++seen;
-    // What only holds others together, or is a line, needs no name.
-    const bool control = node.role() != QAccessible::Client && node.role() != QAccessible::Border &&
-                         node.role() != QAccessible::Separator;
-    if (control && node.text(QAccessible::Name).isEmpty()) {
-      nameless += QMetaEnum::fromType<QAccessible::Role>().valueToKey(node.role());
-      if (node.object()) nameless += std::string(" ") + node.object()->metaObject()->className();
-      nameless += ", ";
-    }
-    for (int child = 0; child < node.childCount(); ++child) walk(*node.child(child), nameless);
+  int seen = 1;
+  for (int child = 0; child < node.childCount(); ++child) {
+    seen += findNameless(*node.child(child), nameless);
   }
-
- protected:
-  static inline int seen = 0;
-};
+  return seen;
+}
 
 TEST_F(Assistive, SeesNoNamelessControlInAnyWindow) {
+  int seen = 0;
+  const auto look = [&](QWidget& window) {
+    std::string nameless;
+    seen += findNameless(*QAccessible::queryAccessibleInterface(&window), nameless);
+    EXPECT_EQ(nameless, "") << window.windowTitle().toStdString();
+  };
   startWithUnit();
   EXPECT_EQ(QAccessible::queryAccessibleInterface(&console())->role(), QAccessible::Window);
-  console().resize(500, 400);
-  EXPECT_EQ(nameless(console()), "") << "with scroll bars";
+  console().resize(500, 400);  // with scroll bars
+  look(console());
   press("LoadButton(7)");
   auto& help = find<QWidget>(console(), "StringFunHelp");
   EXPECT_EQ(QAccessible::queryAccessibleInterface(&help)->role(), QAccessible::Window);
-  EXPECT_EQ(nameless(help), "");
+  look(help);
   press("LoadButton(3)");
-  EXPECT_EQ(nameless(settings()), "");
+  look(settings());
   press(settings(), "cmdUpdate");
-  EXPECT_EQ(nameless(*program_->update()), "");
+  look(*program_->update());
   program_->showLineTraffic();
-  EXPECT_EQ(nameless(*program_->lineTraffic()), "");
+  look(*program_->lineTraffic());
   EXPECT_GT(seen, 120) << "so there was something to name";
 }
-
-TEST_F(Assistive, HearsOfAReplyWhereTheFocusIs) {
-  startWithUnit();
-  const QString spoken = "Reply: " + QString::fromStdString(kVersionReply);
-  onConsole("SendCommand(0)").setFocus();
-  press("SendCommand(0)");
-  EXPECT_EQ(console().focusWidget()->accessibleName(), "Waiting for the reply");
-  platform_.runFor(100);
-  EXPECT_EQ(console().focusWidget(), &onConsole("SendCommand(0)"));
-  EXPECT_EQ(console().focusWidget()->accessibleDescription(), spoken);
-  commandField(0).setFocus();
-  QTest::keyClick(&commandField(0), Qt::Key_Return);
-  platform_.runFor(100);
-  EXPECT_EQ(commandField(0).accessibleDescription(), spoken);
-  commandField(0).setText("/2&");
-  EXPECT_EQ(commandField(0).accessibleDescription(), "");
-}
-
-}  // namespace
-}  // namespace mvdirigo

@@ -1,9 +1,7 @@
 // What the console tells when a line goes wrong, whatever it is doing.
 #include "support/fault_matrix.h"
 
-namespace mvdirigo {
-namespace {
-
+using namespace mvdirigo;
 using namespace std::chrono_literals;
 
 // "-" can't happen, because  -sum  a DT answer has no checksum,
@@ -81,6 +79,10 @@ class FaultMatrix : public FaultMatrixTest {
   }
 
   void settle() { platform_.runFor(2600); }
+  void fallSilent() { bus_->setFaults({parseFault("silent")}); }
+  void strikeNext() {
+    after(0s, [this] { strike(); });
+  }
   void exchange(int then_ms) {
     press("SendCommand(3)", then_ms);
     lookAt(3);
@@ -97,9 +99,8 @@ class FaultMatrix : public FaultMatrixTest {
     settle();
   }
   void strikeUnderBox(const char* text, int style = box::kOkOnly) {
-    platform_.script().expectBox(text, style, BoxButton::kOk, [this] { strikeInExchange(); });
+    script_.expectBox(text, style, BoxButton::kOk, in_exchange_);
   }
-  std::string playCaption() { return onConsole<QPushButton>("LoadButton(1)").text().toStdString(); }
   /// Records presses of rows 3 and 4 and plays them back; the fault strikes under the first.
   void play(const char* button, const std::string& caption_afterwards) {
     press("LoadButton(2)");
@@ -115,7 +116,7 @@ class FaultMatrix : public FaultMatrixTest {
     next_ = [this, caption_afterwards] {
       platform_.runUntil([this] { return !told_.empty(); }, 1000);
       platform_.runFor(300);
-      EXPECT_EQ(playCaption(), caption_afterwards);
+      EXPECT_EQ(onConsole<QPushButton>("LoadButton(1)").text().toStdString(), caption_afterwards);
     };
   }
   void search() {
@@ -136,32 +137,24 @@ class FaultMatrix : public FaultMatrixTest {
   }
   void fillRecording() {
     press("LoadButton(2)");
-    bus_->setFaults({parseFault("silent")});
+    fallSilent();
     for (int press = 0; press < 500; ++press) console().SendCommand_Click(3);
     platform_.runFor(5000);
     lookAt(3);
-    platform_.script().expectBox(
-        "The recording is full: it holds 500 presses. It has been stopped.", box::kInformation,
-        BoxButton::kOk, [this] { strike(), platform_.runFor(100); });
+    script_.expectBox("The recording is full: it holds 500 presses. It has been stopped.",
+                      box::kInformation, BoxButton::kOk,
+                      [this] { strike(), platform_.runFor(100); });
   }
 
+  ScriptedDialogs& script_ = platform_.script();
+  const std::function<void()> in_exchange_ = [this] { strikeInExchange(); };
   const std::map<std::string, std::function<void()>> kStates = {
       {"closed", [this] { strikeBetweenExchanges(); }},
       {"open", [this] { exchange(1600), strikeBetweenExchanges(); }},
       {"answered", [this] { exchange(100), strikeBetweenExchanges(); }},
-      {"timed-out",
-       [this] {
-         bus_->setFaults({parseFault("silent")});
-         exchange(1600), strikeBetweenExchanges();
-       }},
+      {"timed-out", [this] { fallSilent(), exchange(1600), strikeBetweenExchanges(); }},
       // In the turn of the event loop between the press and the command.
-      {"pressed",
-       [this] {
-         exchange(1600);
-         after(0s, [this] { strike(); });
-         press("SendCommand(3)");
-         settle();
-       }},
+      {"pressed", [this] { exchange(1600), strikeNext(), press("SendCommand(3)"), settle(); }},
       {"sending", [this] { strikeInExchange(); }},
       {"answering",
        [this] {
@@ -170,12 +163,7 @@ class FaultMatrix : public FaultMatrixTest {
          bus_.emplace(std::vector<UnitOptions>(1));
          settle();
        }},
-      {"recording",
-       [this] {
-         press("LoadButton(2)");
-         strikeInExchange();
-         EXPECT_EQ(onConsole<QLineEdit>("Activity").text(), "Recording: 1 press");
-       }},
+      {"recording", [this] { press("LoadButton(2)"), strikeInExchange(); }},
       {"playing", [this] { play("LoadButton(1)", "Play"); }},
       {"endlessly", [this] { play("LoadButton(0)", "Stop Playback"); }},
       {"searching", [this] { search(); }},
@@ -199,26 +187,18 @@ class FaultMatrix : public FaultMatrixTest {
          press(find<QWidget>(console(), "StringFunHelp"), "LoadButton(7)");
        }},
       {"full-box", [this] { fillRecording(), press("SendCommand(3)"), settle(); }},
-      {"load-box",
-       [this] {
-         platform_.script().expectOpenFile(std::nullopt, [this] { strikeInExchange(); });
-         press("LoadButton(5)");
-       }},
-      {"save-box",
-       [this] {
-         platform_.script().expectSaveFile(std::nullopt, [this] { strikeInExchange(); });
-         press("LoadButton(4)");
-       }},
+      {"load-box", [this] { script_.expectOpenFile({}, in_exchange_), press("LoadButton(5)"); }},
+      {"save-box", [this] { script_.expectSaveFile({}, in_exchange_), press("LoadButton(4)"); }},
       {"unread-box",
        [this] {
-         platform_.script().expectOpenFile("/none");
+         script_.expectOpenFile("/none");
          strikeUnderBox("Error Reading file: /none", box::kExclamation);
          press("LoadButton(5)");
        }},
       {"closing",
        [this] {
          press("SendCommand(3)", 2);
-         after(0s, [this] { strike(); });
+         strikeNext();
          console().close();
          settle();
        }},
@@ -244,7 +224,7 @@ class FaultMatrix : public FaultMatrixTest {
     bus_.emplace(std::vector{UnitOptions{.address = address}});
     platform_.attach(1, *bus_);
     start();
-    chooseProtocol();
+    choose(protocol_);
     for (int row = 0; row < 11; ++row) commandField(row).setText(QString("/%1&").arg(address));
     next_ = [this] { press("SendCommand(4)", 100); };
     lookAt(3);
@@ -272,6 +252,3 @@ class FaultMatrix : public FaultMatrixTest {
 
 TEST_F(FaultMatrix, OfDt) { expectEveryCell(kDt, "DTProtocol"); }
 TEST_F(FaultMatrix, OfOem) { expectEveryCell(kOem, "OEMProtocol"); }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -1,11 +1,10 @@
 #include "support/files.h"
 #include "support/window_test.h"
 
-namespace mvdirigo {
-namespace {
+using namespace mvdirigo;
 
 /// Markup, an entity, formats, a terminal's sequence, paths, and more than fits a screen.
-std::string hostile() {
+static std::string hostile() {
   return "<img src=/etc/passwd><b>x</b>&lt;%1%n%s[*]\x1B]0;x\x07\x9B"
          "31m\t\v../../etc `id`" +
          std::string(5000, 'w');
@@ -37,13 +36,11 @@ class HostileText : public WindowTest {
                         text.contains(QRegularExpression("<(img|b)\\b"));
     const bool control = text.contains(QRegularExpression(
         "[\\x00-\\x08\\x0B-\\x1F\\x7F-\\x9F\\x{202A}-\\x{202E}\\x{2028}\\x{2029}]"));
-    if (markup || control || text.size() > 2000) {
-      stuck_ += where +
-                (markup    ? " as markup"
-                 : control ? " with controls"
-                           : " endless") +
-                ": " + text.left(60) + "\n";
-    }
+    const QString what = markup               ? " as markup: "
+                         : control            ? " with controls: "
+                         : text.size() > 2000 ? " endless: "
+                                              : "";
+    if (!what.isEmpty()) stuck_ += where + what + text.left(60) + "\n";
   }
 
   QString stuck_;
@@ -99,6 +96,3 @@ TEST_F(HostileText, IsShownAsTextWhereverItComesFrom) {
   press(*program_->update(), "cmdLoadImage");
   lookAround();
 }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -6,8 +6,7 @@
 #include <QtWidgets>
 #include <gtest/gtest.h>
 
-namespace mvdirigo {
-namespace {
+using namespace mvdirigo;
 
 /// Between two colours, from 1 to 21, by the Web Content Accessibility Guidelines.
 double contrast(QColor one, QColor other) {
@@ -45,6 +44,3 @@ TEST(Icons, AreReadableInEveryPalette) {
   }
   QApplication::setPalette(before);
 }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -1,8 +1,6 @@
 #include "support/window_test.h"
 
-namespace mvdirigo {
-namespace {
-
+using namespace mvdirigo;
 using namespace std::chrono_literals;
 
 const std::string kNothingFound =
@@ -162,14 +160,30 @@ TEST_F(SettingsWindow, FindsNoPortWhileTheConsoleHoldsOneAndSaysSo) {
   search();
 }
 
-TEST_F(SettingsWindow, StopsLoadingSilentlyAtABadBaudRate) {
-  for (const std::string row : {"9", "x", "-1", "6"}) {
-    store("Settings", "BaudRate", row);
-    store("Settings", "RCVTimeout", "777");
-    store("Settings", "CommPortSetting", "5");
+TEST_F(SettingsWindow, TakesOddStoredSettingsAsTheyStandAndNoneBehindABadRate) {
+  const struct {
+    std::string count, timeout, rate;
+    int rows, interval;
+    std::string choices;
+  } cases[] = {{"abc", "abc", "0", 10, 4000, "abc,5,abc,0,DT"},
+               {"", "", "1", 10, 4000, ",5,,1,DT"},
+               {"0", "0", "2", 0, 4000, "0,5,0,2,DT"},
+               {"-3", "-5", "0", 0, 4000, "-3,5,-5,0,DT"},
+               {"-99999", "1", "0", 10, 1, "-99999,5,1,0,DT"},
+               {"2.5", "90000", "0", 2, 90000, "2.5,5,90000,0,DT"},
+               {"11", "777", "x", 11, 3000, "11,5,3000,-1,DT"},
+               {"11", "777", "-1", 11, 3000, "11,5,3000,-1,DT"},
+               {"11", "777", "6", 11, 3000, "11,5,3000,-1,DT"}};
+  store("Settings", "CommPortSetting", "5");
+  for (const auto& c : cases) {
+    store("Settings", "MaxStrings", c.count);
+    store("Settings", "RCVTimeout", c.timeout);
+    store("Settings", "BaudRate", c.rate);
     start();
-    EXPECT_EQ(choices(), "11,5,3000,-1,DT") << row;
-    EXPECT_EQ(console().replyTimeOutMs(), 3000) << "as the field shows";
+    EXPECT_EQ(choices(), c.choices);
+    EXPECT_EQ(shownRows(), c.rows) << c.count;
+    EXPECT_GT(onConsole("ConsoleScreen").sizeHint().height(), 200) << c.count;
+    EXPECT_EQ(console().replyTimeOutMs(), c.interval) << c.timeout;
   }
 }
 
@@ -198,7 +212,7 @@ TEST_F(SettingsWindow, StoresOnOkAndAppliesAtTheNextSend) {
   EXPECT_EQ(lineStatus(), "COM7,9600 baud,DT,closed");
   list("lstBaudRate").setCurrentRow(2);
   EXPECT_EQ(lineStatus(), "COM7,38400 baud,DT,closed");
-  find<QRadioButton>(settings(), "OEMProtocol").click();
+  choose("OEMProtocol");
   EXPECT_EQ(lineStatus(), "COM7,38400 baud,OEM,closed");
   press(settings(), "cmdOK");
   EXPECT_EQ(platform_.times_links_forgotten, 1);
@@ -223,16 +237,11 @@ TEST_F(SettingsWindow, TakesBackOnEscapeWhatWasNotStored) {
   EXPECT_EQ(stored("Settings", "CommPortSetting"), "9");
   takeSaves();
   const std::function<void()> detours[] = {
-      [this] { find<QRadioButton>(settings(), "OEMProtocol").click(); },
-      [this] {
-        press("SendCommand(0)");
-        EXPECT_TRUE(portOpen()) << "to try the port";
-      },
+      [this] { choose("OEMProtocol"); },
+      [this] { press("SendCommand(0)"); },  // to try the port
       [this] { settings().hide(); },
-      [this] {
-        press(settings(), "cmdUpdate");
-        press(*program_->update(), "cmdClose");
-      }};
+      [this] { press(settings(), "cmdUpdate"), press(*program_->update(), "cmdClose"); },
+  };
   for (const auto& detour : detours) {
     openDialog();
     setting("CommPortSetting").setText("2");
@@ -341,6 +350,3 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
   EXPECT_TRUE(takeSaves().find("FirstTimeStartup") == std::string::npos);
   EXPECT_TRUE(ended_ && !portOpen());
 }
-
-}  // namespace
-}  // namespace mvdirigo

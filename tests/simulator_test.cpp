@@ -1,38 +1,81 @@
 #include <gtest/gtest.h>
 
 #include "simulator/model/simulated_bus.h"
-#include "support/fault_number.h"
 #include "support/port_refusals.h"
 #include "support/virtual_test.h"
 
-namespace mvdirigo {
-namespace {
+using namespace mvdirigo;
 
-/// A far end that sends every byte it hears back at once.
-struct Echo : SimulatedLine {
-  void receive(char byte, int host_baud, SimTime) override {
-    waiting += byte;
-    last_baud = host_baud;
+/// A host without a console: sends bytes to a unit and gathers what comes back.
+class Host : private SimulatedBus {
+ public:
+  Host() : SimulatedBus(std::vector<UnitOptions>(1)) {}
+
+  std::string ask(const std::string& bytes, SimTime patience = std::chrono::milliseconds(400)) {
+    for (const char byte : bytes) receive(byte, 9600, now_ += byteTime(9600));
+    return advance(now_ += patience, 9600);
   }
-  std::optional<SimTime> nextEvent() const override { return std::nullopt; }
-  std::string advance(SimTime, int) override { return std::exchange(waiting, {}); }
+  /// The data of a DT answer, with its status character in front.
+  std::string askDt(const std::string& command) {
+    const std::string answer = ask(command + "\r");
+    if (!answer.starts_with("\xFF/0") || !answer.ends_with("\x03\r\n")) return "not an answer";
+    return answer.substr(3, answer.size() - 6);
+  }
 
-  int last_baud = 0;
-  std::string waiting;
+ private:
+  SimTime now_ = std::chrono::seconds(100);
 };
 
-class VirtualMachine : public VirtualTest {
- protected:
+TEST(SimulatedUnit, AnswersWithStatusDataAndTheErrorCode) {
+  Host host;
+  const std::pair<const char*, const char*> rows[] = {
+      {"/1!", "`100 3A7"}, {"/1?12", "c"}, {"/1Q5R", "b"},     {"/1[11111", "c"},
+      {"/1", "`"},         {"/1F", "`0"},  {"/1/1V100R", "`"}, {"/1?2", "`100"}};
+  for (const auto& [command, answer] : rows) EXPECT_EQ(host.askDt(command), answer) << command;
+}
+
+TEST(SimulatedUnit, IsBusyWhileItMovesAndComesToRest) {
+  Host host;
+  EXPECT_EQ(host.askDt("/1A1000M500D200R"), "@");
+  EXPECT_EQ(host.askDt("/1?0"), "@810");  // 400 ms and 5 bytes at 2000 steps/s
+  EXPECT_EQ(host.askDt("/1P5R"), "O");
+  host.ask("", std::chrono::seconds(1));
+  EXPECT_EQ(host.askDt("/1?0"), "`800");
+  host.askDt("/1gP10M10G0R");
+  EXPECT_EQ(host.askDt("/1T"), "`") << "ends a loop without end";
+}
+
+TEST(SimulatedUnit, DoesNotExecuteARepeatTwice) {
+  Host host;
+  const std::string answer = "\x02\x30@\x03q";
+  EXPECT_EQ(host.ask("\x02\x31\x32P100R\x03\x31"), answer);
+  EXPECT_EQ(host.ask("\x02\x31:P100R\x03\x39"), answer);
+  EXPECT_EQ(host.askDt("/1?0"), "`100");
+  EXPECT_EQ(host.ask("\x02lost\x02\x31\x34P100R\x03\x37"), answer) << "STX begins a frame anew";
+  EXPECT_EQ(host.ask("\x02\x31=?0\x03\x02"), "\x02\x30`200\x03\x63")
+      << "a repeat never heard before";
+}
+
+TEST(SimulatedUnit, AnswersAChangeOfRateAtTheOldOneAndForgetsItInAnUpdate) {
+  SimulatedUnit unit({});
+  const LineFaults none({}, 1);
+  std::vector<int> rates;
+  for (const char byte : std::string("/1b57600R\r/1[40617\r")) {
+    if (const auto answer = unit.receive(byte, {}, none)) rates.push_back(answer->baud);
+  }
+  EXPECT_EQ(rates, (std::vector{9600, 57600}));
+  unit.advance(std::chrono::seconds(10));
+  EXPECT_EQ(unit.baud(), 9600);
+}
+
+struct VirtualMachine : VirtualTest {
   VirtualMachine() {
-    platform_.attach(3, echo_);
+    platform_.attach(3, silence_);
     port_->setCommPort(3);
-    port_->setRThreshold(1);
-    port_->setInputLen(1);
   }
 
-  Echo echo_;
-  std::string read_;
-  std::unique_ptr<SerialPort> port_ = platform_.makeSerialPort([this] { read_ += port_->Input(); });
+  SimulatedBus silence_{{}};
+  std::unique_ptr<SerialPort> port_ = platform_.makeSerialPort([] {});
 };
 
 TEST_F(VirtualMachine, SaysWhereItsScriptWasLeftAndThatAWaitNeverEnds) {
@@ -47,33 +90,14 @@ TEST_F(VirtualMachine, SaysWhereItsScriptWasLeftAndThatAWaitNeverEnds) {
                 "never shown: box \"Left\" of style 0"}));
 }
 
-TEST_F(VirtualMachine, TellsWhatIsDueAndWhen) {
-  platform_.runFor(1000);
-  const auto timer = platform_.makeTimer([] {});
-  timer->setInterval(250);
-  timer->setEnabled(true);
-  after(std::chrono::hours(1), [] {});
-  port_->setPortOpen(true);
-  port_->Output("a");
-  platform_.socket(3).deliver("b");
-  EXPECT_EQ(platform_.queue().describe(),
-            "at 28801.000000000 s are due\n"
-            "  +0.000000000 s OnComm COM3\n"
-            "  +0.001041666 s byte leaves COM3\n"
-            "  +0.250000000 s timer tick, ms: 250\n"
-            "  +3600.000000000 s the test acts");
-}
-
 TEST_F(VirtualMachine, CarriesBytesAtItsBaudRate) {
   port_->setPortOpen(true);
+  port_->setSettings("57600");
   const SimTime start = platform_.now();
   port_->Output("abc");
   platform_.runUntil([&] { return port_->OutBufferCount() == 1; }, 1000);
-  EXPECT_EQ(platform_.now(), start + 2 * byteTime(9600));
-  port_->setSettings("57600,N,8,1");
-  platform_.runUntilIdle();
-  EXPECT_EQ(echo_.last_baud, 57600);
-  EXPECT_EQ(read_, "abc");
+  EXPECT_EQ(platform_.now(), start + 2 * byteTime(57600));
+  EXPECT_EQ(platform_.socket(3).sent, "ab");
 }
 
 TEST_F(VirtualMachine, RefusesAsARealPort) {
@@ -84,6 +108,3 @@ TEST_F(VirtualMachine, RefusesAsARealPort) {
   other->setCommPort(4);
   EXPECT_EQ(faultNumber([&] { other->setPortOpen(true); }), 8002);
 }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -3,19 +3,11 @@
 #include <cstring>
 #include <map>
 
-#include <gtest/gtest.h>
-
-#include "simulator/model/simulated_bus.h"
 #include "simulator/model/update_image.h"
-#include "support/chosen_settings.h"
-#include "support/files.h"
-#include "support/virtual_test.h"
-#include "update/firmware_update.h"
-#include "update/flash_reply.h"
+#include "support/update_window.h"
+#include "update/update_file.h"
 
-namespace mvdirigo {
-namespace {
-
+using namespace mvdirigo;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
@@ -51,49 +43,6 @@ class Unit : public SimulatedBus {
   std::string command_;
 };
 
-/// The dialog: keeps what it was told.
-class DialogDouble : public FirmwareUpdate::Window {
- public:
-  WindowLife life;
-  /// Without the "Status: " that each begins with.
-  std::vector<std::string> statuses;
-  std::string spins, traffic, baud = "57600";
-  std::vector<int> steps;
-  std::size_t sent = 0, all = 0;
-  bool update_enabled = false, pause_enabled = false, enlarged = false, verbose_checked = false;
-  int unit = 1;
-  std::function<void(const std::string&)> on_status = [](const std::string&) {};
-
-  bool verbose() const override { return verbose_checked; }
-  void printTraffic(FlashLink::Direction direction, std::string_view bytes) override {
-    traffic += direction == FlashLink::Direction::kSent ? ">" : "<";
-    traffic += "[" + std::string(bytes) + "]";
-  }
-  void setStatus(const std::string& text) override {
-    EXPECT_TRUE(text.starts_with("Status: ")) << text;
-    statuses.push_back(text.substr(8));
-    on_status(statuses.back());
-  }
-  void setSpinner(const std::string& text) override { spins += text; }
-  int progress() const override { return steps.back(); }
-  void setProgress(int percent) override { steps.push_back(percent); }
-  void enableUpdate(bool enabled) override { update_enabled = enabled; }
-  void enlarge() override { enlarged = true; }
-  void enablePause(bool enabled) override { pause_enabled = enabled; }
-  void showEndOfStatus() override {}
-  void showFile(const UpdateFileFacts&) override {}
-  void startTransfer(std::size_t bytes) override { sent = 0, all = bytes; }
-  void setSent(std::size_t bytes) override { sent = bytes; }
-  void closeConsolePort() override {}
-  int unitNumber() const override { return unit; }
-  std::string baudText() const override { return baud; }
-  void selectFirstBaud() override { baud = "9600"; }
-};
-
-const std::string kConfirm =
-    "Are you sure you want to continue? \r\n\r\n- Disconnect all other devices from serial bus.\r\n"
-    "- Terminate connections for high baud rates.\r\n\r\n"
-    "- DO NOT POWER OFF DEVICE until update is complete.";
 const std::string kOk = "OK", kNone = "None";
 const std::string kTerminating = "Terminating Commands...";
 const std::string kSettling = "Negotiating baud rate...";
@@ -102,28 +51,16 @@ const std::string kValidating = "Validating ZRF file...";
 const std::string kValid = "ZRF file OK...";
 const std::string kEntering = "Entering update mode...";
 const std::string kSending = "Transmitting data...";
-const std::string kLineTimeout = "Timeout. No Movane detected.";
-
-struct Box {
-  std::string text;
-  int style = 0;
-  BoxButton answer = BoxButton::kOk;
-  std::function<void()> while_open = {};
-};
-constexpr BoxButton kCancel = BoxButton::kCancel;
-const Box kUnable = {"Unable to validate ZRF file!", 49, kCancel};
 const Box kGoOn = {kUnable.text, kUnable.style};
 const Box kWrongModel = {
     "This ZRF update file does not work with this stepper model or this model can not be field "
     "upgraded.",
-    65, kCancel};
+    65, BoxButton::kCancel};
 const Box kFailedUnit = {
     "Unable to validate file for this controller state.\r\r"
     "The controller has not passed self-validation.\rTake care to ensure this is the correct "
     "update for this particular stepper controller.",
     48};
-const Box kPieceTimeout = {" 5 Timeout waiting for response, Exiting"};
-const Box kLineGone = {"MSComm_OnComm() Error #: 57 :: Device I/O error"};
 
 std::string bytes(std::size_t count) {
   std::string text(count, '\0');
@@ -131,92 +68,98 @@ std::string bytes(std::size_t count) {
   return text;
 }
 
-class UpdateTest : public VirtualTest {
+class UpdateTest : public UpdateWindow {
  protected:
-  UpdateTest() { openDialog(); }
+  UpdateTest() {
+    store("Settings", "CommPortSetting", "3");
+    start();
+    press("LoadButton(3)");
+  }
 
-  void plugIn(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
+  void openDialog(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
+    if (program_->update() != nullptr) press(dialog(), "cmdClose");
+    platform_.detach(3);
     const auto say = [this](SimTime delay, char byte) {
       after(delay, [this, byte] { platform_.socket(3).deliver({byte}); });
     };
     unit_ = std::make_unique<Unit>(say, unit, bus);
     platform_.attach(3, *unit_);
+    press(settings(), "cmdUpdate");
+    target("cboBaud", "57600");
+    statuses_.clear();
+    on_status_ = {};
+    QObject::connect(&display("txtStatus"), &QLineEdit::textChanged, [this](const QString& text) {
+      statuses_.push_back(text.toStdString().substr(8));
+      if (on_status_) on_status_();
+    });
   }
-  void openDialog(const UnitOptions& unit = {}, const BusOptions& bus = {}) {
-    update_.reset();
-    platform_.detach(3);
-    plugIn(unit, bus);
-    dialog_ = std::make_unique<DialogDouble>();
-    update_ = std::make_unique<FirmwareUpdate>(platform_, *dialog_, dialog_->life);
-    update_->Form_Load(chosen_);
-  }
-  /// Loads the update file, which holds `content`, or what it held before.
-  void choose(const std::optional<std::string>& content = std::nullopt) {
-    if (content) writeFile(file_, *content);
-    platform_.script().expectOpenFile(file_.string());
-    update_->cmdLoadImage_Click();
-  }
-  /// The same in a new dialog, for another unit.
+  /// Loads the update file, which holds `content`, or what it held before, in a new dialog for a
+  /// new unit.
   void load(const std::optional<std::string>& content = {}, const BusOptions& bus = {},
             const UnitOptions& unit = {}) {
     openDialog(unit, bus);
-    choose(content);
+    if (content) writeFile(image_, *content);
+    UpdateWindow::load(image_);
   }
-  /// Runs `action` when the dialog shows `status` for the nth time.
-  void at(const std::string& status, std::function<void()> action, int nth = 1) {
-    dialog_->on_status = [=](const std::string& shown) mutable {
-      if (shown == status && --nth == 0) action();
+  void target(const char* which, const char* choice) {
+    find<QComboBox>(dialog(), which).setCurrentText(choice);
+  }
+  /// Runs `action` when the dialog shows `status`.
+  void at(const std::string& status, std::function<void()> action) {
+    on_status_ = [=, this] {
+      if (statuses_.back() == status) action();
     };
   }
   /// A whole update that shows these boxes and leaves the dialog idle.
   void update(const std::string& last_status, const std::vector<Box>& boxes = {}) {
-    platform_.script().expectBox(kConfirm, 68, BoxButton::kYes);
-    for (const auto& [text, style, answer, while_open] : boxes) {
-      platform_.script().expectBox(text, style, answer, while_open);
-    }
-    update_->cmdUpdate_Click();
-    EXPECT_EQ(dialog_->statuses.back(), last_status);
-    EXPECT_TRUE(dialog_->update_enabled);
-    EXPECT_FALSE(dialog_->pause_enabled);
+    expectConfirmation();
+    expectBoxes(boxes);
+    press(dialog(), "cmdUpdate");
+    EXPECT_EQ(display("txtStatus").text().toStdString(), "Status: " + last_status);
+    EXPECT_TRUE(enabled("cmdUpdate") && !enabled("cmdPause"));
     for (const auto& problem : platform_.takeProblems()) ADD_FAILURE() << problem;
   }
 
-  TemporaryFolder folder_;
-  fs::path file_ = folder_.path / "image.zrf";
-  ChosenSettings chosen_;
-  std::unique_ptr<DialogDouble> dialog_;
   std::unique_ptr<Unit> unit_;
-  std::unique_ptr<FirmwareUpdate> update_;
+  std::vector<std::string> statuses_;
+  std::function<void()> on_status_;
 };
 
 TEST_F(UpdateTest, SendsEverythingInOrderAtTheRightRate) {
-  load("103A7" + bytes(597), {}, {.address = '@'});
-  dialog_->unit = 15;
-  at(kTerminating, [&] { dialog_->unit = 3, dialog_->baud = "9600"; });
+  load("103A7" + bytes(597), {.faults = {{FaultKind::kLate, 20}}}, {.address = '@'});
+  target("cboID", "15");
+  at(kTerminating, [&] { target("cboID", "3"), target("cboBaud", "9600"); });
+  QString spins;
+  std::vector<int> steps;
+  QObject::connect(&display("txtSpinner"), &QLineEdit::textChanged,
+                   [&](const QString& position) { spins += position; });
+  QObject::connect(&find<QProgressBar>(dialog(), "pgbUpdate"), &QProgressBar::valueChanged,
+                   [&](int percent) { steps.push_back(percent); });
   update(kOk);
   EXPECT_EQ(unit_->unit(0).image(), bytes(597) + "   ");
   EXPECT_EQ(unit_->heard, "9600:\xAA/@T\r/@b57600R\r57600:/@&\r/@!\r/@]40617\r");
-  EXPECT_EQ(dialog_->statuses,
-            (std::vector<std::string>{"Loaded " + file_.string(), kTerminating, kSettling, kSettled,
+  EXPECT_EQ(statuses_,
+            (std::vector<std::string>{"Loaded " + image_, kTerminating, kSettling, kSettled,
                                       kValidating, "***FULL UPDATE*** " + kValid, kEntering,
                                       kSending, "Transfer complete...", kOk}));
-  EXPECT_EQ(dialog_->spins, "-/|\\-/|\\-/|\\-/| ");  // Pieces 0, 7, ... 98; 7 is 3 modulo 4.
-  EXPECT_EQ(dialog_->steps.size(), 4 + 14);          // 42 bytes, the first time 36, per step.
-  dialog_->steps.resize(6);
-  EXPECT_EQ(dialog_->steps, (std::vector{5, 2, 10, 20, 25, 30}));
+  EXPECT_EQ(spins, "-/|\\-/|\\-/|\\-/| ");  // Pieces 0, 7, ... 98; 7 is 3 modulo 4.
+  EXPECT_EQ(steps.size(), 4 + 14);          // 42 bytes, the first time 36, per step.
+  steps.resize(6);
+  EXPECT_EQ(steps, (std::vector{5, 2, 10, 20, 25, 30}));
 }
 
 TEST_F(UpdateTest, DeliversThePayloadAtEveryRate) {
-  const std::string rates[] = {"9600", "19200", "38400", "57600"};
+  const char* const rates[] = {"9600", "19200", "38400", "57600"};
   int round = 0;
-  for (const std::size_t length : {5U, 6U, 7U, 11U, 12U, 13U, 65536U, 1048576U}) {
+  for (const std::size_t length : {5U, 6U, 7U, 11U, 12U, 13U, 70000U}) {
     for (const std::string start : {"103A7", "003A7", "603A7", "1103"}) {
       std::string content = start + bytes(length);
       content.resize(length);
       load(content);
-      dialog_->baud = rates[round++ % 4];
+      target("cboBaud", rates[round++ % 4]);
       update(kOk);
-      EXPECT_EQ(dialog_->sent, dialog_->all);
+      const QString progress = display("TransferProgress").text();
+      EXPECT_EQ(progress.section(" of ", 0, 0) + " bytes", progress.section(" of ", 1));
       EXPECT_TRUE(unit_->unit(0).image() == imageOfUpdateFile(content)) << start << " " << length;
     }
     ++round;
@@ -227,7 +170,7 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
   const std::string x299(299, 'x');
   const Box no_version = {
       "Unable to get a valid version string from stepper controller. Got: \\x02" + x299 + "\u2026",
-      65, kCancel};
+      65, BoxButton::kCancel};
   const Box critical = {
       "Critical Upgrade must use Partial upgrade files only. Please re-try the update with the "
       "Partial Upgrade file. Exiting...",
@@ -260,25 +203,23 @@ TEST_F(UpdateTest, EndsEachWayInItsOwnWords) {
 }
 
 TEST_F(UpdateTest, CallsASuccessAtTheTenthTryInvalidAndGoesOnAfterTenFailures) {
-  choose("003A7" + bytes(20));
+  load("003A7" + bytes(20));
   unit_->answers["&"] = "";
   update(kOk, std::vector(10, kGoOn));
   EXPECT_EQ(unit_->unit(0).image(), bytes(20) + "    ");
 
   load();
   unit_->answers["&"] = "";
-  const auto answer = [&] { unit_->answers.erase("&"); };
-  at(kValidating, answer, 10);
-  update("Invalid ZRF update file...", std::vector(9, kGoOn));
+  std::vector boxes(9, kGoOn);
+  boxes.back().while_open = [&] { unit_->answers.erase("&"); };
+  update("Invalid ZRF update file...", boxes);
 }
 
 TEST_F(UpdateTest, LooksForANumberInNoVersionButInEarlierAnswers) {
-  dialog_->baud = "9600";  // The only rate at which a restarted unit hears this dialog's port.
-  choose("003A7" + bytes(20));
+  load("003A7" + bytes(20));
+  target("cboBaud", "9600");  // The only rate at which a restarted unit hears this dialog's port.
   unit_->answers = {{"&", "/0`123 v7.02\r"}, {"!", ""}};
-  const auto answer = [&] { unit_->answers.clear(); };
-  at(kValidating, answer, 2);
-  update(kOk, {kGoOn});
+  update(kOk, {{kGoOn.text, kGoOn.style, BoxButton::kOk, [&] { unit_->answers.clear(); }}});
   platform_.runFor(5000);
   unit_->answers["!"] = "";
   update(kValidating, {kWrongModel});
@@ -289,27 +230,27 @@ TEST_F(UpdateTest, LeavesTheBaudRateToAUnitWithoutFirmware) {
     load("003A7" + bytes(20), {.paced = paced}, {.valid_firmware = false});
     update(kOk, {kFailedUnit});
     EXPECT_EQ(unit_->heard, "9600:\xAA/1T\r/1&\r/1[40617\r");
-    EXPECT_EQ(dialog_->baud, "9600");
+    EXPECT_EQ(find<QComboBox>(dialog(), "cboBaud").currentText(), "9600");
   }
 }
 
 TEST_F(UpdateTest, EndsWhenThePromptCameBeforeItsCommand) {
-  dialog_->verbose_checked = true;
+  load("003A7" + bytes(20));
+  find<QAbstractButton>(dialog(), "Verbose").click();
   at(kEntering, [&] { platform_.socket(3).deliver("?"); });
-  choose("003A7" + bytes(20));
   update(kEntering, {{"Response: ''. Exiting...", 112}});
-  EXPECT_TRUE(dialog_->enlarged);
-  EXPECT_TRUE(dialog_->traffic.starts_with(">[\xAA]>[/1T\r]<[")) << dialog_->traffic;
+  platform_.runFor(100);
+  const QString traffic = find<QPlainTextEdit>(dialog(), "Traffic").toPlainText();
+  EXPECT_TRUE(traffic.startsWith("> \u00AA\n> /1T\\r\n< ")) << traffic.toStdString();
 }
 
 TEST_F(UpdateTest, StaysAbortedAfterAReceiveTimeOutUntilTheDialogIsLoadedAgain) {
   load("003A7" + bytes(100), {.faults = {{FaultKind::kSilent, 0, 5}}});
-  dialog_->baud = "9600";
+  target("cboBaud", "9600");
   unit_->answers["&"] = "v7.01\r";
   const auto look = [&] {
-    EXPECT_TRUE(dialog_->update_enabled && dialog_->pause_enabled);
-    EXPECT_EQ(dialog_->steps.back(), 0);
-    update_->cmdUpdate_Click();  // Ignored: the first update still waits.
+    EXPECT_TRUE(enabled("cmdUpdate") && enabled("cmdPause") && bar() == "0%");
+    press(dialog(), "cmdUpdate");  // Ignored: the first update still waits.
   };
   at(kLineTimeout, [&] { after(1s, look); });
   update(kLineTimeout, {kPieceTimeout});
@@ -330,18 +271,17 @@ TEST_F(UpdateTest, ReopensThePortAtAReceiveTimeOutAndEndsWhenThatFails) {
   update(kLineTimeout, {kPieceTimeout});
   EXPECT_EQ(platform_.now(), timed_out);
   platform_.socket(3).refusal.reset();
-  chosen_.timeout = "15000";
+  setting("RCVTimeout").setText("15000");
   load({}, silence);
-  dialog_->baud = "9600";
+  target("cboBaud", "9600");
   update(kSending, {kPieceTimeout});
-  update_->close();
-  plugIn();
+  unit_->setFaults({});
   unit_->answers["&"] = "v7.01\r";
   update(kOk);
 }
 
 TEST_F(UpdateTest, DropsACharacterThatCameWhileTheUnitSettled) {
-  choose("003A7" + bytes(20));
+  load("003A7" + bytes(20));
   SimTime start = platform_.now(), settling{};
   at(kSettled, [&] { settling = platform_.now() - start; });
   update(kOk);
@@ -349,14 +289,6 @@ TEST_F(UpdateTest, DropsACharacterThatCameWhileTheUnitSettled) {
   // Just in time for the port, but too late for the handler.
   after(settling, [&] { platform_.socket(3).deliver("?"); });
   update(kOk);
-}
-
-TEST_F(UpdateTest, CompletesWithALateAcknowledgementOfTheLastPiece) {
-  load("003A7" + bytes(60), {.faults = {{FaultKind::kLate, 2000, 10}}});
-  update(kOk);
-  EXPECT_EQ(unit_->unit(0).image(), bytes(60));
-  load({}, {.faults = {{FaultKind::kLate, 13000, 10}}});
-  update(kLineTimeout, {kPieceTimeout});
 }
 
 TEST_F(UpdateTest, DoesNotTakeARepeatedAcknowledgementForTheNextPieces) {
@@ -370,10 +302,10 @@ TEST_F(UpdateTest, DoesNotTakeARepeatedAcknowledgementForTheNextPieces) {
 TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
   const Box not_found = {"validUpdateFile() Error #: 53 :: File not found", 64};
   const Box no_file = {"validUpdateFile() Error #: 75 :: Path/File access error", 64};
-  const auto remove = [&] { fs::remove(file_); };
-  const auto make_fifo = [&] { remove(), ::mkfifo(file_.c_str(), 0600); };
-  const auto grow = [&] { fs::resize_file(file_, kLargestUpdateFile + 1); };
-  const auto holds = [&](std::string text) { return [=, this] { writeFile(file_, text); }; };
+  const auto remove = [&] { fs::remove(image_); };
+  const auto make_fifo = [&] { remove(), ::mkfifo(image_.c_str(), 0600); };
+  const auto grow = [&] { fs::resize_file(image_, kLargestUpdateFile + 1); };
+  const auto holds = [&](std::string text) { return [=, this] { writeFile(image_, text); }; };
   const std::string fault = "cmdUpdate_Click() Error #: ";
   struct Case {
     std::string when;
@@ -391,7 +323,7 @@ TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
       {kSending, holds("003A7"), {}, kOk}};
   for (const Case& c : cases) {
     SCOPED_TRACE(&c - cases);
-    fs::remove_all(file_);
+    fs::remove_all(image_);
     load("003A7" + bytes(600));
     at(c.when, c.change);
     update(c.status, c.boxes);
@@ -401,7 +333,7 @@ TEST_F(UpdateTest, ReportsAFileThatChangesUntilTheTransferStarts) {
 
 TEST_F(UpdateTest, ReportsADeviceThatVanishesUnderAWriteOnce) {
   const std::pair<std::string, std::string> cases[] = {
-      {"\xAA", "Loaded " + file_.string()}, {"/1&\r", kValidating}, {"piece ", kSending}};
+      {"\xAA", "Loaded " + image_}, {"/1&\r", kValidating}, {"piece ", kSending}};
   for (const auto& [command, status] : cases) {
     load("003A7piece ");
     platform_.socket(3).vanishes_at_write = command;
@@ -413,48 +345,39 @@ TEST_F(UpdateTest, ReportsADeviceThatVanishesUnderAWriteOnce) {
 }
 
 TEST_F(UpdateTest, ReportsWhatKeepsItFromStarting) {
-  const std::string unsuitable =
-      "Communication Settings are incompatible with update mode. Please lower the baud rate.";
-  for (std::string* setting : {&chosen_.port, &chosen_.baud, &chosen_.timeout}) {
-    const std::string suitable = std::exchange(*setting, "x");
-    const bool is_rate = setting == &chosen_.baud;
-    platform_.script().expectBox(unsuitable, 0);
+  auto& baud_rates = find<QListWidget>(settings(), "lstBaudRate");
+  const auto give = [&](const char* port, int rate, const char* time_out) {
+    setting("CommPortSetting").setText(port);
+    baud_rates.setCurrentRow(rate);
+    setting("RCVTimeout").setText(time_out);
+  };
+  const std::tuple<const char*, int, const char*, std::string> cases[] = {
+      {"x", 0, "1000", "13 :: Type mismatch"},
+      {"3", -1, "1000", "380 :: Invalid property value"},
+      {"3", 0, "x", "13 :: Type mismatch"}};
+  SimulatedBus of_another_port{{UnitOptions{}}};
+  platform_.attach(1, of_another_port);
+  for (const auto& [port, rate, time_out, fault] : cases) {
+    give(port, rate, time_out);
+    expectBox(
+        "Communication Settings are incompatible with update mode. Please lower the baud rate.");
     load("603A7");
-    SimulatedBus of_another_port{{UnitOptions{}}};
-    platform_.attach(1, of_another_port);
-    update("Loaded " + file_.string(),
-           {{std::string("cmdUpdate_Click() Error #: ") +
-             (is_rate ? "380 :: Invalid property value" : "13 :: Type mismatch")}});
+    update("Loaded " + image_, {{"cmdUpdate_Click() Error #: " + fault}});
     EXPECT_EQ(platform_.socket(1).sent + platform_.socket(3).sent, "");
-    platform_.detach(1);
-    *setting = suitable;
   }
+  give("3", 0, "1000");
   openDialog();
   platform_.script().expectOpenFile(std::nullopt);
-  platform_.script().expectBox("cmdLoadImage_Click() Error #: 32755 :: Cancel was selected.", 0);
-  update_->cmdLoadImage_Click();
-  EXPECT_FALSE(dialog_->update_enabled);
+  expectBox("cmdLoadImage_Click() Error #: 32755 :: Cancel was selected.");
+  press(dialog(), "cmdLoadImage");
+  EXPECT_FALSE(enabled("cmdUpdate"));
   const FileRequest& request = platform_.script().fileRequests().back();
   EXPECT_EQ(request.title + "/" + request.filter + "/" + request.default_extension,
             "Firmware Update/MVUpdate (*.zrf)|*.zrf/hex");
   EXPECT_TRUE(request.file_must_exist);
-  choose("603A7");
-  EXPECT_TRUE(dialog_->update_enabled);
-  platform_.script().expectBox(kConfirm, 68, BoxButton::kNo);
-  update_->cmdUpdate_Click();
-  EXPECT_EQ(dialog_->statuses.back(), kNone);
+  load("603A7");
+  UpdateWindow::update({}, BoxButton::kNo);
+  EXPECT_EQ(statuses_.back(), kNone);
   platform_.detach(3);
   update(kNone, {{"cmdUpdate_Click() Error #: 8002 :: Invalid port number"}});
 }
-
-TEST(FlashReply, KeepsTheNewestOfAReplyWithoutEndAndFindsANumberInIt) {
-  FlashReply reply;
-  reply.WantNumeric = reply.ReplyDone = true;
-  for (int i = 0; i < 100000; ++i) reply.append(i % 3 == 0 ? '0' : 'x');
-  for (const char c : std::string("//0`  7")) reply.append(c);
-  EXPECT_TRUE(reply.UpdateRxBuffer().ends_with("0xx0//0`  7"));
-  EXPECT_TRUE(reply.NumericSeen);
-}
-
-}  // namespace
-}  // namespace mvdirigo

@@ -1,8 +1,6 @@
 #include "support/update_window.h"
 
-namespace mvdirigo {
-namespace {
-
+using namespace mvdirigo;
 using namespace std::chrono_literals;
 
 TEST_F(UpdateWindow, UpdatesAUnitUndisturbedAndGivesTheLineBack) {
@@ -106,7 +104,6 @@ TEST_F(UpdateWindow, TellsWhatItIsAboutToSendAndNeverMindsAFileThatCannotBeRead)
   const std::string name = "<b>begin\n" + std::string(150, 'x') + ".zrf";
   load(folder_.path / name);
   EXPECT_EQ(summary().size(), 3);
-  EXPECT_TRUE(summary()[0].startsWith("<b>begin\uFFFDxx") && summary()[0].endsWith("xx.zrf"));
   EXPECT_LT(summary()[0].size(), 100);
   EXPECT_EQ(summary()[1], "Can't be read: File not found");
   EXPECT_TRUE(toolTip("Summary").contains(QString::fromStdString(folder_.path).left(10)));
@@ -130,6 +127,3 @@ TEST_F(UpdateWindow, StaysTheOnlyOneAndComesAloneToItsEndWhateverIsPressedWhileI
   press(dialog(), "cmdClose");
   EXPECT_TRUE(ended_ && !settings().isVisible());
 }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -15,20 +15,24 @@ constexpr char kEtx = 3;
 constexpr long kLargestAmount = 10'000'000;
 
 constexpr FaultType kTypes[] = {
-    {FaultKind::kSilent, "silent", 0, 0, "no answers; with @PIECE none from that piece on"},
-    {FaultKind::kLate, "late", 500, 500, "answers come AMOUNT ms late"},
-    {FaultKind::kDrop, "drop", 10, 100, "AMOUNT percent of the bytes of an answer are lost"},
-    {FaultKind::kDouble, "double", 10, 100, "AMOUNT percent of the bytes come twice"},
-    {FaultKind::kCorrupt, "corrupt", 10, 100, "AMOUNT percent of the bytes come changed"},
-    {FaultKind::kGarbageBefore, "garbage-before", 5, 5, "AMOUNT bytes of noise before an answer"},
-    {FaultKind::kLostEtx, "lost-etx", 100, 100, "the ETX is lost in AMOUNT percent of the answers"},
-    {FaultKind::kBadChecksum, "bad-checksum", 100, 100,
+    {FaultKind::kSilent, "silent", 0, 0, 0, "no answers; with @PIECE none from that piece on"},
+    {FaultKind::kLate, "late", 500, 500, kLargestAmount, "answers come AMOUNT ms late"},
+    {FaultKind::kDrop, "drop", 10, 100, 100, "AMOUNT percent of the bytes of an answer are lost"},
+    {FaultKind::kDouble, "double", 10, 100, 100, "AMOUNT percent of the bytes come twice"},
+    {FaultKind::kCorrupt, "corrupt", 10, 100, 100, "AMOUNT percent of the bytes come changed"},
+    {FaultKind::kGarbageBefore, "garbage-before", 5, 5, kLargestAmount,
+     "AMOUNT bytes of noise before an answer"},
+    {FaultKind::kLostEtx, "lost-etx", 100, 100, 100,
+     "the ETX is lost in AMOUNT percent of the answers"},
+    {FaultKind::kBadChecksum, "bad-checksum", 100, 100, 100,
      "the checksum is wrong in AMOUNT percent of the OEM answers"},
-    {FaultKind::kEndless, "endless", -1, -1, "AMOUNT bytes of noise follow an answer; -1 for ever"},
-    {FaultKind::kRefusePiece, "refuse-piece", 3, 3, "a piece is answered by \"Error AMOUNT\""},
-    {FaultKind::kVanish, "vanish-at", 0, 0,
+    {FaultKind::kEndless, "endless", -1, -1, kLargestAmount,
+     "AMOUNT bytes of noise follow an answer; -1 for ever"},
+    {FaultKind::kRefusePiece, "refuse-piece", 3, 3, kLargestAmount,
+     "a piece is answered by \"Error AMOUNT\""},
+    {FaultKind::kVanish, "vanish-at", 0, 0, kLargestAmount,
      "the device vanishes after AMOUNT bytes from the host, or instead of answering @PIECE"},
-    {FaultKind::kOtherRateGarbage, "other-rate-garbage", 0, 0,
+    {FaultKind::kOtherRateGarbage, "other-rate-garbage", 0, 0, 0,
      "a host at another rate than a unit's hears noise instead of nothing"},
 };
 
@@ -73,8 +77,9 @@ LineFault parseFault(std::string_view text) {
   if (fault.amount < std::min(type.default_amount, 0L)) {
     throw std::invalid_argument("the amount of \"" + std::string(type.name) + "\" is negative");
   }
-  if (fault.amount > kLargestAmount) {
-    throw std::invalid_argument("amounts go up to " + std::to_string(kLargestAmount));
+  if (fault.amount > type.largest_amount) {
+    throw std::invalid_argument("the amount of \"" + std::string(type.name) + "\" goes up to " +
+                                std::to_string(type.largest_amount));
   }
   if (fault.kind == FaultKind::kVanish && fault.piece == 0 && fault.amount == 0) {
     throw std::invalid_argument("\"vanish-at\" needs a number of bytes or a piece");

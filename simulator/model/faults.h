@@ -43,6 +43,7 @@ struct FaultType {
   long default_amount;
   /// The default with a piece named: damage that may happen to any answer is certain for that one.
   long default_amount_at_piece;
+  long largest_amount;
   const char* help;
 };
 [[nodiscard]] std::span<const FaultType> faultTypes();

@@ -10,29 +10,42 @@ namespace {
 
 constexpr long kFarthest = 2'147'483'647;
 
-/// What a program may consist of. Letters of `Motion::settings_` set what they name.
-struct Instruction {
-  char letter;
-  bool takes_operand;
-  long least, most;
-};
 constexpr Instruction kInstructions[] = {
-    {'A', true, 0, kFarthest},  // move to
-    {'P', true, 0, kFarthest},  // move forward by
-    {'D', true, 0, kFarthest},  // move back by
-    {'Z', true, 0, kFarthest},  // go home, at most so far
-    {'M', true, 0, 30'000},     // wait, in ms
-    {'H', true, 0, 14},         // wait for a switch
-    {'g', false, 0, 0},         // a loop begins
-    {'G', true, 0, 30'000},     // it ends; rounds, 0 for endless
-    {'V', true, 1, 1'000'000},  // velocity
-    {'v', true, 1, 1'000'000},  // start velocity
-    {'L', true, 0, 65'000},     // acceleration
-    {'j', true, 1, 256},        // microsteps a step
-    {'m', true, 0, 100},        // current while moving, in percent
-    {'h', true, 0, 100},        // current at rest, in percent
-    {'F', true, 0, 1},          // direction of counting
-    {'J', true, 0, 3},          // outputs, a bit each
+    {'A', true, 0, kFarthest, "move to a position, in steps"},
+    {'P', true, 0, kFarthest, "move forward, in steps"},
+    {'D', true, 0, kFarthest, "move back, in steps"},
+    {'Z', true, 0, kFarthest, "move home to 0, in steps at most"},
+    {'M', true, 0, 30'000, "wait, in ms"},
+    {'H', true, 0, 14, "wait for a switch; each closes by itself after 500 ms"},
+    {'g', false, 0, 0, "begin a loop"},
+    {'G', true, 0, 30'000, "end it after so many rounds; 0 for no end"},
+    {'V', true, 1, 1'000'000, "set the velocity, in steps/s"},
+    {'v', true, 1, 1'000'000, "set the start velocity; kept only"},
+    {'L', true, 0, 65'000, "set the acceleration; kept only"},
+    {'j', true, 1, 256, "set the microsteps of a step; kept only"},
+    {'m', true, 0, 100, "set the current while moving, in percent; kept only"},
+    {'h', true, 0, 100, "set the current at rest, in percent; kept only"},
+    {'F', true, 0, 1, "set the direction of counting; kept only"},
+    {'J', true, 0, 3, "set the outputs, a bit each; kept only"},
+};
+
+// What isn't a setting's letter.
+constexpr char kPosition = 0;
+constexpr char kTarget = 1;
+constexpr char kInputs = 2;
+constexpr Query kQueries[] = {
+    {kPosition, "the position"},
+    {'v', "the start velocity"},
+    {'V', "the velocity"},
+    {'L', "the acceleration"},
+    {kInputs, "the inputs, a bit each; all open"},
+    {'J', "the outputs, a bit each"},
+    {'j', "the microsteps of a step"},
+    {'m', "the current while moving, in percent"},
+    {'h', "the current at rest, in percent"},
+    {'F', "the direction of counting"},
+    {kPosition, "the position, as an encoder tells it"},
+    {kTarget, "where the last move ended"},
 };
 
 constexpr std::size_t kLongestProgram = 100;
@@ -47,6 +60,10 @@ constexpr long kInputsAllOpen = 15;
 bool isMove(char letter) { return std::string_view("APDZ").find(letter) != std::string_view::npos; }
 
 }  // namespace
+
+std::span<const Instruction> Motion::instructions() { return kInstructions; }
+
+std::span<const Query> Motion::queries() { return kQueries; }
 
 ReplyCode Motion::command(std::string_view text, SimTime now) {
   if (busy(now)) return ReplyCode::kBusy;
@@ -100,13 +117,18 @@ bool Motion::busy(SimTime now) {
 }
 
 std::optional<long> Motion::query(long index, SimTime now) {
+  if (index < 0 || index >= std::ssize(kQueries)) return std::nullopt;
   advance(now);
-  const long position = positionAt(now);
-  const long answers[] = {position,       settings_['v'], settings_['V'], settings_['L'],
-                          kInputsAllOpen, settings_['J'], settings_['j'], settings_['m'],
-                          settings_['h'], settings_['F'], position,       target_};
-  if (index < 0 || index >= std::ssize(answers)) return std::nullopt;
-  return answers[index];
+  switch (const char source = kQueries[index].source) {
+    case kPosition:
+      return positionAt(now);
+    case kTarget:
+      return target_;
+    case kInputs:
+      return kInputsAllOpen;
+    default:
+      return settings_.at(source);
+  }
 }
 
 void Motion::advance(SimTime now) {

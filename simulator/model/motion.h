@@ -2,6 +2,7 @@
 
 #include <map>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -12,6 +13,21 @@ namespace mvdirigo {
 /// The error code of a reply, as a simulated controller gives it.
 enum class ReplyCode { kNoError = 0, kInvalidCommand = 2, kInvalidOperand = 3, kBusy = 15 };
 
+/// What a program may consist of. What is "kept only" is given back by a query, and does nothing.
+struct Instruction {
+  char letter;
+  bool takes_operand;
+  long least, most;
+  const char* help;
+};
+
+/// What can be asked for by its place in the table.
+struct Query {
+  /// The letter of the instruction that sets the value, or where else it comes from.
+  char source;
+  const char* help;
+};
+
 /// A motor that runs small programs: it moves at constant velocity, and position and progress are
 /// worked out when somebody asks. Positions are in steps, velocities in steps/s.
 class Motion {
@@ -21,7 +37,10 @@ class Motion {
   void terminate(SimTime now);
   [[nodiscard]] bool busy(SimTime now);
 
-  /// The value of query "?0" to "?11"; none beyond.
+  [[nodiscard]] static std::span<const Instruction> instructions();
+  [[nodiscard]] static std::span<const Query> queries();
+
+  /// The value of the query at `index` in the table; none beyond.
   [[nodiscard]] std::optional<long> query(long index, SimTime now);
 
  private:

@@ -20,6 +20,8 @@ constexpr std::array kRates = {9600, 19200, 38400, 57600, 115200, 230400};
 // The ID answer's first word: the host looks for three digits next to the status character.
 constexpr const char* kIdPrefix = "100 ";
 
+constexpr std::string_view kAccessCode = "40617";
+
 constexpr char kRepeatBit = 8;
 
 char checksumOf(std::string_view bytes) {
@@ -143,7 +145,8 @@ std::string SimulatedUnit::answerWithoutFirmware(const std::string& body) {
 }
 
 bool SimulatedUnit::entersUpdate(const std::string& body) {
-  if (body != "[40617" && body != "]40617") return false;
+  const bool asks = body.starts_with('[') || body.starts_with(']');
+  if (!asks || std::string_view(body).substr(1) != kAccessCode) return false;
   updating_ = true;
   piece_.clear();
   image_.clear();
@@ -151,30 +154,59 @@ bool SimulatedUnit::entersUpdate(const std::string& body) {
   return true;
 }
 
-SimulatedUnit::Reply SimulatedUnit::execute(const std::string& body, SimTime now) {
-  if (body.empty()) return {ReplyCode::kNoError, {}};
-  if (body == "&") return {ReplyCode::kNoError, options_.version};
-  if (body == "!") return {ReplyCode::kNoError, kIdPrefix + options_.id};
-  if (body == "F") return {ReplyCode::kNoError, std::to_string(*motion_.query(9, now))};
-  const std::string_view operand = std::string_view(body).substr(1);
-  switch (body[0]) {
-    case 'T':
-      if (!operand.empty()) return {ReplyCode::kInvalidOperand, {}};
-      motion_.terminate(now);
-      return {ReplyCode::kNoError, {}};
-    case '?': {
-      const auto value = motion_.query(numberIn(operand).value_or(-1), now);
-      if (!value) return {ReplyCode::kInvalidOperand, {}};
-      return {ReplyCode::kNoError, std::to_string(*value)};
-    }
-    case 'b':
-      return {changeBaud(operand), {}};
-    case '[':
-    case ']':
-      return {ReplyCode::kInvalidOperand, {}};
-    default:
-      return {motion_.command(body, now), {}};
+std::span<const SimulatedUnit::Command> SimulatedUnit::commands() {
+  using Unit = SimulatedUnit;
+  using Text = std::string_view;
+  // What came whole, and as DT, has been taken before.
+  constexpr auto refuse = [](Unit&, Text, SimTime) {
+    return Reply{ReplyCode::kInvalidOperand, {}};
+  };
+  static constexpr Command kCommands[] = {
+      {"", "", "tell in the status whether it is ready",
+       [](Unit&, Text, SimTime) {
+         return Reply{ReplyCode::kNoError, {}};
+       }},
+      {"&", "", "tell the version",
+       [](Unit& unit, Text, SimTime) {
+         return Reply{ReplyCode::kNoError, unit.options_.version};
+       }},
+      {"!", "", "tell the processor's ID",
+       [](Unit& unit, Text, SimTime) {
+         return Reply{ReplyCode::kNoError, kIdPrefix + unit.options_.id};
+       }},
+      {"F", "", "tell the direction of counting",
+       [](Unit& unit, Text, SimTime now) { return unit.answerQuery(9, now); }},
+      {"?", "N", "tell the value N of the list below",
+       [](Unit& unit, Text operand, SimTime now) {
+         return unit.answerQuery(numberIn(operand).value_or(-1), now);
+       }},
+      {"T", "", "end the program that runs",
+       [](Unit& unit, Text, SimTime now) {
+         unit.motion_.terminate(now);
+         return Reply{ReplyCode::kNoError, {}};
+       }},
+      {"b", "RATER", "change the rate, as b19200R",
+       [](Unit& unit, Text operand, SimTime) {
+         return Reply{unit.changeBaud(operand), {}};
+       }},
+      {"[", kAccessCode, "take a partial update; as a DT command only", refuse},
+      {"]", kAccessCode, "take a full update; as a DT command only", refuse},
+  };
+  return kCommands;
+}
+
+SimulatedUnit::Reply SimulatedUnit::execute(std::string_view body, SimTime now) {
+  for (const Command& command : commands()) {
+    if (command.operand.empty() ? body != command.name : !body.starts_with(command.name)) continue;
+    return command.answer(*this, body.substr(command.name.size()), now);
   }
+  return {motion_.command(body, now), {}};
+}
+
+SimulatedUnit::Reply SimulatedUnit::answerQuery(long index, SimTime now) {
+  const auto value = motion_.query(index, now);
+  if (!value) return {ReplyCode::kInvalidOperand, {}};
+  return {ReplyCode::kNoError, std::to_string(*value)};
 }
 
 ReplyCode SimulatedUnit::changeBaud(std::string_view operand) {

@@ -46,6 +46,10 @@ class SimulatedUnit {
     int piece;
   };
 
+  /// A command that isn't a program for the motor.
+  struct Command;
+  [[nodiscard]] static std::span<const Command> commands();
+
   explicit SimulatedUnit(UnitOptions options)
       : options_(std::move(options)), baud_(options_.baud) {}
 
@@ -78,7 +82,8 @@ class SimulatedUnit {
   /// The answer to a whole OEM frame, from the address to the character before ETX.
   std::optional<std::string> answerOem(const std::string& frame, SimTime now);
   std::string answerWithoutFirmware(const std::string& body);
-  Reply execute(const std::string& body, SimTime now);
+  Reply execute(std::string_view body, SimTime now);
+  Reply answerQuery(long index, SimTime now);
   bool entersUpdate(const std::string& body);
   ReplyCode changeBaud(std::string_view operand);
   /// Host address, status, data and ETX.
@@ -101,6 +106,14 @@ class SimulatedUnit {
   SimTime last_heard_{};
   std::string piece_;
   std::string image_;
+};
+
+struct SimulatedUnit::Command {
+  std::string_view name;
+  /// What stands behind the name. Of a command without, the name is all there is.
+  std::string_view operand;
+  const char* help;
+  Reply (*answer)(SimulatedUnit& unit, std::string_view operand, SimTime now);
 };
 
 }  // namespace mvdirigo

@@ -55,9 +55,14 @@ void PortLink::leadTo(const fs::path& device) {
     return;
   }
   const fs::path made = path_.string() + ".new";
-  fs::remove(made);
-  fs::create_symlink(device, made);
-  fs::rename(made, path_);
+  try {
+    fs::remove(made);
+    fs::create_symlink(device, made);
+    fs::rename(made, path_);
+  } catch (const fs::filesystem_error& error) {
+    throw std::runtime_error("can't make the link " + path_.string() + ": " +
+                             error.code().message());
+  }
   target_ = device;
 }
 

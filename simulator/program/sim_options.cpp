@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -10,6 +11,8 @@
 #include <CLI/CLI.hpp>
 
 #include "platform/serial_port.h"
+#include "platform/version.h"
+#include "simulator/program/command_table.h"
 
 namespace mvdirigo {
 namespace {
@@ -46,24 +49,48 @@ std::string complaint(Parse parse, const std::string& text) {
 
 std::string faultHelp() {
   std::string help =
-      "Faults, as NAME[=AMOUNT][@PIECE]; @PIECE limits one to a piece of an update:\n";
+      "Faults, as NAME[=AMOUNT][@PIECE]; @PIECE limits one to a piece of an update. The amount\n"
+      "without one is in brackets:\n";
   for (const FaultType& type : faultTypes()) {
     help += "  " + std::string(type.name) + ": " + type.help;
-    if (type.default_amount > 0) help += " (" + std::to_string(type.default_amount) + ")";
+    if (type.default_amount != 0) {
+      help += " (" + std::to_string(type.default_amount);
+      if (type.default_amount_at_piece != type.default_amount) {
+        help += ", with @PIECE " + std::to_string(type.default_amount_at_piece);
+      }
+      help += ")";
+    }
     help += "\n";
   }
   return help;
 }
 
-void describeOptions(CLI::App& app, Typed& typed) {
+constexpr const char* kExamples = R"(
+Examples:
+  movane-sim
+      one unit on port 1, until Ctrl+C
+  movane-sim --paced --unit port=1 --unit port=2,address=3,baud=19200 -- mvdirigo
+      the console with a unit on each of two ports; both end together
+  movane-sim --fault drop --fault late=300 -- mvdirigo
+      a bad line: bytes are lost, and replies come late
+  movane-sim --check-image new.zrf -- mvdirigo
+      to try the update with new.zrf; ends with 0 when it arrived byte for byte
+
+Behind -- stands a command to run: movane-sim starts before it, ends with it, and exits with its
+exit code. Without a command, Ctrl+C ends movane-sim.
+)";
+
+void describeDevices(CLI::App& app, Typed& typed) {
   SimOptions& options = typed.options;
   app.add_option("--links", options.links, "Folder for the links com1 to com16")
       ->type_name("DIR")
       ->capture_default_str();
   app.add_option("--unit", typed.units,
-                 "A unit, as key=value,...: port=1..16, address=CHARACTER, protocol=dt|oem|both, "
-                 "baud=RATE, version=TEXT, id=HHH, firmware=valid|none. May be repeated; without "
-                 "units and empty ports there is one unit on port 1")
+                 "A unit, as key=value,...: port=1..16, address=CHARACTER,\n"
+                 "protocol=dt|oem|both, baud=RATE, version=TEXT, id=HHH,\n"
+                 "firmware=valid|none. May be repeated; without units and empty ports there\n"
+                 "is one. What isn't given is\n" +
+                     unitText({}))
       ->type_name("KEY=VALUE,...")
       ->expected(1)
       ->take_all()
@@ -73,33 +100,53 @@ void describeOptions(CLI::App& app, Typed& typed) {
       ->expected(1)
       ->take_all()
       ->check(CLI::Range(SerialPort::kLowestPort, SerialPort::kHighestPort));
+  app.add_option("--image-file", options.image_file,
+                 "Where to write an image that was received; else it is kept nowhere")
+      ->type_name("PATH");
+  app.add_option("--check-image", options.check_image,
+                 "Update file that every image received is compared with; unless one came\n"
+                 "and all match, the exit code is 1")
+      ->type_name("FILE")
+      ->check(CLI::ExistingFile);
+}
+
+void describeLine(CLI::App& app, Typed& typed) {
+  SimOptions& options = typed.options;
   app.add_option("--fault", typed.faults, "What goes wrong on all lines. May be repeated")
       ->type_name("NAME[=AMOUNT][@PIECE]")
       ->expected(1)
       ->take_all()
       ->check([](const std::string& text) { return complaint(parseFault, text); });
-  app.add_option("--seed", options.bus.seed, "Seed of the faults, to run again what was seen")
+  app.add_option("--seed", options.bus.seed,
+                 "Seed of the faults, to run again what was seen; else one is drawn, and told")
       ->type_name("NUMBER");
-  app.add_flag("--paced", options.bus.paced, "Bytes take their time on the line, both ways");
-  app.add_option("--gather", typed.gather_ms, "Bytes reach the host in bursts of so many ms")
+  app.add_flag("--paced", options.bus.paced,
+               "Bytes take their time on the line, both ways; else they take none");
+  app.add_option("--gather", typed.gather_ms,
+                 "Bytes reach the host in bursts of so many ms; else each when it comes")
       ->type_name("MS")
       ->check(CLI::Range(1, 1000));
   app.add_option("--return-after", options.return_after_ms,
-                 "A device that vanished comes back after so many ms")
+                 "A device that vanished comes back after so many ms; else it stays away")
       ->type_name("MS")
       ->check(CLI::NonNegativeNumber);
-  app.add_flag("--no-line-feed", typed.no_line_feed, "DT answers end in CR alone");
-  app.add_option("--image-file", options.image_file, "Where to write an image that was received")
-      ->type_name("PATH");
-  app.add_option("--check-image", options.check_image,
-                 "Update file that every image received is compared with; unless one came and all "
-                 "match, the exit code is 1")
-      ->type_name("FILE")
-      ->check(CLI::ExistingFile);
+  app.add_flag("--no-line-feed", typed.no_line_feed,
+               "DT answers end in CR alone; else in CR and LF");
   app.add_flag("--verbose", options.verbose, "Log the traffic to standard error");
-  app.footer(faultHelp() +
-             "\nAfter -- follows a command to run: movane-sim starts before it, ends with it, and "
-             "exits with its exit code.");
+}
+
+void describeOptions(CLI::App& app, Typed& typed) {
+  app.set_version_flag("--version", std::string("movane-sim ") + kVersion);
+  app.add_flag_callback(
+      "--commands",
+      [] {
+        std::cout << commandTable();
+        throw CLI::Success();
+      },
+      "Print the commands that a unit understands and exit");
+  describeDevices(app, typed);
+  describeLine(app, typed);
+  app.footer(faultHelp() + kExamples);
 }
 
 /// Two units that answer the same call would talk at once.

@@ -6,6 +6,7 @@
 #include <map>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 
 #include "simulator/model/update_image.h"
 
@@ -40,7 +41,11 @@ Simulation::Simulation(const SimOptions& options) : options_(options) {
     units_by_port[unit.port].push_back(unit.options);
     units_by_port[unit.port].back().expected_image = expected_image_;
   }
-  std::filesystem::create_directories(options_.links);
+  std::error_code error;
+  std::filesystem::create_directories(options_.links, error);
+  if (error) {
+    throw std::runtime_error("can't make the folder " + options_.links + ": " + error.message());
+  }
   for (const auto& [number, units] : units_by_port) addPort(number, units);
   for (PtyPort& port : ports_) port.plugIn();
   announce();
@@ -84,6 +89,7 @@ void Simulation::announce() const {
     std::fprintf(stderr, "fault %s\n", describeFault(fault).c_str());
   }
   std::fprintf(stderr, "%s, seed %u\n", bus.paced ? "paced" : "not paced", bus.seed);
+  if (options_.command.empty()) std::fprintf(stderr, "Ctrl+C ends it\n");
 }
 
 void Simulation::reportImage(int port, const SimulatedUnit& unit) {

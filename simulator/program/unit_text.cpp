@@ -29,6 +29,11 @@ constexpr Choice kProtocols[] = {{"dt", UnitProtocol::kDt, "DT"},
                                  {"oem", UnitProtocol::kOem, "OEM"},
                                  {"both", UnitProtocol::kBoth, "DT and OEM"}};
 
+const Choice& choiceOf(UnitProtocol protocol) {
+  return *std::find_if(std::begin(kProtocols), std::end(kProtocols),
+                       [&](const Choice& choice) { return choice.protocol == protocol; });
+}
+
 void setProtocol(UnitOptions& unit, std::string_view value) {
   for (const Choice& choice : kProtocols) {
     if (choice.name == value) {
@@ -43,9 +48,7 @@ void set(PlacedUnit& unit, std::string_view key, std::string_view value) {
   UnitOptions& options = unit.options;
   if (key == "port") {
     unit.port = numberOr(value, 0);
-    if (unit.port < SerialPort::kLowestPort || unit.port > SerialPort::kHighestPort) {
-      refuse(value, "ports are numbered 1 to 16");
-    }
+    if (!SerialPort::isPort(unit.port)) refuse(value, "ports are numbered 1 to 16");
   } else if (key == "address") {
     const bool good = value.size() == 1 && value[0] > ' ' && value[0] < 0x7F;
     if (!good || value == "/" || value == "0") {
@@ -89,11 +92,17 @@ PlacedUnit parseUnit(std::string_view text) {
   return unit;
 }
 
+std::string unitText(const PlacedUnit& placed) {
+  const UnitOptions& unit = placed.options;
+  return "port=" + std::to_string(placed.port) + ",address=" + unit.address +
+         ",protocol=" + std::string(choiceOf(unit.protocol).name) +
+         ",baud=" + std::to_string(unit.baud) + ",version=" + unit.version + ",id=" + unit.id +
+         ",firmware=" + (unit.valid_firmware ? "valid" : "none");
+}
+
 std::string describeUnit(const UnitOptions& unit) {
-  const auto* protocol = std::find_if(std::begin(kProtocols), std::end(kProtocols),
-                                      [&](const Choice& c) { return c.protocol == unit.protocol; });
-  return std::string("unit ") + unit.address + ", " + std::string(protocol->words) + ", " +
-         std::to_string(unit.baud) + " baud, " +
+  return std::string("unit ") + unit.address + ", " + std::string(choiceOf(unit.protocol).words) +
+         ", " + std::to_string(unit.baud) + " baud, " +
          (unit.valid_firmware ? "\"" + unit.version + "\"" : "no valid firmware") + ", ID " +
          unit.id;
 }

@@ -17,6 +17,9 @@ struct PlacedUnit {
 /// Throws std::invalid_argument that says what is wrong.
 [[nodiscard]] PlacedUnit parseUnit(std::string_view text);
 
+/// The unit as `parseUnit` reads it.
+[[nodiscard]] std::string unitText(const PlacedUnit& placed);
+
 /// The unit in words.
 [[nodiscard]] std::string describeUnit(const UnitOptions& unit);
 

@@ -220,9 +220,8 @@ void StringFun::loadStrings() {
     screen_->ReceiveString[at(row)]->clearReply();
   };
   if (skipOnError([&] { readCommandFile(path, take_string, recorder_.table()); })) {
-    QString text = QString::fromStdString(commandFileTitle(path));
     // "[*]" in a title stands for a mark of unsaved changes; doubled, it stands for itself.
-    setWindowTitle(text.replace("[*]", "[*][*]"));
+    setWindowTitle(QString::fromStdString(commandFileTitle(path)).replace("[*]", "[*][*]"));
   } else {
     platform_.dialogs().messageBox(commandFileReadError(path), box::kExclamation);
   }
@@ -413,8 +412,7 @@ QString StringFun::lineText() {
   PortDetails details;
   skipOnError([&] {
     const int number = textToInt16(port);
-    const bool exists = number >= SerialPort::kLowestPort && number <= SerialPort::kHighestPort;
-    if (exists) details = platform_.portDetails(number);
+    if (SerialPort::isPort(number)) details = platform_.portDetails(number);
   });
   const std::string& obstacle = link.obstacle().empty() ? details.obstacle : link.obstacle();
   const auto shown = [](const std::string& utf8) {

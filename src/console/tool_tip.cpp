@@ -9,8 +9,6 @@
 namespace mvdirigo {
 namespace {
 
-QString shown(const QString& text) { return QString::fromStdString(printable(text.toStdString())); }
-
 /// A tool tip shows its lines as they are, however wide the screen is.
 QString wrapped(const QString& text) {
   constexpr int kLongestLine = 100;
@@ -27,27 +25,31 @@ QString wrapped(const QString& text) {
   return lines.join('\n');
 }
 
-}  // namespace
-
-QString onOneLine(const QString& text) {
-  return shown(text).replace('\n', QChar(QChar::ReplacementCharacter));
+QString printed(const QString& text) {
+  return QString::fromStdString(printable(text.toStdString()));
 }
 
-QString shortened(const QString& text) {
-  constexpr int kLongest = 300;
-  return text.size() > kLongest ? onOneLine(text.left(kLongest)) + QChar(0x2026) : onOneLine(text);
-}
-
-QString plainToolTip(const QString& text) {
+QString toolTipOf(const QString& printed) {
   const QString lines =
-      wrapped(QString::fromStdString(breakLongStretches(printable(text.toStdString()), "\n", 100)));
+      wrapped(QString::fromStdString(breakLongStretches(printed.toStdString(), "\n", 100)));
   return Qt::mightBeRichText(lines) ? Qt::convertFromPlainText(lines, Qt::WhiteSpacePre) : lines;
 }
 
+}  // namespace
+
+QString shortened(const QString& text) {
+  constexpr int kLongest = 300;
+  const QString start = QString::fromStdString(onOneLine(text.left(kLongest).toStdString()));
+  return text.size() > kLongest ? start + QChar(0x2026) : start;
+}
+
+QString plainToolTip(const QString& text) { return toolTipOf(printed(text)); }
+
 void setPlainToolTip(QWidget& widget, const QString& text) {
-  widget.setToolTip(plainToolTip(text));
+  const QString shown = printed(text);
+  widget.setToolTip(toolTipOf(shown));
   // Without it, assistive tools would take the tool tip, markup and all.
-  widget.setAccessibleDescription(shown(text));
+  widget.setAccessibleDescription(shown);
 }
 
 }  // namespace mvdirigo

@@ -17,6 +17,9 @@ class SerialPort {
  public:
   static constexpr int kLowestPort = 1;
   static constexpr int kHighestPort = 16;
+  [[nodiscard]] static constexpr bool isPort(int number) {
+    return number >= kLowestPort && number <= kHighestPort;
+  }
 
   virtual ~SerialPort() = default;
 

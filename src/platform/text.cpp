@@ -23,8 +23,8 @@ Integer roundedInto(std::string_view text) {
   return static_cast<Integer>(rounded);
 }
 
-bool isPrintable(utf8::uint32_t code) {
-  const auto within = [code](utf8::uint32_t first, utf8::uint32_t last) {
+bool isPrintable(char32_t code) {
+  const auto within = [code](char32_t first, char32_t last) {
     return code >= first && code <= last;
   };
   const bool control = code < 0x20 || within(0x7F, 0x9F);
@@ -107,7 +107,7 @@ std::string breakLongStretches(std::string_view utf8, std::string_view line_brea
 }
 
 std::string printable(std::string_view utf8) {
-  constexpr utf8::uint32_t kReplacement = 0xFFFD;
+  constexpr char32_t kReplacement = 0xFFFD;
   std::string valid, shown;
   utf8::replace_invalid(utf8.begin(), utf8.end(), std::back_inserter(valid), kReplacement);
   for (auto next = valid.begin(); next != valid.end();) {
@@ -118,10 +118,15 @@ std::string printable(std::string_view utf8) {
   return shown;
 }
 
+std::string onOneLine(std::string_view utf8) {
+  std::string line;
+  for (const char byte : printable(utf8)) line += byte == '\n' ? "\uFFFD" : std::string(1, byte);
+  return line;
+}
+
 std::string shownPath(std::string_view path) {
   constexpr std::ptrdiff_t kShown = 300;
-  std::string text = printable(path), shown;
-  for (const char byte : text) shown += byte == '\n' ? "\uFFFD" : std::string(1, byte);
+  const std::string shown = onOneLine(path);
   const auto hidden = utf8::unchecked::distance(shown.begin(), shown.end()) - kShown;
   if (hidden <= 0) return shown;
   auto start = shown.begin();

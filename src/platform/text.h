@@ -31,6 +31,9 @@ namespace mvdirigo {
 /// each that would break the line or turn the direction of the text, is U+FFFD instead.
 [[nodiscard]] std::string printable(std::string_view utf8);
 
+/// The same on one line: U+FFFD stands for line feeds, too.
+[[nodiscard]] std::string onOneLine(std::string_view utf8);
+
 /// `path` as boxes and titles show it: printable, on one line, and of more than 300 characters the
 /// last 300 behind "…", which the file's name is among.
 [[nodiscard]] std::string shownPath(std::string_view path);

@@ -315,7 +315,7 @@ QString Settings::portToolTip(int port, bool available) {
 int Settings::portInForce() const {
   int port = 0;
   skipOnError([&] { port = textToInt16(CommPortSetting()); });
-  return port >= SerialPort::kLowestPort && port <= SerialPort::kHighestPort ? port : 0;
+  return SerialPort::isPort(port) ? port : 0;
 }
 
 void Settings::highlightPortInForce() { lstPorts->setCurrentRow(portInForce() - 1); }

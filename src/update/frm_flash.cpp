@@ -238,7 +238,7 @@ void frmFlash::printTraffic(FlashLink::Direction direction, std::string_view byt
 }
 
 void frmFlash::setStatus(const std::string& text) {
-  txtStatus->setText(onOneLine(QString::fromStdString(text)));
+  txtStatus->setText(QString::fromStdString(onOneLine(text)));
   txtStatus->setCursorPosition(0);
   setPlainToolTip(*txtStatus, txtStatus->text());
 }

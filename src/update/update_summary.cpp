@@ -4,6 +4,7 @@
 #include <QLocale>
 
 #include "console/tool_tip.h"
+#include "platform/text.h"
 
 namespace mvdirigo {
 namespace {
@@ -34,7 +35,7 @@ UpdateSummary::UpdateSummary() {
 }
 
 void UpdateSummary::showFile(const UpdateFileFacts& file) {
-  path_ = onOneLine(QString::fromStdString(file.path));
+  path_ = QString::fromStdString(onOneLine(file.path));
   facts_ = factsOf(file);
   setToolTip(plainToolTip(path_));
   fit();

@@ -4,30 +4,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
-
 #include <gtest/gtest.h>
 
-#include "platform/descriptor.h"
 #include "platform/qt/qt_event_loop.h"
 #include "platform/qt/qt_serial_port.h"
+#include "simulator/program/pty.h"
 #include "support/config_home.h"
 #include "support/fault_number.h"
 #include "support/files.h"
 
-namespace mvdirigo {
-namespace {
-
-/// A pseudo-terminal that nobody uses yet.
-struct Line {
-  Line() {
-    if (grantpt(master.number()) != 0 || unlockpt(master.number()) != 0) std::abort();
-    path = ptsname(master.number());
-  }
-
-  Descriptor master{posix_openpt(O_RDWR | O_NOCTTY)};
-  std::string path;
-};
+using namespace mvdirigo;
 
 /// A port on devices and lock files of the test's own.
 class PortDevicesTest : public ::testing::Test {
@@ -36,7 +22,7 @@ class PortDevicesTest : public ::testing::Test {
     std::filesystem::create_directories(folder_.path / "serial/by-id");
     std::filesystem::create_directories(locks_);
     port_.setCommPort(5);
-    link("ttyUSB0", line_.path);
+    link("ttyUSB0", line_.path());
   }
   void link(const std::string& name, const std::filesystem::path& target) const {
     std::filesystem::remove(folder_.path / name);
@@ -51,7 +37,7 @@ class PortDevicesTest : public ::testing::Test {
     return devices_.describe(5).device;
   }
   std::filesystem::path lockFile() const {
-    return locks_ / ("LCK..pts_" + line_.path.substr(std::string("/dev/pts/").size()));
+    return locks_ / ("LCK..pts_" + line_.path().substr(std::string("/dev/pts/").size()));
   }
 
   ConfigHome home_;
@@ -61,38 +47,25 @@ class PortDevicesTest : public ::testing::Test {
   QtEventLoop loop_;
   LineTraffic traffic_;
   QtSerialPort port_{devices_, loop_, traffic_, [] {}};
-  const Line line_, other_line_;
+  const Pty line_, other_line_;
 };
-
-TEST_F(PortDevicesTest, StaysWithTheLinkOfANumberUntilItIsToldToForget) {
-  link("com5", line_.path);
-  link("ttyUSB0", other_line_.path);
-  EXPECT_EQ(opened(), line_.path);
-  unlink("com5");
-  EXPECT_EQ(opened(), "8002");
-  link("com5", line_.path);
-  EXPECT_EQ(devices_.describe(5).obstacle, "") << "that is over";
-  unlink("com5");
-  devices_.forgetLinks();
-  EXPECT_EQ(opened(), other_line_.path);
-  std::filesystem::create_directories(home_.portLink(5).parent_path().parent_path());
-  std::filesystem::create_directory_symlink("ports", home_.portLink(5).parent_path());
-  EXPECT_EQ(opened(), "8002") << "links that can't be looked at";
-}
 
 TEST_F(PortDevicesTest, FindsAnAdapterThatCameBackUnderAnotherName) {
   link("serial/by-id/usb-adapter", "../../ttyUSB0");
-  EXPECT_EQ(opened(), line_.path);
+  EXPECT_EQ(opened(), line_.path());
   unlink("ttyUSB0");
   EXPECT_EQ(opened(), "8002");
-  link("ttyUSB1", other_line_.path);
+  link("ttyUSB1", other_line_.path());
   link("serial/by-id/usb-adapter", "../../ttyUSB1");
-  link("ttyUSB0", line_.path);
-  EXPECT_EQ(opened(), other_line_.path) << "though another adapter has its place";
+  link("ttyUSB0", line_.path());
+  EXPECT_EQ(opened(), other_line_.path()) << "though another adapter has its place";
   unlink("serial/by-id/usb-adapter");
   EXPECT_EQ(opened(), "8002");
   devices_.forgetLinks();
-  EXPECT_EQ(opened(), line_.path);
+  EXPECT_EQ(opened(), line_.path());
+  std::filesystem::create_directories(home_.portLink(5).parent_path().parent_path());
+  std::filesystem::create_directory_symlink("ports", home_.portLink(5).parent_path());
+  EXPECT_EQ(opened(), "8002") << "links that can't be looked at";
 }
 
 TEST_F(PortDevicesTest, KeepsItsLockFileOverAReopeningAndRemovesItAtTheEnd) {
@@ -146,7 +119,7 @@ TEST_F(PortDevicesTest, HonoursLockFilesOfOthersAndTakesWhatEndedProgramsLeft) {
 
   for (const pid_t left : {ended, getpid()}) {
     writeFile(lockFile(), std::to_string(left) + "\n");
-    EXPECT_EQ(opened(), line_.path);
+    EXPECT_EQ(opened(), line_.path());
   }
 }
 
@@ -157,7 +130,7 @@ TEST_F(PortDevicesTest, LeavesALockFileAloneThatAnotherProgramIsReplacing) {
   EXPECT_EQ(opened(), "8005");
   EXPECT_TRUE(std::filesystem::exists(lockFile()));
   close(other);
-  EXPECT_EQ(opened(), line_.path);
+  EXPECT_EQ(opened(), line_.path());
 }
 
 TEST_F(PortDevicesTest, NamesALockFileThatCanNotBeWritten) {
@@ -165,6 +138,3 @@ TEST_F(PortDevicesTest, NamesALockFileThatCanNotBeWritten) {
   EXPECT_EQ(faultNumber([&] { return devices.take(5, {}); }), 70);
   EXPECT_EQ(devices.describe(5).obstacle.find("Its lock file /sys/LCK..pts_"), 0U);
 }
-
-}  // namespace
-}  // namespace mvdirigo

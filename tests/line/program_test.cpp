@@ -19,26 +19,25 @@
 /// What `mvdirigo` starts with.
 int programMain(int argc, char** argv);
 
-namespace mvdirigo {
-namespace {
+using namespace mvdirigo;
 
-constexpr const char* kProgram = "--program";
+static constexpr const char* kProgram = "--program";
 
 /// What happens to the program: "keyboard" or "assistive" for how it is worked, or where and how it
 /// is to end: "shown" or "box", and "exit", "session" or the number of a signal.
-std::string deed;
+static std::string deed;
 
 template <class Control>
-Control* find(const char* name) {
+static Control* find(const char* name) {
   for (QWidget* widget : QApplication::allWidgets()) {
     if (widget->objectName() == name) return qobject_cast<Control*>(widget);
   }
   return nullptr;
 }
 
-void type(const QString& text) { find<QLineEdit>("StringToSend(1)")->setText(text); }
+static void type(const QString& text) { find<QLineEdit>("StringToSend(1)")->setText(text); }
 
-void end() {
+static void end() {
   type("typed");
   for (const int failed_write : {SIGPIPE, SIGXFSZ}) kill(getpid(), failed_write);
   const std::string how = deed.substr(deed.find(' ') + 1);
@@ -48,7 +47,7 @@ void end() {
   kill(getpid(), std::stoi(how));
 }
 
-void once(std::function<bool()> when, std::function<void()> act) {
+static void once(std::function<bool()> when, std::function<void()> act) {
   auto* timer = new QTimer(qApp);
   QObject::connect(timer, &QTimer::timeout, [=] {
     if (!when()) return;
@@ -58,14 +57,14 @@ void once(std::function<bool()> when, std::function<void()> act) {
   timer->start(1);
 }
 
-void closeConsole() { find<QLineEdit>("StringToSend(1)")->window()->close(); }
+static void closeConsole() { find<QLineEdit>("StringToSend(1)")->window()->close(); }
 
-void key(int code, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+static void key(int code, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
   QTest::keyClick(QApplication::focusWidget(), static_cast<Qt::Key>(code), modifiers);
 }
 
 /// Tab, until the control of that name has the focus.
-void goTo(const QString& name) {
+static void goTo(const QString& name) {
   for (int presses = 0; QApplication::focusWidget()->objectName() != name && presses < 60;) {
     key(Qt::Key_Tab), ++presses;
   }
@@ -73,7 +72,7 @@ void goTo(const QString& name) {
 
 /// Types a command and sends it, records a press and plays it back, and copies what became of it
 /// into the second row.
-void workByKeyboard() {
+static void workByKeyboard() {
   auto* first = find<QLineEdit>("StringToSend(0)");
   QTest::keyClick(first->window(), Qt::Key_Tab);
   goTo("StringToSend(0)");
@@ -112,23 +111,18 @@ void workByKeyboard() {
   });
 }
 
-/// The control that assistive tools see under that name.
-QAccessibleInterface* named(const QString& name, QAccessibleInterface* root) {
-  if (root->text(QAccessible::Name) == name) return root;
-  for (int child = 0; child < root->childCount(); ++child) {
-    if (auto* found = named(name, root->child(child))) return found;
+/// What assistive tools see under that name.
+static QAccessibleInterface* named(const char* name) {
+  for (QWidget* widget : QApplication::allWidgets()) {
+    auto* control = QAccessible::queryAccessibleInterface(widget);
+    if (control->text(QAccessible::Name) == name) return control;
   }
   return nullptr;
 }
 
-QAccessibleInterface* named(const char* name) {
-  return named(name,
-               QAccessible::queryAccessibleInterface(find<QLineEdit>("StringToSend(0)")->window()));
-}
-
 /// Sends a command and puts the reply and what the strip says into the second row, all of it as an
 /// assistive tool would.
-void workByAssistiveTool() {
+static void workByAssistiveTool() {
   const auto text = [](const char* name) { return named(name)->text(QAccessible::Value); };
   named("Command string 0")->setText(QAccessible::Value, "/1?0");
   named("Send String 0")->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
@@ -143,7 +137,7 @@ void workByAssistiveTool() {
 }
 
 /// The hands inside the program, which are there from its first event on.
-void lendHands() {
+static void lendHands() {
   if (deed.starts_with("box")) return once(QApplication::activeModalWidget, end);
   const auto console_stands = [] {
     const auto* button = find<QPushButton>("SendCommand(0)");
@@ -208,18 +202,15 @@ TEST_F(ProgramTest, KeepsItsRowsHoweverItIsEnded) {
   }
 }
 
-}  // namespace
-}  // namespace mvdirigo
-
 int main(int argc, char** argv) {
   if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
-  if (argc == 3 && argv[1] == std::string(mvdirigo::kProgram)) {
-    mvdirigo::deed = argv[2];
-    qAddPreRoutine(mvdirigo::lendHands);
+  if (argc == 3 && argv[1] == std::string(kProgram)) {
+    deed = argv[2];
+    qAddPreRoutine(lendHands);
     return programMain(argc, argv);
   }
   const QCoreApplication application(argc, argv);
-  QCoreApplication::setApplicationName(mvdirigo::kApplicationName);
+  QCoreApplication::setApplicationName(kApplicationName);
   ::testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }

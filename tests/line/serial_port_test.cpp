@@ -9,7 +9,6 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdarg>
 #include <cstring>
@@ -20,12 +19,14 @@
 
 #include "core/serial_link.h"
 #include "platform/qt/qt_platform.h"
-#include "platform/qt/qt_serial_port.h"
+#include "simulator/program/pty.h"
 #include "support/chosen_settings.h"
 #include "support/config_home.h"
 #include "support/fault_number.h"
 #include "support/port_refusals.h"
 #include "support/real_time.h"
+
+using namespace mvdirigo;
 
 /// Stands between this program and the system's serial drivers, because a pseudo-terminal takes any
 /// rate and never holds up a closing: `close` and `ioctl` of this program go through it. While it
@@ -70,48 +71,30 @@ extern "C" int ioctl(int handle, unsigned long request, ...) noexcept {
   return result;
 }
 
-namespace mvdirigo {
-namespace {
-
 /// A pseudo-terminal; the test is the device at its master side.
-class Line {
- public:
-  Line() {
-    if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0) std::abort();
-    path = ptsname(master_);
-    slave_ = open(path.c_str(), O_RDWR | O_NOCTTY);
-  }
-  ~Line() {
-    unplug();
-    close(slave_);
-  }
-  void unplug() {
-    if (master_ >= 0) close(std::exchange(master_, -1));
-  }
+struct Line {
+  ~Line() { close(slave); }
+  void unplug() { pty.reset(); }
   /// Sends what the line takes, waits until it can be read, and returns how much that was.
-  std::size_t send(std::string_view bytes) const {
-    const ssize_t sent = write(master_, bytes.data(), bytes.size());
-    pollfd readable{slave_, POLLIN, 0};
+  std::size_t send(std::string_view bytes) {
+    const std::size_t sent = pty->write(std::string(bytes));
+    pollfd readable{slave, POLLIN, 0};
     if (sent > 0) poll(&readable, 1, 10'000);
-    return static_cast<std::size_t>(std::max<ssize_t>(0, sent));
+    return sent;
   }
   const std::string& heard() {
-    char bytes[4096];
-    for (ssize_t count; (count = read(master_, bytes, sizeof bytes)) > 0;) {
-      heard_.append(bytes, static_cast<std::size_t>(count));
-    }
+    for (std::string more; !(more = pty->read()).empty();) heard_ += more;
     return heard_;
   }
   termios2 settings() const {
     termios2 settings{};
-    ioctl(slave_, TCGETS2, &settings);
+    ioctl(slave, TCGETS2, &settings);
     return settings;
   }
 
-  std::string path;
-
- private:
-  int master_ = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK), slave_;
+  std::optional<Pty> pty{std::in_place};
+  const std::string path = pty->path();
+  const int slave = open(path.c_str(), O_RDWR | O_NOCTTY);
   std::string heard_;
 };
 
@@ -147,7 +130,7 @@ class SerialPortTest : public ::testing::Test {
   std::function<void()> then_;
 };
 
-std::string everyByte(std::size_t size) {
+static std::string everyByte(std::size_t size) {
   std::string bytes(size, '\0');
   for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i % 256);
   return bytes;
@@ -214,26 +197,6 @@ TEST_F(SerialPortTest, LetsAHandlerCloseReopenOrDestroyThePort) {
   EXPECT_TRUE(runUntil([&] { return !port_; }));
   loadDuring(platform_, 20);
   EXPECT_EQ(received_, "ofreshg");
-}
-
-TEST_F(SerialPortTest, HandsOverAsMuchAsInputLenSaysAndAnnouncesAsTheThresholdSays) {
-  port_->setPortOpen(true);
-  port_->setRThreshold(0);
-  line_.send("abcdef");
-  EXPECT_TRUE(runUntil([&] { return port_->InBufferCount() == 6; }));
-  EXPECT_EQ(port_->Input(), "a");
-  port_->setInputLen(3);
-  EXPECT_EQ(port_->Input(), "bcd");
-  port_->setInputLen(0);
-  EXPECT_EQ(port_->Input(), "ef");
-  EXPECT_EQ(port_->Input(), "");
-  EXPECT_EQ(events_, 0);
-  // What is read at the first event of several is not announced again.
-  port_->setRThreshold(1);
-  line_.send("ghi");
-  EXPECT_TRUE(receive("ghi"));
-  loadDuring(platform_, 20);
-  EXPECT_EQ(events_, 1);
 }
 
 TEST_F(SerialPortTest, KeepsAFloodBoundedInMemoryAndLosesNothing) {
@@ -366,18 +329,12 @@ TEST_F(SerialPortTest, TellsTheWriterOfAVanishedDeviceAndForgetsItAtClosing) {
 
 TEST_F(SerialPortTest, SetsTheFormatOfTheLineAndLeavesItWhileTheLastBytesMayBeOnTheirWay) {
   Driver driver;
-  constexpr unsigned kAlways = CREAD | CLOCAL, kFormat = CBAUD | CSIZE | PARENB | PARODD | CSTOPB;
-  const std::pair<const char*, unsigned> formats[] = {
-      {"9600", B9600 | CS8},
-      {"38400,e,7,2", B38400 | CS7 | PARENB | CSTOPB},
-      {"57600,O,5,1", B57600 | CS5 | PARENB | PARODD}};
-  for (const auto& [settings, flags] : formats) {
-    port_->setSettings(settings);
-    port_->setPortOpen(true);
-    port_->setPortOpen(false);
-    EXPECT_EQ(driver.flags_asked & (kAlways | kFormat), kAlways | flags) << settings;
-    EXPECT_EQ(line_.settings().c_cflag & CBAUD, flags & CBAUD) << settings;
-  }
+  constexpr unsigned kFormat = CREAD | CLOCAL | CBAUD | CSIZE | PARENB | PARODD | CSTOPB;
+  port_->setSettings("57600");
+  port_->setPortOpen(true);
+  port_->setPortOpen(false);
+  EXPECT_EQ(driver.flags_asked & kFormat, CREAD | CLOCAL | B57600 | CS8);
+  EXPECT_EQ(line_.settings().c_cflag & CBAUD, unsigned{B57600});
 }
 
 TEST_F(SerialPortTest, RefusesARateThatTheHardwareLacksAndKeepsTheOneItHas) {
@@ -433,6 +390,3 @@ TEST_F(SerialPortTest, GivesTheLineTimeForItsLastBytesBeforeItChangesTheRate) {
   port_->setSettings("57600");
   EXPECT_GE(std::chrono::steady_clock::now() - arrived, std::chrono::microseconds(10'400));
 }
-
-}  // namespace
-}  // namespace mvdirigo

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "support/update_window.h"
 
 namespace mvdirigo {
@@ -16,22 +12,16 @@ struct MatrixCell {
 /// The cells of a table that is written as text: a line of faults that ends in "while", then lines
 /// of as many outcomes, each followed by the states in which they come out. Those that start with
 /// "-" can't happen and are left out.
-inline std::vector<MatrixCell> cellsOf(const std::string& table) {
-  std::istringstream lines(table);
-  std::vector<std::string> faults;
+inline std::vector<MatrixCell> cellsOf(const QString& table) {
+  QStringList faults;
   std::vector<MatrixCell> cells;
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream words(line);
-    std::vector<std::string> outcomes;
-    for (std::string word; words >> word;) {
-      if (word == "while") {
-        faults = outcomes;
-      } else if (faults.empty() || outcomes.size() < faults.size()) {
-        outcomes.push_back(word);
-      } else {
-        for (std::size_t i = 0; i < faults.size(); ++i) {
-          if (outcomes[i][0] != '-') cells.push_back({word, faults[i], outcomes[i]});
-        }
+  for (const QString& line : table.split('\n', Qt::SkipEmptyParts)) {
+    const QStringList words = line.simplified().split(' ');
+    if (words.last() == "while") faults = words.first(words.size() - 1);
+    for (const QString& state : words.mid(faults.size())) {
+      for (int i = 0; i < faults.size() && state != "while"; ++i) {
+        if (words[i].startsWith('-')) continue;
+        cells.push_back({state.toStdString(), faults[i].toStdString(), words[i].toStdString()});
       }
     }
   }
@@ -47,10 +37,7 @@ class FaultMatrixTest : public UpdateWindow {
  protected:
   virtual void expectCell() = 0;
 
-  void expectEveryCell(const std::string& table) {
-    for (const char* protocol : {"DTProtocol", "OEMProtocol"}) expectEveryCell(table, protocol);
-  }
-  void expectEveryCell(const std::string& table, const std::string& protocol) {
+  void expectEveryCell(const char* table, const std::string& protocol) {
     for (const MatrixCell& cell : cellsOf(table)) {
       SCOPED_TRACE(protocol + ", " + cell.state + " x " + cell.fault);
       cell_ = cell;
@@ -62,7 +49,6 @@ class FaultMatrixTest : public UpdateWindow {
       for (const std::string& problem : platform_.takeProblems()) ADD_FAILURE() << problem;
     }
   }
-  void chooseProtocol() { find<QRadioButton>(settings(), protocol_).click(); }
 
   void strike() {
     const std::string& fault = cell_.fault;

@@ -1,13 +1,21 @@
 #pragma once
 
-#include <functional>
-#include <string>
-#include <utility>
-
 #include "support/files.h"
 #include "support/window_test.h"
 
 namespace mvdirigo {
+
+/// A box that is to show, and what happens while it is open and ends it.
+struct Box {
+  std::string text;
+  int style = box::kOkOnly;
+  BoxButton answer = BoxButton::kOk;
+  std::function<void()> while_open = {};
+};
+
+inline const Box kUnable = {"Unable to validate ZRF file!", 49, BoxButton::kCancel};
+inline const Box kPieceTimeout = {" 5 Timeout waiting for response, Exiting"};
+inline const std::string kLineTimeout = "Timeout. No Movane detected.";
 
 /// The whole program with its update dialog open.
 class UpdateWindow : public WindowTest {
@@ -28,6 +36,11 @@ class UpdateWindow : public WindowTest {
     const QString shown = QString::fromStdString(file).replace('\n', QChar(0xFFFD));
     EXPECT_EQ(display("txtStatus").text(), "Status: Loaded " + shown);
     EXPECT_TRUE(enabled("cmdUpdate"));
+  }
+  void expectBoxes(const std::vector<Box>& boxes) {
+    for (const auto& [text, style, answer, while_open] : boxes) {
+      platform_.script().expectBox(text, style, answer, while_open);
+    }
   }
   void expectConfirmation(std::function<void()> while_asked = {},
                           BoxButton answer = BoxButton::kYes) {

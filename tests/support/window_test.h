@@ -100,6 +100,12 @@ class WindowTest : public VirtualTest {
   std::string light(int row) {
     return onConsole("ButtonShape", row).accessibleDescription().toStdString();
   }
+  int shownRows() {
+    int rows = 0;
+    while (onConsole("SendCommand", rows).isVisible()) ++rows;
+    return rows;
+  }
+  void choose(const std::string& protocol) { find<QRadioButton>(settings(), protocol).click(); }
 
   const std::string kVersionReply = "Movane Stepper v7.02 No Error";
   const std::string kSilent = "No Movane detected. Check connections";

@@ -142,7 +142,7 @@ void PortDevices::forgetLinks() {
   }
 }
 
-// README.md tells the table to users.
+// README.md and the manual page tell the table to users.
 fs::path PortDevices::tableDevice(int comm_port) const {
   if (comm_port <= 4) return folders_.devices / ("ttyS" + std::to_string(comm_port - 1));
   if (comm_port <= 12) return folders_.devices / ("ttyUSB" + std::to_string(comm_port - 5));

@@ -59,7 +59,7 @@ QtSerialPort::~QtSerialPort() {
 
 void QtSerialPort::setCommPort(int port) {
   if (PortOpen()) throw RuntimeError(Fault::kNotValidWhilePortOpen);
-  if (port < kLowestPort || port > kHighestPort) throw RuntimeError(Fault::kInvalidPortNumber);
+  if (!isPort(port)) throw RuntimeError(Fault::kInvalidPortNumber);
   comm_port_ = port;
 }
 
