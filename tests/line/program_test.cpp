@@ -121,18 +121,29 @@ static QAccessibleInterface* named(const char* name) {
 }
 
 /// Sends a command and puts the reply and what the strip says into the second row, all of it as an
-/// assistive tool would.
+/// assistive tool would. Then opens every window.
 static void workByAssistiveTool() {
   const auto text = [](const char* name) { return named(name)->text(QAccessible::Value); };
+  const auto press = [](const char* name) {
+    named(name)->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+  };
+  const auto stands = [](const char* window) {
+    return [=] { return find<QWidget>(window) && find<QWidget>(window)->isVisible(); };
+  };
   named("Command string 0")->setText(QAccessible::Value, "/1?0");
-  named("Send String 0")->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+  press("Send String 0");
   once([=] { return text("Activity").contains("answered"); },
        [=] {
          const bool open = text("Line status").endsWith("open");
          const QString light = named("Status light 0")->text(QAccessible::Description);
          named("Command string 1")
              ->setText(QAccessible::Value, text("Reply 0") + (open ? ", open, " : ", ?") + light);
-         closeConsole();
+         for (const char* window : {"Traffic", "Help", "Settings"}) press(window);
+         once(stands("frmFlash"), [] {
+           find<QPushButton>("cmdClose")->click();
+           closeConsole();
+         });
+         once(stands("Settings"), [] { find<QPushButton>("cmdUpdate")->click(); });
        });
 }
 
