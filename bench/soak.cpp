@@ -51,7 +51,7 @@ constexpr Kind kKinds[] = {
      soakUnplug},
     {"flood", "MiB", "a reply without an end, so many MiB for each receiver", 64, 1, 3, soakFlood},
     {"playback", "hours", "endless playback, in virtual time", 24, 1, 1, soakPlayback},
-    {"updates", "updates", "firmware updates of 64 KiB at full speed", 1000, 16, 1, soakUpdates},
+    {"updates", "updates", "firmware updates of 64 KiB at full speed", 1000, 8, 1, soakUpdates},
 };
 
 long entriesOf(const char* folder) {

@@ -146,9 +146,12 @@ std::string FarUnit::answer(int fd, std::string_view bytes) {
   const auto now = std::chrono::duration_cast<SimTime>(Clock::now().time_since_epoch());
   const int baud = baudOf(fd);
   std::string answer;
-  // The model's units are never asleep and don't answer what wakes them.
-  if (bytes == "\xAA" && !unit().updating()) return "\r";
   for (const char byte : bytes) {
+    // The model's units are never asleep and don't answer what wakes them.
+    if (byte == '\xAA' && !unit().updating()) {
+      answer += '\r';
+      continue;
+    }
     bus_.receive(byte, baud, now);
     answer += bus_.advance(now, baud);
   }

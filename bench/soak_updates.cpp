@@ -62,7 +62,9 @@ void updateOnce(Seat& seat, Unit& unit, long number, Tally& tally) {
   tally.expect(got == kept, "update " + std::to_string(number) + ": the unit has got " +
                                 std::to_string(got.size()) + " bytes, which differ from byte " +
                                 std::to_string(differs) + " on");
-  tally.expect(seat.platform.boxes.size() == 1, "there were other boxes than the confirmation");
+  const auto& boxes = seat.platform.boxes;
+  tally.expect(boxes.size() == 1,
+               boxes.empty() ? "there was no box" : "the last box says \"" + boxes.back() + '"');
 }
 
 }  // namespace
