@@ -19,7 +19,7 @@ static void checkWhole(double number, double least, double most, int fault, std:
 
 /// A decimal text, which may have blanks around it, is its number; anything else is none.
 void mvdirigo::check(std::string_view input) {
-  static const std::regex form(" *[+-]?(\\d+\\.?\\d*|\\.\\d+) *");
+  static const std::regex form(" *[+-]?(\\d+(\\.\\d*)?|\\.\\d+) *");
   const std::string text(input.substr(0, 1024));
   double number = 0;
   std::int16_t narrow = 0;
