@@ -91,8 +91,11 @@ std::optional<Values> parse(const QString& path) {
   Values values;
   for (const QString& key : settings.allKeys()) {
     const QVariant value = settings.value(key);
-    // A text with commas that was typed into the file without quotes comes in pieces.
-    if (value.isValid()) values[key.toStdString()] = value.toStringList().join(',').toStdString();
+    // A text with commas that was typed into the file without quotes comes in pieces. A value in a
+    // group without a name can't be had, but it is there, and is kept.
+    if (value.isValid() || key.startsWith('/')) {
+      values[key.toStdString()] = value.toStringList().join(',').toStdString();
+    }
   }
   if (settings.status() != QSettings::NoError) return std::nullopt;
   return values;
