@@ -126,7 +126,7 @@ std::string onOneLine(std::string_view utf8) {
 
 std::string shownPath(std::string_view path) {
   constexpr std::ptrdiff_t kShown = 300;
-  const std::string shown = onOneLine(path);
+  std::string shown = onOneLine(path);
   const auto hidden = utf8::unchecked::distance(shown.begin(), shown.end()) - kShown;
   if (hidden <= 0) return shown;
   auto start = shown.begin();

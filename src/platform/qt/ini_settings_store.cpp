@@ -91,11 +91,8 @@ std::optional<Values> parse(const QString& path) {
   Values values;
   for (const QString& key : settings.allKeys()) {
     const QVariant value = settings.value(key);
-    // A text with commas that was typed into the file without quotes comes in pieces. A value in a
-    // group without a name can't be had, but it is there, and is kept.
-    if (value.isValid() || key.startsWith('/')) {
-      values[key.toStdString()] = value.toStringList().join(',').toStdString();
-    }
+    // A text with commas that was typed into the file without quotes comes in pieces.
+    if (value.isValid()) values[key.toStdString()] = value.toStringList().join(',').toStdString();
   }
   if (settings.status() != QSettings::NoError) return std::nullopt;
   return values;
@@ -135,10 +132,10 @@ bool setAside(const QString& path) {
   return !error;
 }
 
-/// Whether `found` is `all`. Keys that QSettings spells anew, as in a group "[%GENERAL]" that a
-/// hand wrote, need only be as many.
+/// Whether `all` is in `found`. Keys that QSettings spells anew, as in a group "[%GENERAL]" that a
+/// hand wrote, need only be as many; some, as of a group without a name, it reads only then.
 bool holds(const Values& found, const Values& all) {
-  return found.size() == all.size() && std::ranges::all_of(all, [&](const auto& expected) {
+  return found.size() >= all.size() && std::ranges::all_of(all, [&](const auto& expected) {
            const auto value = found.find(expected.first);
            return value == found.end() || value->second == expected.second;
          });
