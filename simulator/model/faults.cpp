@@ -31,7 +31,8 @@ constexpr FaultType kTypes[] = {
     {FaultKind::kRefusePiece, "refuse-piece", 3, 3, kLargestAmount,
      "a piece is answered by \"Error AMOUNT\""},
     {FaultKind::kVanish, "vanish-at", 0, 0, kLargestAmount,
-     "the device vanishes after AMOUNT bytes from the host, or instead of answering @PIECE"},
+     "the device vanishes after AMOUNT bytes from the host, or instead of answering @PIECE; needs\n"
+     "    one of them"},
     {FaultKind::kOtherRateGarbage, "other-rate-garbage", 0, 0, 0,
      "a host at another rate than a unit's hears noise instead of nothing"},
 };
@@ -50,8 +51,12 @@ long numberOf(std::string_view digits, const std::string& what) {
   long number = 0;
   const auto end = digits.data() + digits.size();
   const auto parsed = std::from_chars(digits.data(), end, number);
+  const std::string quoted = what + " \"" + std::string(digits) + '"';
+  if (parsed.ec == std::errc::result_out_of_range) {
+    throw std::invalid_argument(quoted + " is too large");
+  }
   if (parsed.ec != std::errc() || parsed.ptr != end) {
-    throw std::invalid_argument(what + " \"" + std::string(digits) + "\" is no number");
+    throw std::invalid_argument(quoted + " is no whole number");
   }
   return number;
 }
@@ -74,11 +79,13 @@ LineFault parseFault(std::string_view text) {
     fault.amount = type.default_amount_at_piece;
   }
   if (equals < at) fault.amount = numberOf(text.substr(equals + 1, at - equals - 1), "the amount");
-  if (fault.amount < std::min(type.default_amount, 0L)) {
-    throw std::invalid_argument("the amount of \"" + std::string(type.name) + "\" is negative");
+  if (type.largest_amount == 0 && fault.amount != 0) {
+    throw std::invalid_argument('"' + std::string(type.name) + "\" takes no amount");
   }
-  if (fault.amount > type.largest_amount) {
-    throw std::invalid_argument("the amount of \"" + std::string(type.name) + "\" goes up to " +
+  const long least = std::min(type.default_amount, 0L);
+  if (fault.amount < least || fault.amount > type.largest_amount) {
+    throw std::invalid_argument("the amount of \"" + std::string(type.name) + "\" is from " +
+                                std::to_string(least) + " to " +
                                 std::to_string(type.largest_amount));
   }
   if (fault.kind == FaultKind::kVanish && fault.piece == 0 && fault.amount == 0) {

@@ -185,7 +185,7 @@ std::span<const SimulatedUnit::Command> SimulatedUnit::commands() {
          unit.motion_.terminate(now);
          return Reply{ReplyCode::kNoError, {}};
        }},
-      {"b", "RATER", "change the rate, as b19200R",
+      {"b", "NR", "change the rate to N, 9600 to 230400, as b19200R",
        [](Unit& unit, Text operand, SimTime) {
          return Reply{unit.changeBaud(operand), {}};
        }},

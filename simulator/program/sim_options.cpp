@@ -50,7 +50,7 @@ std::string complaint(Parse parse, const std::string& text) {
 std::string faultHelp() {
   std::string help =
       "Faults, as NAME[=AMOUNT][@PIECE]; @PIECE limits one to a piece of an update. The amount\n"
-      "without one is in brackets:\n";
+      "without one is in brackets; percentages go to 100, others to 10000000:\n";
   for (const FaultType& type : faultTypes()) {
     help += "  " + std::string(type.name) + ": " + type.help;
     if (type.default_amount != 0) {
@@ -87,8 +87,9 @@ void describeDevices(CLI::App& app, Typed& typed) {
       ->capture_default_str();
   app.add_option("--unit", typed.units,
                  "A unit, as key=value,...: port=1..16, address=CHARACTER,\n"
-                 "protocol=dt|oem|both, baud=RATE, version=TEXT, id=HHH,\n"
-                 "firmware=valid|none. May be repeated; without units and empty ports there\n"
+                 "protocol=dt|oem|both, baud=9600 to 230400, version=TEXT without\n"
+                 "commas, id=HHH, firmware=valid|none. May be repeated; without units and empty "
+                 "ports there\n"
                  "is one. What isn't given is\n" +
                      unitText({}))
       ->type_name("KEY=VALUE,...")
@@ -129,7 +130,7 @@ void describeLine(CLI::App& app, Typed& typed) {
   app.add_option("--return-after", options.return_after_ms,
                  "A device that vanished comes back after so many ms; else it stays away")
       ->type_name("MS")
-      ->check(CLI::NonNegativeNumber);
+      ->check(CLI::Range(0, 10'000'000));
   app.add_flag("--no-line-feed", typed.no_line_feed,
                "DT answers end in CR alone; else in CR and LF");
   app.add_flag("--verbose", options.verbose, "Log the traffic to standard error");
