@@ -1,6 +1,8 @@
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <string_view>
 #include <utility>
 
 #include <QApplication>
@@ -36,6 +38,11 @@ class SaveAtExit {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Whoever asks for it may have no display, and wants no port opened.
+  if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    std::printf("mvdirigo %s\n", mvdirigo::kVersion);
+    return 0;
+  }
   mvdirigo::EndRequests::blockSignals();
   // The write that failed says so itself; the signal would end the program with its rows unsaved.
   for (const int failed_write : {SIGPIPE, SIGXFSZ}) std::signal(failed_write, SIG_IGN);

@@ -57,7 +57,7 @@ static void once(std::function<bool()> when, std::function<void()> act) {
   timer->start(1);
 }
 
-static void closeConsole() { find<QLineEdit>("StringToSend(1)")->window()->close(); }
+static void closeConsole() { find<QWidget>("StringFun")->close(); }
 
 static void key(int code, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
   QTest::keyClick(QApplication::focusWidget(), static_cast<Qt::Key>(code), modifiers);
@@ -140,7 +140,7 @@ static void workByAssistiveTool() {
              ->setText(QAccessible::Value, text("Reply 0") + (open ? ", open, " : ", ?") + light);
          for (const char* window : {"Traffic", "Help", "Settings"}) press(window);
          once(stands("frmFlash"), [] {
-           find<QPushButton>("cmdClose")->click();
+           find<QWidget>("frmFlash")->close();
            closeConsole();
          });
          once(stands("Settings"), [] { find<QPushButton>("cmdUpdate")->click(); });
