@@ -112,7 +112,7 @@ static QList<QWidget*> usableControls(QWidget* window) {
 
 namespace {
 
-class Walk : private Dialogs {
+class Walk : private QObject, private Dialogs {
  public:
   Walk(const Steps& steps, Report& report) : steps_(steps), report_(report) {
     platform_.onRunPending = [] { QApplication::processEvents(); };
@@ -134,8 +134,13 @@ class Walk : private Dialogs {
 
  private:
   void stepAfter(SimTime pause) {
-    platform_.queue().post(platform_.now() + pause, {"a step"}, [this] { nextStep(); });
+    platform_.queue().post(platform_.now() + pause, {"a step"}, [this] {
+      QEvent step(QEvent::User);
+      QCoreApplication::sendEvent(this, &step);
+    });
   }
+  /// A step is an event, so that what it deletes later lives until its end, as under a real hand.
+  bool event(QEvent*) override { return nextStep(), true; }
 
   int random(auto limit) {
     return std::uniform_int_distribution(0, static_cast<int>(limit) - 1)(random_);
@@ -282,14 +287,19 @@ class Walk : private Dialogs {
   }
   std::string saveFile(const FileRequest& request) override { return openFile(request); }
 
-  /// Handles events until a step answers, or the program ends.
+  /// Handles events in a loop of its own, as a box does, until a step answers or the program ends.
   int answer(const char* kind, const std::string& text) {
     const QString dialog = QString("%1 \"%2\"").arg(kind, text.c_str());
     say(dialog);
     ++tally[dialog.left(35)];
     answer_.reset();
     ++open_dialogs_;
-    platform_.runUntil([this] { return answer_ || ended_; }, kForEverMs);
+    QEventLoop own;
+    QTimer::singleShot(0, [this, &own] {
+      platform_.runUntil([this] { return answer_ || ended_; }, kForEverMs);
+      own.quit();
+    });
+    own.exec();
     --open_dialogs_;
     const int chosen = std::exchange(answer_, {}).value_or(kNone);
     say(chosen == kNone ? "dismiss it" : ("agree, or choose " + kFiles[chosen].first).c_str());
@@ -345,7 +355,8 @@ class Walk : private Dialogs {
     // The program is still to learn that the device has vanished.
     if (open && held == 0) return;
     const Settings& settings = program_.settings();
-    const std::string chosen = shortVisibleText(latin1FromUtf8(settings.CommPortSetting()));
+    const std::string chosen =
+        visibleControls(latin1FromUtf8(settings.CommPortSetting()).substr(0, 20));
     const std::string port = "COM" + (open ? std::to_string(held) : chosen);
     require(line.startsWith(port.c_str()) && line.endsWith(" open") == open &&
                 line.contains(settings.DTProtocol() ? " DT " : " OEM "),

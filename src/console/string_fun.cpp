@@ -416,7 +416,9 @@ QString StringFun::lineText() {
   });
   const std::string& obstacle = link.obstacle().empty() ? details.obstacle : link.obstacle();
   const auto shown = [](const std::string& utf8) {
-    return QString::fromStdString(shortVisibleText(latin1FromUtf8(utf8)));
+    // What is no number must not push the port's state out of the line.
+    constexpr std::size_t kLongestShown = 20;
+    return QString::fromStdString(shortVisibleText(latin1FromUtf8(utf8), kLongestShown));
   };
   QStringList parts{"COM" + shown(port) + (details.device.empty() ? "" : "  ") +
                     QString::fromStdString(details.device)};

@@ -77,9 +77,8 @@ std::string visibleControls(std::string_view latin1) {
   return visible;
 }
 
-std::string shortVisibleText(std::string_view latin1) {
-  constexpr std::size_t kShown = 300;
-  return visibleControls(latin1.substr(0, kShown)) + (latin1.size() > kShown ? "\u2026" : "");
+std::string shortVisibleText(std::string_view latin1, std::size_t most) {
+  return visibleControls(latin1.substr(0, most)) + (latin1.size() > most ? "\u2026" : "");
 }
 
 std::string shownReply(std::string_view latin1) {

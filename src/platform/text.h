@@ -15,8 +15,9 @@ namespace mvdirigo {
 /// Line bytes for people, as UTF-8: control characters as "\r", "\n" or "\x02".
 [[nodiscard]] std::string visibleControls(std::string_view latin1);
 
-/// The same for a box, a status line or a tip: of a longer text the first 300 characters and "…".
-[[nodiscard]] std::string shortVisibleText(std::string_view latin1);
+/// The same for a box, a status line or a tip: of more than `most` characters the first `most` and
+/// "…".
+[[nodiscard]] std::string shortVisibleText(std::string_view latin1, std::size_t most = 300);
 
 /// Data of a reply (Latin-1) as a field shows them: of more than 4,000 characters the first 4,000
 /// and "…".
