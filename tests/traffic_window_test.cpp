@@ -154,7 +154,7 @@ TEST_F(LineTrafficTest, StaysUsableBesideTheUpdateDialogWhichBlocksTheOthers) {
   openWithImage(600);
   program_->showLineTraffic();
   const auto& record = onConsole<QPushButton>("LoadButton(2)");
-  const auto& save = find<QPushButton>(window(), "Save");
+  auto& save = find<QPushButton>(window(), "Save");
   after(std::chrono::milliseconds(10'500), [&] {
     window().close();
     program_->showLineTraffic();

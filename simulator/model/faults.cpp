@@ -73,20 +73,22 @@ LineFault parseFault(std::string_view text) {
   if (at < text.size()) {
     const long piece = numberOf(text.substr(at + 1), "the piece");
     if (piece < 1 || piece > 1'000'000'000) {
-      throw std::invalid_argument("pieces count from 1");
+      throw std::invalid_argument("a piece is from 1 to 1000000000, not " + std::to_string(piece));
     }
     fault.piece = static_cast<int>(piece);
     fault.amount = type.default_amount_at_piece;
   }
   if (equals < at) fault.amount = numberOf(text.substr(equals + 1, at - equals - 1), "the amount");
   if (type.largest_amount == 0 && fault.amount != 0) {
-    throw std::invalid_argument('"' + std::string(type.name) + "\" takes no amount");
+    throw std::invalid_argument('"' + std::string(type.name) +
+                                "\" takes no amount, but was given " +
+                                std::to_string(fault.amount));
   }
   const long least = std::min(type.default_amount, 0L);
   if (fault.amount < least || fault.amount > type.largest_amount) {
-    throw std::invalid_argument("the amount of \"" + std::string(type.name) + "\" is from " +
-                                std::to_string(least) + " to " +
-                                std::to_string(type.largest_amount));
+    throw std::invalid_argument(
+        "the amount of \"" + std::string(type.name) + "\" is from " + std::to_string(least) +
+        " to " + std::to_string(type.largest_amount) + ", not " + std::to_string(fault.amount));
   }
   if (fault.kind == FaultKind::kVanish && fault.piece == 0 && fault.amount == 0) {
     throw std::invalid_argument("\"vanish-at\" needs a number of bytes or a piece");

@@ -73,7 +73,7 @@ pid_t start(const std::vector<std::string>& command, const Signals& signals) {
       posix_spawnp(&child, arguments[0], nullptr, &attributes, arguments.data(), environ);
   posix_spawnattr_destroy(&attributes);
   if (error == 0) return child;
-  std::fprintf(stderr, "can't start %s: %s\n", arguments[0], std::strerror(error));
+  std::fprintf(stderr, "movane-sim: can't start %s: %s\n", arguments[0], std::strerror(error));
   return 0;
 }
 

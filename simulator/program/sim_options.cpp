@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <limits>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -45,6 +46,13 @@ std::string complaint(Parse parse, const std::string& text) {
   } catch (const std::invalid_argument& error) {
     return error.what();
   }
+}
+
+/// A flag that has no value: the parser would take "=no" behind it for one.
+void addFlag(CLI::App& app, const std::string& name, bool& flag, const std::string& help) {
+  app.add_flag(name, flag, help)->check([](const std::string& value) {
+    return value == "true" ? std::string() : "takes no value, but was given \"" + value + '"';
+  });
 }
 
 std::string faultHelp() {
@@ -120,9 +128,10 @@ void describeLine(CLI::App& app, Typed& typed) {
       ->check([](const std::string& text) { return complaint(parseFault, text); });
   app.add_option("--seed", options.bus.seed,
                  "Seed of the faults, to run again what was seen; else one is drawn, and told")
-      ->type_name("NUMBER");
-  app.add_flag("--paced", options.bus.paced,
-               "Bytes take their time on the line, both ways; else they take none");
+      ->type_name("NUMBER")
+      ->check(CLI::Range(std::uint32_t{0}, std::numeric_limits<std::uint32_t>::max()));
+  addFlag(app, "--paced", options.bus.paced,
+          "Bytes take their time on the line, both ways; else they take none");
   app.add_option("--gather", typed.gather_ms,
                  "Bytes reach the host in bursts of so many ms; else each when it comes")
       ->type_name("MS")
@@ -131,9 +140,9 @@ void describeLine(CLI::App& app, Typed& typed) {
                  "A device that vanished comes back after so many ms; else it stays away")
       ->type_name("MS")
       ->check(CLI::Range(0, 10'000'000));
-  app.add_flag("--no-line-feed", typed.no_line_feed,
-               "DT answers end in CR alone; else in CR and LF");
-  app.add_flag("--verbose", options.verbose, "Log the traffic to standard error");
+  addFlag(app, "--no-line-feed", typed.no_line_feed,
+          "DT answers end in CR alone; else in CR and LF");
+  addFlag(app, "--verbose", options.verbose, "Log the traffic to standard error");
 }
 
 void describeOptions(CLI::App& app, Typed& typed) {
@@ -182,6 +191,9 @@ SimOptions parseSimOptions(int argc, char** argv) {
   typed.options.bus.seed = std::random_device()();
   CLI::App app("Simulated Movane controllers on pseudo-terminals, linked as numbered serial ports.",
                "movane-sim");
+  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    return std::string("movane-sim: ") + error.what() + '\n';
+  });
   describeOptions(app, typed);
 
   char** const end = argv + argc;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <set>
 #include <stdexcept>
 
 #include "platform/serial_port.h"
@@ -81,13 +82,16 @@ void set(PlacedUnit& unit, std::string_view key, std::string_view value) {
 
 PlacedUnit parseUnit(std::string_view text) {
   PlacedUnit unit;
+  std::set<std::string_view> keys;
   while (!text.empty()) {
     const std::size_t end = std::min(text.find(','), text.size());
     const std::string_view entry = text.substr(0, end);
     text.remove_prefix(std::min(end + 1, text.size()));
     const std::size_t equals = entry.find('=');
     if (equals == std::string_view::npos) refuse(entry, "a unit is given as key=value,key=value");
-    set(unit, entry.substr(0, equals), entry.substr(equals + 1));
+    const std::string_view key = entry.substr(0, equals);
+    set(unit, key, entry.substr(equals + 1));
+    if (!keys.insert(key).second) refuse(entry, std::string(key) + " was given before");
   }
   return unit;
 }

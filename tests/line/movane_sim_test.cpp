@@ -142,14 +142,19 @@ TEST_F(MovaneSimTest, FreesAPortWhoseHostWasKilled) {
 }
 
 TEST_F(MovaneSimTest, RefusesWrongOptions) {
-  for (const char* wrong :
-       {"surplus", "--check-image=/no/such/file", "--image-file=/no/such/folder/image"}) {
-    EXPECT_EQ(run({wrong, "--", "true"}), 2) << wrong;
+  for (const auto& [wrong, why] :
+       {std::pair("surplus", "The following argument was not expected: surplus\n"),
+        std::pair("--seed=abc", "--seed: Value abc "),
+        std::pair("--paced=no", "--paced: takes no value, but was given \"no\"\n"),
+        std::pair("--unit=port=1,port=2", "--unit: \"port=2\": port was given before\n"),
+        std::pair("--image-file=/no/such/folder/image", "can't write /no/such/folder/image\n"),
+        std::pair("--links=/dev/null/x", "can't make the folder /dev/null/x: Not a directory\n")}) {
+    sim_.start(MOVANE_SIM, {wrong, "--", "true"});
+    EXPECT_TRUE(sim_.waitForFinished());
+    EXPECT_EQ(sim_.exitCode(), 2) << wrong;
+    const std::string told = sim_.readAllStandardError().toStdString();
+    EXPECT_TRUE(told.starts_with(std::string("movane-sim: ") + why)) << told;
   }
-  sim_.start(MOVANE_SIM, {"--links", "/dev/null/x"});
-  EXPECT_TRUE(sim_.waitForFinished());
-  EXPECT_EQ(sim_.readAllStandardError(),
-            "movane-sim: can't make the folder /dev/null/x: Not a directory\n");
   const std::string kept = home_.path() / "kept", fresh = home_.path() / "fresh";
   writeFile(kept, "image");
   EXPECT_EQ(run({"--image-file", kept.c_str(), "--", "true"}), 0);
