@@ -154,8 +154,7 @@ TEST_F(SettingsWindow, FindsNoPortWhileTheConsoleHoldsOneAndSaysSo) {
 }
 
 TEST_F(SettingsWindow, TakesOddStoredSettingsAsTheyStandAndNoneBehindABadRate) {
-  // What is stored of the strings, the time-out and the rate; the dialog, the rows and the
-  // time-out.
+  // Strings, time-out and rate as they are stored, and what becomes of them.
   const std::tuple<const char*, const char*, const char*, std::string, int, int> cases[] = {
       {"abc", "abc", "0", "abc,5,abc,0,DT", 10, 4000},
       {"0", "0", "2", "0,5,0,2,DT", 0, 4000},
@@ -241,11 +240,10 @@ TEST_F(SettingsWindow, TakesBackOnEscapeWhatWasNotStored) {
 
 TEST_F(SettingsWindow, FindsAUnitAnywhereInTheSearchSpace) {
   start();
-  const int rates[] = {9600, 19200, 38400};
   for (int number = 1; number <= 16; ++number) {
     for (int row = 0; row < 3; ++row) {
       for (char address = '1'; address < '1' + 16; ++address) {
-        SimulatedBus bus{{UnitOptions{.address = address, .baud = rates[row]}}};
+        SimulatedBus bus{{UnitOptions{.address = address, .baud = 9600 << row}}};
         platform_.attach(number, bus);
         settings().closeConsolePort();
         search();
@@ -263,20 +261,15 @@ TEST_F(SettingsWindow, FindsAUnitAnywhereInTheSearchSpace) {
 TEST_F(SettingsWindow, FindsNothingOnSilentPortsAndFasterUnits) {
   SimulatedBus fast{{UnitOptions{.baud = 57600}}};
   platform_.attach(3, fast);
+  platform_.attach(16, silent_);
   start();
   platform_.script().expectBox(kNothingFound, box::kOkOnly, BoxButton::kOk, [this] {
-    EXPECT_EQ(reply(0), "Auto Scan in Progress. Searching for Devices on serial bus. ");
     EXPECT_EQ(progress(), "Stop Auto Set||Row 0: waiting for the reply");
   });
-  EXPECT_NEAR(search(), 5760, 0.001);
-  EXPECT_EQ(commandField(0).text(), "/1&");
+  EXPECT_NEAR(search(), 2 * 5760, 0.001);
   EXPECT_EQ(list("lstBaudRate").currentRow(), 0);
   EXPECT_EQ(takeSaves(), "FirstTimeStartup=0 ");
-
-  for (int port = 1; port <= 16; ++port) platform_.attach(port, silent_);
-  expectBox(kNothingFound);
-  EXPECT_NEAR(search(), 92160, 0.001);
-  for (int port = 1; port <= 16; ++port) platform_.detach(port);
+  for (const int port : {3, 16}) platform_.detach(port);
   expectBox(kNothingFound);
   EXPECT_EQ(search(), 0);
 }
@@ -286,7 +279,6 @@ TEST_F(SettingsWindow, StopsAtEveryStageAndStoresWhatWasTried) {
   start();
   const std::tuple<int, int, int, QString> stages[] = {
       {0, 1, 0, "port 1 of 16, 9600 baud, unit 1"},
-      {119, 1, 0, "port 1 of 16, 9600 baud, unit 1"},
       {1921, 1, 1, "port 1 of 16, 19200 baud, unit 1"},
       {5761, 2, 0, "port 2 of 16, 9600 baud, unit 1"},
       {92000, 16, 2, "port 16 of 16, 38400 baud, unit 15"}};

