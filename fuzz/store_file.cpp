@@ -28,7 +28,8 @@ void mvdirigo::check(std::string_view input) {
   require(bytesOf(corrupt ? aside : file) == input, "reading changes no byte");
   require(corrupt || isUtf8(input), "what is no text is set aside");
   require(!corrupt || values == Values("?", "?"), "it has no values then");
-  values.first = utf8FromLatin1(input.substr(input.size() / 2));
+  const std::string_view half = input.substr(input.size() / 2);
+  values.first = isUtf8(half) ? std::string(half) : utf8FromLatin1(half);
   store->save("store", "Settings", "BaudRate", values.first);
   store = nullptr;
   IniSettingsStore later;

