@@ -53,6 +53,8 @@ void mvdirigo::check(std::string_view input) {
   }
   require(bar.log == rules.log, "the table is played by the rules");
   require(recorder.PlayEndless() == (endless && recorder.Playing()), "endless ends with it");
+  if (recorder.Playing()) recorder.clickPlayEndless();
+  require(!recorder.Playing() && !recorder.PlayEndless(), "a click stops it");
   const auto reports = machine.takeProblems();
   const std::string report = "RecordPlayTimer_Timer() Error #: " + std::to_string(fault) + ' ';
   require(reports.size() == (fault == 0 ? 0 : 1), "a fault is reported once");

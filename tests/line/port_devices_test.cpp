@@ -102,11 +102,9 @@ TEST_F(PortDevicesTest, HonoursLockFilesOfOthersAndTakesWhatEndedProgramsLeft) {
   expectRefusal("It is in use by the program ");
   writeFile(lockFile(), std::string(reinterpret_cast<const char*>(&alive), sizeof alive));
   expectRefusal("It is in use by the program ");
-  for (const std::string content : {"", "no number"}) {
-    writeFile(lockFile(), content);
-    expectRefusal("Its lock file doesn't tell who uses it. If no program uses the port, remove " +
-                  lockFile().string());
-  }
+  writeFile(lockFile(), "");
+  expectRefusal("Its lock file doesn't tell who uses it. If no program uses the port, remove " +
+                lockFile().string());
   // These would hold an opening up, or lead it elsewhere.
   for (const auto& make : {+[](const char* name) { return mkfifo(name, 0600); },
                            +[](const char* name) { return symlink("/proc/self/stat", name); }}) {

@@ -5,7 +5,6 @@
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -232,29 +231,18 @@ TEST_F(SerialPortTest, TellsEveryCharacterByAnEventAndLeavesOtherEventsTheirTurn
 
 TEST_F(SerialPortTest, RefusesWithTheNumbersOfTheTable) { expectRefusals(*port_); }
 
-TEST_F(SerialPortTest, RefusesWhatIsNoSerialPortWithoutWaitingForIt) {
-  const std::string folder = home_.path(), pipe = folder + "/pipe";
-  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  const std::string none = folder + "/none", maker = std::filesystem::canonical("/dev/ptmx");
-  for (const std::string& target : {pipe, folder, std::string("/dev/null"), none, maker}) {
-    home_.link(3, target);
-    EXPECT_EQ(openingError(), 8002) << target;
-    const auto [device, hardware, obstacle] = platform_.portDetails(3);
-    EXPECT_EQ(device, target);
-    EXPECT_EQ(obstacle, target == none ? "There is no such device." : "It is not a serial port.");
-  }
-}
-
 TEST_F(SerialPortTest, NeverTakesOrDisturbsAPortThatAnotherHolds) {
+  const auto expectInUseBy = [this](const std::string& program) {
+    EXPECT_EQ(openingError(), 8005);
+    EXPECT_EQ(platform_.portDetails(3).obstacle, "It is in use by " + program + " program.");
+  };
   const termios2 before = line_.settings();
   const int other = open(line_.path.c_str(), O_RDWR | O_NOCTTY);
   flock(other, LOCK_EX);
-  EXPECT_EQ(openingError(), 8005);
-  EXPECT_EQ(platform_.portDetails(3).obstacle, "It is in use by this program.");
+  expectInUseBy("this");
   flock(other, LOCK_UN);
   ioctl(other, TIOCEXCL);
-  EXPECT_EQ(openingError(), 8005);
-  EXPECT_EQ(platform_.portDetails(3).obstacle, "It is in use by another program.");
+  expectInUseBy("another");
   ioctl(other, TIOCNXCL);
   const termios2 after = line_.settings();
   EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
@@ -342,7 +330,6 @@ TEST_F(SerialPortTest, RefusesARateThatTheHardwareLacksAndKeepsTheOneItHas) {
   driver.only_rate = 9600;
   port_->setSettings("230400");
   EXPECT_EQ(openingError(), 380);
-  EXPECT_EQ(platform_.portDetails(3).obstacle, "This port can't do 230400 baud.");
   struct : SerialLink::Listener {
     void DecodeResponse() override {}
     void communicationsFailed() override {}
@@ -352,6 +339,8 @@ TEST_F(SerialPortTest, RefusesARateThatTheHardwareLacksAndKeepsTheOneItHas) {
   fast.baud = "230400";
   SerialLink link(
       platform_, [&]() -> LiveSettings& { return fast; }, nobody);
+  link.openOnDemand();
+  EXPECT_EQ(link.obstacle(), "This port can't do 230400 baud.");
   EXPECT_TRUE(link.PortAvailable(3)) << "at another rate";
   port_->setSettings("9600");
   EXPECT_EQ(openingError(), 0);
