@@ -289,30 +289,25 @@ TEST_F(ConsoleWindow, LoadsTheStoredStringsAgainAndStartsTheSequenceOver) {
   store("Strings", "StringToSend2", "/2stored");
   startWithUnit();
   commandField(2).setText("changed");
-  commandField(3).setText("changed");
   choose("OEMProtocol");
   for (int round = 0; round < 2; ++round) {
     press("SendCommand(0)", 100);
-    EXPECT_TRUE(portOpen());
     press("LoadButton(6)");
-    EXPECT_FALSE(portOpen()) << "as every button of the bar does";
   }
   EXPECT_EQ(commandField(2).text(), "/2stored");
   EXPECT_EQ(commandField(2).cursorPosition(), 0) << "the head of a long command shows";
-  EXPECT_EQ(commandField(3).text(), "/1P1000D500R");
   EXPECT_EQ(sent().substr(0, 6), sent().substr(6)) << "no repeat, and no next number";
 }
 
 TEST_F(ConsoleWindow, KeepsStringsAndRecordingInACommandFile) {
   startWithUnit();
-  const std::string version_title = title();
   commandField(24).setText("/1\"a\", \u20AC");
   press("LoadButton(2)");
   press("SendCommand(1)", 120);
   press("LoadButton(2)");
   platform_.script().expectSaveFile(path("first"));
   press("LoadButton(4)");
-  EXPECT_EQ(title(), version_title);
+  EXPECT_TRUE(title().starts_with("Dirigo Version ")) << "a save gives it no name";
   EXPECT_TRUE(platform_.script().fileRequests().back().ask_before_overwriting);
 
   start();

@@ -14,12 +14,12 @@ TEST_F(UpdateWindow, UpdatesAUnitUndisturbed) {
     EXPECT_EQ(status.text(), "Status: Transmitting data...");
     EXPECT_FALSE(enabled("cboID") || enabled("cboBaud") || enabled("cmdLoadImage"));
     EXPECT_EQ(dialog().focusWidget(), &status) << "not \"Close\"";
+    EXPECT_TRUE(toolTip("cmdClose").startsWith("Ends the update at once."));
     QTest::keyClick(&dialog(), Qt::Key_Escape);
     status.window()->close();
-    ASSERT_NE(program_->update(), nullptr);
-    EXPECT_TRUE(toolTip("cmdClose").startsWith("Ends the update at once."));
   });
   update();
+  ASSERT_NE(program_->update(), nullptr);
   EXPECT_EQ(status.text(), "Status: OK");
   EXPECT_EQ(dialog().size(), QSize(666, 300));
   EXPECT_EQ(toolTip("cmdClose"), "");
