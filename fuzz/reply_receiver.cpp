@@ -20,7 +20,7 @@ struct Receiver : SerialLink::Listener {
     require(!oem || sumOf(frame) == 2, "a frame with a wrong checksum is no reply");
     frame.remove_suffix(1);
     require(text.size() == 65536 || text.ends_with(frame), "a reply is what was received");
-    reply = (oem ? decodeOem : decodeDt)(text);
+    const DecodedReply reply = (oem ? decodeOem : decodeDt)(text);
     const std::size_t status = (oem ? 0 : text.find('0')) + 1, start = oem ? 2 : 4;
     const bool has_status = status > 0 && status < text.size();
     std::string data = text.size() > start ? text.substr(start, text.size() - start - 1) : "";
@@ -38,7 +38,6 @@ struct Receiver : SerialLink::Listener {
   ChosenSettings settings;
   SerialLink link{machine, [this]() -> LiveSettings& { return settings; }, *this};
   std::string heard;
-  DecodedReply reply;
   std::vector<std::string> replies;
 };
 

@@ -210,8 +210,7 @@ TEST_F(SerialPortTest, KeepsAFloodBoundedInMemoryAndLosesNothing) {
     looks_without_room = taken == 0 ? looks_without_room + 1 : 0;
     return looks_without_room > 50;
   }));
-  EXPECT_GT(port_->InBufferCount(), 60'000);
-  EXPECT_LT(port_->InBufferCount(), 80'000);
+  EXPECT_NEAR(port_->InBufferCount(), 70'000, 10'000);
   EXPECT_TRUE(runUntil([&] { return (received_ += port_->Input()).size() == sent; }));
   EXPECT_EQ(received_, flood.substr(0, sent));
 }
@@ -248,7 +247,6 @@ TEST_F(SerialPortTest, NeverTakesOrDisturbsAPortThatAnotherHolds) {
   EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
 
   EXPECT_EQ(openingError(), 0);
-  EXPECT_EQ(platform_.portDetails(3).device, line_.path);
   EXPECT_EQ(flock(other, LOCK_EX | LOCK_NB), -1);
   int exclusive = 0;
   ioctl(other, TIOCGEXCL, &exclusive);
@@ -257,7 +255,6 @@ TEST_F(SerialPortTest, NeverTakesOrDisturbsAPortThatAnotherHolds) {
   EXPECT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
   close(other);
   EXPECT_EQ(openingError(), 0);
-  EXPECT_EQ(platform_.portDetails(3).obstacle, "It is in use by this program.");
 }
 
 TEST_F(SerialPortTest, CountsWhatAFullLineDidNotTakeAndBringsItLaterOrDropsItAtClosing) {
