@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <numeric>
 #include <string>
 
 namespace mvdirigo {
@@ -32,9 +34,7 @@ inline std::string sometimesFlooding(std::string_view input) {
 
 /// 0 of a frame with its checksum.
 inline char sumOf(std::string_view bytes) {
-  char sum = 0;
-  for (const char byte : bytes) sum = static_cast<char>(sum ^ byte);
-  return sum;
+  return std::accumulate(bytes.begin(), bytes.end(), '\0', std::bit_xor<char>());
 }
 
 }  // namespace mvdirigo

@@ -33,8 +33,7 @@ void mvdirigo::check(std::string_view input) {
   store->save("store", "Settings", "BaudRate", values.first);
   store = nullptr;
   IniSettingsStore later;
-  // QSettings spoils files with some names that no program writes, which therefore stay as they
-  // are.
+  // QSettings spoils files with some names, which therefore stay as they are.
   const bool stays = input.find_first_of("/\\%") < input.size() && bytesOf(file) == input;
   require(stays || valuesIn(later) == values, "what is saved reads back, and all else is kept");
 }
