@@ -31,8 +31,7 @@ TEST(Icons, AreReadableInEveryPalette) {
         QImage image = icon(Glyph{glyph}).pixmap(QSize(16, 16), scale, mode).toImage();
         EXPECT_EQ(image.size(), QSize(16, 16) * scale);
         image.convertTo(QImage::Format_ARGB32);
-        const auto* pixels = reinterpret_cast<const QRgb*>(image.constBits());
-        // Whose highest byte is how opaque it is.
+        const auto* pixels = reinterpret_cast<const QRgb*>(image.constBits());  // 0xAARRGGBB
         return QColor(*std::max_element(pixels, pixels + image.width() * image.height()));
       };
       EXPECT_GE(contrast(strongest(QIcon::Normal, 1), button), 2.9)
